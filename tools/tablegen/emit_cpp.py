@@ -1,0 +1,293 @@
+"""Emits the C++ that repeats for every table: records, bindings, the service's methods, the stand-in's entry points."""
+
+from model import families
+
+HEADER = "// Generated from schema/quill.toml by tools/tablegen. Do not edit.\n"
+KEY_TEMPLATE = "    template <class Key>  // the key's message or the mask's\n"
+OPERATIONS = ("create", "update", "get", "delete")
+
+
+def _c_member(field):
+    if field.is_bytes:
+        return f"    uint8_t {field.name}[{field.size}];\n"
+    return f"    {field.c_type} {field.name};\n"
+
+
+def _packed_struct(name, members):
+    return f"struct {name} {{\n{members}}} __attribute__((packed));\n\n"
+
+
+# --- agent_api: records and the table API -----------------------------------------------------------------
+
+
+def _layout_proofs(table):
+    spec, key = f"nyx_tbl_{table.name}_spec_s", f"nyx_tbl_{table.name}_key_s"
+    proofs = [f"sizeof({spec}) == {table.record_size}", f"sizeof({key}) == {table.key_size}"]
+    proofs += [f"offsetof({key}, {f.name}) == {f.offset}" for f in table.key]
+    proofs.append(f"offsetof({spec}, key) == 1")
+    if table.ternary:
+        proofs.append(f"offsetof({spec}, key_mask_valid) == {table.mask_offset}")
+        proofs.append(f"offsetof({spec}, key_mask) == {table.mask_offset + 1}")
+    proofs.append(f"offsetof({spec}, data) == {table.data_offset}")
+    for action in table.actions:
+        data = f"nyx_tbl_{table.name}_{action.name}_data_s"
+        proofs += [f"offsetof({data}, {f.name}) == {f.offset}" for f in action.fields]
+    return "".join(f"static_assert({proof});\n" for proof in proofs)
+
+
+def _records(table):
+    name = table.name
+    parts = [_packed_struct(f"nyx_tbl_{name}_key_s", "".join(map(_c_member, table.key)))]
+    for action in table.actions:
+        members = "".join(map(_c_member, action.fields))
+        parts.append(_packed_struct(f"nyx_tbl_{name}_{action.name}_data_s", members))
+    members = f"    uint8_t action_id;\n    nyx_tbl_{name}_key_s key;\n"
+    if table.ternary:
+        members += f"    uint8_t key_mask_valid;  // 1 when key_mask holds a mask\n    nyx_tbl_{name}_key_s key_mask;\n"
+    if table.actions:
+        data = "".join(
+            f"        nyx_tbl_{name}_{a.name}_data_s {a.name}_data;  // action {a.id}\n" for a in table.actions
+        )
+        members += f"    union {{\n{data}    }} data;\n"
+    else:
+        members += "    uint8_t data;  // always 0: no action carries data\n"
+    parts.append(_packed_struct(f"nyx_tbl_{name}_spec_s", members))
+    return "".join(parts) + _layout_proofs(table) + "\n"
+
+
+def _table_api(table):
+    name = table.name
+    return f"""\
+sdk::sdk_ret_t nyx_tbl_{name}_create(const nyx_tbl_{name}_spec_s *spec);
+sdk::sdk_ret_t nyx_tbl_{name}_update(const nyx_tbl_{name}_spec_s *spec);
+sdk::sdk_ret_t nyx_tbl_{name}_delete(const nyx_tbl_{name}_key_s *key);
+sdk::sdk_ret_t nyx_tbl_{name}_read(const nyx_tbl_{name}_key_s *key, nyx_tbl_{name}_spec_s *spec);
+
+"""
+
+
+def _records_header(tables):
+    return f"""\
+{HEADER}
+// The pipeline's P4 tables: entry and key records, and the operations on single entries.
+//
+// A record is packed, with integers in the processor's byte order and byte arrays as they travel in packets.
+// In each table
+//   _create  installs an entry,
+//   _update  changes the entry with that key,
+//   _delete  removes the entry with that key,
+//   _read    fills the record with action, key, mask and data of the entry with that key.
+// Each returns SDK_RET_OK or the reason why nothing was done; the records are the caller's. The operations may
+// be called on any number of threads at once; ordering and locking are the table library's business.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+
+#include "agent_api/sdk_ret.h"
+
+{"".join(map(_records, tables))}extern "C" {{
+
+{"".join(map(_table_api, tables))}}}  // extern "C"
+"""
+
+
+# --- svc: bindings between messages and records -----------------------------------------------------------
+
+
+def _to_record(field):
+    if field.is_bytes:
+        return f"svc::store_bytes(rec.{field.name}, msg.{field.name}());"
+    return f"rec.{field.name} = static_cast<{field.c_type}>(msg.{field.name}());"
+
+
+def _to_proto(field):
+    if field.is_bytes:
+        return f"msg->set_{field.name}(rec.{field.name}, sizeof(rec.{field.name}));"
+    return f"msg->set_{field.name}(rec.{field.name});"
+
+
+def _body(lines, indent):
+    return "".join(f"{indent}{line}\n" for line in lines)
+
+
+def _both_ways(what, record, message, template, fields):
+    return f"""\
+{template}    static void {what}_to_record({record} &rec, const {message} &msg) {{
+{_body(map(_to_record, fields), "        ")}    }}
+{template}    static void {what}_to_proto({message} *msg, const {record} &rec) {{
+{_body(map(_to_proto, fields), "        ")}    }}
+
+"""
+
+
+def _by_action(table, line):
+    """A switch over the action byte; action ids that carry no data do nothing."""
+    if not table.actions:
+        return ""
+    cases = "".join(f"        case {a.id}:\n            {line(a)}\n            break;\n" for a in table.actions)
+    return f"        switch (rec.action_id) {{\n{cases}        }}\n"
+
+
+def _binding(table):
+    name, actions = table.name, table.actions
+    data = "".join(
+        _both_ways(a.name, f"nyx_tbl_{name}_{a.name}_data_s", f"nyx::{name}_{a.name}_data_t", "", a.fields)
+        for a in actions
+    )
+    to_record = _by_action(table, lambda a: f"{a.name}_to_record(rec.data.{a.name}_data, spec.{a.name}_data());")
+    to_proto = _by_action(table, lambda a: f"{a.name}_to_proto(spec->mutable_{a.name}_data(), rec.data.{a.name}_data);")
+    unused = "" if actions else "[[maybe_unused]] "
+    key = _both_ways("key", "key_s", "Key", KEY_TEMPLATE, table.key)
+    return f"""\
+struct {name}_binding {{
+    using spec_s = nyx_tbl_{name}_spec_s;
+    using key_s = nyx_tbl_{name}_key_s;
+
+{key}{data}\
+    static void data_to_record({unused}spec_s &rec, {unused}const nyx::{name}Spec &spec) {{
+{to_record}    }}
+    static void data_to_proto({unused}nyx::{name}Spec *spec, {unused}const spec_s &rec) {{
+{to_proto}    }}
+}};
+
+"""
+
+
+def _bindings_header(family, tables):
+    return f"""\
+{HEADER}
+// Straight-line conversions between the messages and the records of the {family} tables.
+
+#pragma once
+
+#include "agent_api/nyx_tbl.h"
+#include "nyx/tables/{family}.pb.h"
+#include "svc/common/bytes.h"
+
+namespace nyx_tbl {{
+
+{"".join(map(_binding, tables))}}}  // namespace nyx_tbl
+"""
+
+
+# --- svc: free functions and methods ----------------------------------------------------------------------
+
+
+def _request(name, operation):
+    return f"nyx::{name}{'' if operation in ('create', 'update') else operation.capitalize()}Request"
+
+
+def _response(name, operation):
+    return _request(name, operation).removesuffix("Request") + "Response"
+
+
+def _signature(name, operation):
+    return (
+        f"sdk::sdk_ret_t nyx_svc_{name}_{operation}"
+        f"(const {_request(name, operation)} *req, {_response(name, operation)} *rsp)"
+    )
+
+
+def _functions_header(tables):
+    includes = "".join(f'#include "nyx/tables/{family}.pb.h"\n' for family in families(tables))
+    declarations = "".join(f"{_signature(t.name, op)};\n" for t in tables for op in OPERATIONS)
+    return f"""\
+{HEADER}
+// The table service's operations. Each puts the translation of the code that it returns into api_status.
+
+#pragma once
+
+#include "agent_api/sdk_ret.h"
+{includes}
+{declarations}"""
+
+
+def _functions(table):
+    name = table.name
+    frames = {"create": "write", "update": "write", "get": "get", "delete": "remove"}
+    calls = {"get": "read"}
+    return "".join(
+        f"{_signature(name, op)} {{\n"
+        f"    return nyx_tbl::{frames[op]}<nyx_tbl::{name}_binding>(nyx_tbl_{name}_{calls.get(op, op)}, *req, rsp);\n"
+        f"}}\n"
+        for op in OPERATIONS
+    )
+
+
+def _functions_source(family, tables):
+    return f"""\
+{HEADER}
+// The operations of the {family} tables.
+
+#include "svc/nyx_tbl_{family}.h"
+#include "svc/nyx_tbl_functions.h"
+#include "svc/nyx_tbl_frame.h"
+
+{"".join(map(_functions, tables))}"""
+
+
+def _methods(tables):
+    lines = [f"{HEADER}// Inside class NyxTblSvcImpl.\n"]
+    for table in tables:
+        for operation in OPERATIONS:
+            name = table.name
+            lines.append(
+                f"grpc::Status {name}{operation.capitalize()}(grpc::ServerContext *, "
+                f"const {_request(name, operation)} *req, {_response(name, operation)} *rsp) override {{ "
+                f"(void)nyx_svc_{name}_{operation}(req, rsp); return grpc::Status::OK; }}\n"
+            )
+    return "".join(lines)
+
+
+# --- sim: the stand-in's table library --------------------------------------------------------------------
+
+
+def _sim_source(tables):
+    rows = "".join(f'    {{"{t.name}", {t.record_size}, {t.key_size}}},\n' for t in tables)
+    lines = []
+    for number, table in enumerate(tables):
+        name = table.name
+        spec, key = f"const nyx_tbl_{name}_spec_s *spec", f"const nyx_tbl_{name}_key_s *key"
+        for operation, arguments, passed in (
+            ("create", spec, "spec"),
+            ("update", spec, "spec"),
+            ("delete", key, "key"),
+            ("read", f"{key}, nyx_tbl_{name}_spec_s *spec", "key, spec"),
+        ):
+            lines.append(
+                f"sdk::sdk_ret_t nyx_tbl_{name}_{operation}({arguments}) "
+                f"{{ return sim::table_{operation}({number}, {passed}); }}\n"
+            )
+    return f"""\
+{HEADER}
+// The stand-in's table library: what tables there are, and their entry points.
+
+#include "agent_api/nyx_tbl.h"
+#include "sim/tables.h"
+
+namespace sim {{
+
+constexpr table_info_s k_tables[] = {{
+{rows}}};
+
+std::span<const table_info_s> table_infos() {{ return k_tables; }}
+
+}}  // namespace sim
+
+{"".join(lines)}"""
+
+
+def emit(tables):
+    """Returns {path below the folder for generated C++: text}."""
+    files = {
+        "agent_api/nyx_tbl.h": _records_header(tables),
+        "svc/nyx_tbl_functions.h": _functions_header(tables),
+        "svc/nyx_tbl_methods.inc": _methods(tables),
+        "sim/nyx_tbl_entry_points.cc": _sim_source(tables),
+    }
+    for family, group in families(tables).items():
+        files[f"svc/nyx_tbl_{family}.h"] = _bindings_header(family, group)
+        files[f"svc/nyx_tbl_{family}.cc"] = _functions_source(family, group)
+    return files

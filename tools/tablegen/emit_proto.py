@@ -1,0 +1,152 @@
+"""Emits the .proto files: one for each family of tables, one for the service."""
+
+from model import families
+
+HEADER = """\
+// Generated from schema/quill.toml by tools/tablegen. Do not edit: change the schema and run ./dev generate.
+syntax = "proto3";
+
+package nyx;
+
+"""
+
+ADDRESS_TEXT = {6: "BYTES_TEXT_MAC", 16: "BYTES_TEXT_IPV6"}
+
+
+def _field(field, start):
+    options = [f"(types.record_width) = {field.size}"]
+    if field.is_bytes and field.size in ADDRESS_TEXT:
+        options.append(f"(types.bytes_text) = {ADDRESS_TEXT[field.size]}")
+    first = start + field.offset
+    last = first + field.size - 1
+    where = f"record byte {first}" if first == last else f"record bytes {first} to {last}"
+    number = field.name[1:]
+    return f"  {field.proto_type} {field.name} = {number} [{', '.join(options)}];  // {where}\n"
+
+
+def _fields_message(comment, name, fields, start):
+    body = "".join(_field(f, start) for f in fields)
+    return f"// {comment}\nmessage {name} {{\n{body}}}\n\n"
+
+
+def _spec_message(table):
+    name, numbers = table.name, iter(range(1, 6))
+    lines = [f"  {name}_key_t key = {next(numbers)};\n"]
+    if table.ternary:
+        lines += [
+            f"  {name}_key_mask_t key_mask = {next(numbers)};  // read when key_mask_valid is set\n",
+            f"  uint32 key_mask_valid = {next(numbers)} [(types.record_width) = 1];"
+            "  // a flag: 0 is no mask, all else a mask\n",
+        ]
+    lines += [
+        f"  uint32 action_id = {next(numbers)} [(types.record_width) = 1];  // {_action_ids(table)}\n",
+        f"  uint64 client_tag = {next(numbers)};"
+        "  // free for the client: the service neither reads nor writes it\n",
+    ]
+    if table.actions:
+        lines.append("  oneof Data {\n")
+        for action in table.actions:
+            lines.append(
+                f"    {name}_{action.name}_data_t {action.name}_data = {action.member_number};"
+                f"  // goes with action_id {action.id}\n"
+            )
+        lines.append("  }\n")
+    return (
+        f"// One entry of {name}: what its key is, which action it takes, and that action's data.\n"
+        f"message {name}Spec {{\n{''.join(lines)}}}\n\n"
+    )
+
+
+def _action_ids(table):
+    with_data = " and ".join(str(a.id) for a in table.actions)
+    return f"only {with_data} with data" if with_data else "no action carries data"
+
+
+def _envelopes(name):
+    return f"""\
+message {name} {{
+  {name}Spec spec = 1;
+}}
+
+// Entries to create or to update, each by itself and in this order.
+message {name}Request {{
+  repeated {name}Spec request = 1;
+}}
+
+message {name}Response {{
+  types.ApiStatus api_status = 1;  // API_STATUS_ERROR when any of the entries failed
+  repeated {name} response = 2;    // left empty by this service
+}}
+
+message {name}DeleteRequest {{
+  repeated {name}_key_t key = 1;
+}}
+
+message {name}DeleteResponse {{
+  types.ApiStatus api_status = 1;  // API_STATUS_ERROR when any of the keys failed
+}}
+
+message {name}GetRequest {{
+  repeated {name}_key_t key = 1;  // none reads nothing
+}}
+
+message {name}GetResponse {{
+  types.ApiStatus api_status = 1;  // API_STATUS_ERROR when any of the keys could not be read
+  repeated {name} response = 2;    // one for each key, in the order of the keys; all zero where the read failed
+}}
+
+"""
+
+
+def _table_messages(table):
+    name = table.name
+    kind = "ternary" if table.ternary else "exact match"
+    parts = [
+        _fields_message(
+            f"Key of {name} ({kind}; key record {table.key_size} bytes, entry record {table.record_size}).",
+            f"{name}_key_t", table.key, 1,
+        )
+    ]
+    if table.ternary:
+        parts.append(
+            _fields_message(f"Mask over the key of {name}.", f"{name}_key_mask_t", table.key, table.mask_offset + 1)
+        )
+    for action in table.actions:
+        parts.append(
+            _fields_message(
+                f"Data of action {action.id} of {name}.",
+                f"{name}_{action.name}_data_t", action.fields, table.data_offset,
+            )
+        )
+    return "".join(parts) + _spec_message(table) + _envelopes(name)
+
+
+def _family_file(tables):
+    imports = 'import "types/options.proto";\nimport "types/status.proto";\n\n'
+    return HEADER + imports + "".join(map(_table_messages, tables)).rstrip("\n") + "\n"
+
+
+def _service_file(tables):
+    imports = "".join(f'import "nyx/tables/{family}.proto";\n' for family in families(tables))
+    methods = []
+    for table in tables:
+        name = table.name
+        methods.append(f"""\
+  rpc {name}Create({name}Request) returns ({name}Response) {{}}
+  rpc {name}Update({name}Request) returns ({name}Response) {{}}
+  rpc {name}Get({name}GetRequest) returns ({name}GetResponse) {{}}
+  rpc {name}Delete({name}DeleteRequest) returns ({name}DeleteResponse) {{}}
+""")
+    comment = """\
+// Entries of the P4 tables. A request is a list of entries or keys that are handled one by one, in order and
+// without rollback: a failure does not stop the rest, and the response says only that something failed.
+// Values are not checked: each is cut to the width of its record field.
+"""
+    return f"{HEADER}{imports}\n{comment}service NyxTblSvc {{\n" + "\n".join(methods) + "}\n"
+
+
+def emit(tables):
+    """Returns {path below proto/: text}."""
+    files = {f"nyx/tables/{family}.proto": _family_file(group) for family, group in families(tables).items()}
+    files["nyx/tables/tbl_svc.proto"] = _service_file(tables)
+    return files

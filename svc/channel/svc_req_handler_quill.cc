@@ -1,0 +1,90 @@
+#include "svc/channel/svc_req_handler_quill.h"
+
+#include <sys/socket.h>
+
+#include <optional>
+#include <string_view>
+
+#include "agent_api/debug.h"
+#include "nyx/debug_command.pb.h"
+#include "svc/channel/cfg_msg.h"
+#include "svc/channel/command_args.h"
+#include "svc/common/ret_code.h"
+#include "svc/common/trace.h"
+
+namespace {
+
+using sdk::sdk_ret_t;
+
+cfg_msg_e request_identifier(std::string_view type_name, types::ServiceRequestOp op) {
+    const auto entry = g_svc_cfg_msg_map.find({type_name, op});
+    return entry == g_svc_cfg_msg_map.end() ? CFG_MSG_NONE : entry->second;
+}
+
+// The debug library's number of the client's command; 0 for a number that is none.
+uint32_t command_number(int32_t client) {
+    switch (client) {
+        case 8:
+            return 10;
+        case 9:
+            return 8;
+        case 10:
+            return 9;
+        case 33:
+            return 19;
+        case 34:
+            return 20;
+    }
+    if (client < 0 || client > 35) {
+        return 0;
+    }
+    return static_cast<uint32_t>(client >= 19 && client <= 32 ? client + 2 : client);
+}
+
+bool write_response(int32_t sock_fd, sdk_ret_t ret) {
+    types::ServiceResponseMessage rsp;
+    rsp.set_api_status(sdk_ret_to_api_status(ret));
+    const std::string bytes = rsp.SerializeAsString();
+    // The peer may have gone: that must not raise SIGPIPE, nor may a peer that does not read block the
+    // thread.
+    const ssize_t sent = send(sock_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    return sent == static_cast<ssize_t>(bytes.size());
+}
+
+sdk_ret_t run_command(const google::protobuf::Any &config_msg, cmd_ctxt_s *ctxt) {
+    nyx::CommandMessage command;
+    if (!command.ParseFromString(config_msg.value())) {
+        return sdk::SDK_RET_INVALID_ARG;
+    }
+    ctxt->cmd = command_number(command.command());
+    if (command.has_command_args() && !command_args_to_ctxt(command.command_args(), ctxt)) {
+        return sdk::SDK_RET_INVALID_ARG;
+    }
+    return debug::nyx_handle_cmd(ctxt);
+}
+
+// Named as the operation that its log line reports.
+sdk_ret_t nyx_handle_cmd(const google::protobuf::Any &config_msg, int32_t sock_fd, int32_t io_fd) {
+    cmd_ctxt_s ctxt{};
+    ctxt.sock_fd = sock_fd;
+    ctxt.io_fd = io_fd;
+    const sdk_ret_t ret = run_command(config_msg, &ctxt);
+    if (!write_response(sock_fd, ret)) {
+        const uint32_t cmd = ctxt.cmd;
+        SVC_TRACE_ERR("Serializing command message {} response to socket failed", cmd);
+    }
+    return ret;
+}
+
+}  // namespace
+
+sdk_ret_t handle_svc_req(int32_t sock_fd, types::ServiceRequestMessage *req, int32_t io_fd) {
+    const auto type_name = any_type_name(req->config_msg());
+    if (!type_name) {
+        return sdk::SDK_RET_INVALID_ARG;
+    }
+    if (request_identifier(*type_name, req->config_op()) != CFG_MSG_COMMAND) {
+        return sdk::SDK_RET_OK;
+    }
+    return nyx_handle_cmd(req->config_msg(), sock_fd, io_fd);
+}

@@ -1,0 +1,225 @@
+#include "svc/channel/svc_thread.h"
+
+#include <fcntl.h>
+#include <signal.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+#include <new>
+#include <unordered_map>
+
+#include "agent_api/thread.h"
+#include "base/unique_fd.h"
+#include "svc/channel/svc_req_handler_quill.h"
+#include "svc/channel/svc_request.h"
+#include "svc/common/trace.h"
+
+namespace core {
+
+using base::unique_fd;
+using sdk::sdk_ret_t;
+using sdk::event_thread::io_;
+using sdk::event_thread::timer_;
+
+static int32_t g_uds_sock_fd = -1;
+static thread_local io_ cmd_accept_io;
+
+namespace {
+
+struct connection_s {
+    io_ cmd_read_io;
+    unique_fd fd;
+};
+
+// The open connections of this thread by their watchers. Those still open when the thread ends are closed
+// then.
+thread_local std::unordered_map<io_ *, std::unique_ptr<connection_s>> t_connections;
+
+// Takes over `fd`, or closes it and returns null when memory is short.
+io_ *add_connection(unique_fd fd) {
+    try {
+        auto connection = std::make_unique<connection_s>();
+        connection->fd = std::move(fd);
+        io_ *io = &connection->cmd_read_io;
+        t_connections.emplace(io, std::move(connection));
+        return io;
+    } catch (const std::bad_alloc &) {
+        return nullptr;
+    }
+}
+
+void close_connection(io_ *io) {
+    sdk::event_thread::io_stop(io);
+    t_connections.erase(io);
+}
+
+// Keeps one descriptor in hand for the time when the process has no other left: a peer that waits to be
+// accepted would then keep the listening socket ready for ever, and the thread busy.
+class accept_reserve {
+ public:
+    accept_reserve() { refill(); }
+
+    // Accepts one waiting peer and hangs up on it.
+    void turn_one_away(int listen_fd) {
+        if (!reserve_) {
+            usleep(10'000);  // another thread was quicker to take it; wait for descriptors, but do not spin
+        }
+        reserve_.reset();
+        unique_fd(accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC));
+        refill();
+    }
+
+ private:
+    void refill() { reserve_.reset(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
+
+    unique_fd reserve_;
+};
+
+// Made when the socket is set up, not when descriptors have run out.
+accept_reserve &reserve() {
+    static accept_reserve reserve;
+    return reserve;
+}
+
+void block_sigpipe() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGPIPE);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+}
+
+// Fills in the address; false and errno when the path does not fit with its terminating NUL, or is empty.
+bool to_address(const char *path, sockaddr_un *address) {
+    const size_t length = path ? strlen(path) : 0;
+    if (length == 0 || length >= sizeof(address->sun_path)) {
+        errno = length == 0 ? ENOENT : ENAMETOOLONG;
+        return false;
+    }
+    *address = {};
+    address->sun_family = AF_UNIX;
+    memcpy(address->sun_path, path, length);
+    return true;
+}
+
+bool bind_to_path(int fd, const char *path) {
+    sockaddr_un address;
+    if (!to_address(path, &address)) {
+        return false;
+    }
+    unlink(path);
+    return bind(fd, reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0;
+}
+
+}  // namespace
+
+sdk_ret_t svc_server_thread_init(void *ctxt) {
+    static timer_ hb_timer;
+    block_sigpipe();
+    sdk::event_thread::timer_init(&hb_timer, svc_server_thread_heartbeat_punch_cb, 10.0, 1.0);
+    sdk::event_thread::timer_start(&hb_timer);
+    return svc_server_thread_uds_init(ctxt);
+}
+
+void svc_server_thread_exit(void *) {
+    sdk::event_thread::io_stop(&cmd_accept_io);
+    if (g_uds_sock_fd >= 0) {
+        close(g_uds_sock_fd);
+        g_uds_sock_fd = -1;
+    }
+}
+
+sdk_ret_t svc_server_thread_suspend_cb(void *ctxt) {
+    svc_server_thread_exit(ctxt);
+    return sdk::SDK_RET_OK;
+}
+
+sdk_ret_t svc_server_thread_resume_cb(void *ctxt) { return svc_server_thread_uds_init(ctxt); }
+
+sdk_ret_t svc_server_thread_uds_init(void *ctxt) {
+    const auto *path = static_cast<const char *>(ctxt);
+    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd) {
+        SVC_TRACE_ERR("Failed to open UDS for cmd server thread, err {} {}", errno, strerror(errno));
+        return sdk::SDK_RET_GENERIC_ERROR;
+    }
+    if (!bind_to_path(fd.get(), path)) {
+        SVC_TRACE_ERR("Failed to bind UDS for service thread, err {} {}", errno, strerror(errno));
+        return sdk::SDK_RET_GENERIC_ERROR;
+    }
+    if (listen(fd.get(), 1) != 0) {
+        SVC_TRACE_ERR("Failed to listen on UDS fd, err {} {}", errno, strerror(errno));
+        return sdk::SDK_RET_GENERIC_ERROR;
+    }
+    chmod(path, 0777);
+    SVC_TRACE_INFO("Listening to UDS {}", path);
+
+    reserve();
+    svc_server_thread_exit(ctxt);  // a socket that listened until now
+    g_uds_sock_fd = fd.release();
+    sdk::event_thread::io_init(&cmd_accept_io, svc_server_accept_cb, g_uds_sock_fd,
+                               sdk::event_thread::k_io_readable);
+    sdk::event_thread::io_start(&cmd_accept_io);
+    return sdk::SDK_RET_OK;
+}
+
+void svc_server_accept_cb(io_ *, int fd, int) {
+    // Peers decide how many accepts fail in a row: only the first one is logged.
+    static thread_local bool t_failing = false;
+    unique_fd connection(accept4(fd, nullptr, nullptr, SOCK_CLOEXEC));
+    if (!connection) {
+        const bool out_of_descriptors = errno == EMFILE || errno == ENFILE;
+        if (!std::exchange(t_failing, true)) {
+            SVC_TRACE_ERR("Accept failed");
+        }
+        if (out_of_descriptors) {
+            reserve().turn_one_away(fd);
+        }
+        return;
+    }
+    t_failing = false;
+    const int connection_fd = connection.get();
+    io_ *cmd_read_io = add_connection(std::move(connection));
+    if (!cmd_read_io) {
+        SVC_TRACE_ERR("Memory allocation for cmd_read_io failed");
+        return;
+    }
+    sdk::event_thread::io_init(cmd_read_io, svc_server_read_cb, connection_fd,
+                               sdk::event_thread::k_io_readable);
+    sdk::event_thread::io_start(cmd_read_io);
+}
+
+void svc_server_read_cb(io_ *io, int fd, int) {
+    const svc::receive_buffer buffer;
+    if (!buffer) {
+        SVC_TRACE_ERR("Memory allocation for receive buffer failed");
+        close_connection(io);
+        return;
+    }
+    svc::received_s received = svc::receive_once(fd, buffer);
+    if (received.size < 0) {
+        SVC_TRACE_ERR("Read from unix domain socket failed");
+        return;
+    }
+    if (received.size > 0) {
+        types::ServiceRequestMessage request;
+        if (request.ParseFromArray(buffer.data(), static_cast<int>(received.size))) {
+            (void)handle_svc_req(fd, &request, received.io_fd.get());
+        } else {
+            SVC_TRACE_ERR("Parse service request message from socket failed, bytes_read {}", received.size);
+        }
+    }
+    received.io_fd.reset();  // before the peer sees the end of the connection: its output is complete then
+    close_connection(io);
+}
+
+void svc_server_thread_heartbeat_punch_cb(timer_ *) {
+    if (auto *curr_thread = sdk::lib::thread::t_curr_thread_) {
+        curr_thread->punch_heartbeat();
+    }
+}
+
+}  // namespace core

@@ -1,0 +1,23 @@
+// Byte strings of messages as fixed-size byte arrays of records.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <cstring>
+#include <string_view>
+
+namespace svc {
+
+// Stores the first N bytes of `src`; a shorter one is followed by zeros.
+template <size_t N>
+void store_bytes(uint8_t (&dst)[N], std::string_view src) {
+    if (src.size() >= N) {
+        memcpy(dst, src.data(), N);
+        return;
+    }
+    memset(dst, 0, N);
+    src.copy(reinterpret_cast<char *>(dst), N);
+}
+
+}  // namespace svc

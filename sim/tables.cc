@@ -1,0 +1,121 @@
+#include "sim/tables.h"
+
+#include <cstring>
+#include <mutex>
+#include <shared_mutex>
+#include <string>
+#include <unordered_map>
+
+#include "sim/faults.h"
+
+namespace sim {
+
+namespace {
+
+using record = std::vector<uint8_t>;
+
+struct table_s {
+    std::shared_mutex lock;
+    std::unordered_map<std::string, record> entries;  // by the bytes of the key record
+};
+
+table_s &at(size_t table) {
+    static std::vector<table_s> tables(table_infos().size());
+    return tables[table];
+}
+
+std::span<const uint8_t> bytes(const void *data, size_t size) {
+    return {static_cast<const uint8_t *>(data), size};
+}
+
+std::span<const uint8_t> key_of_spec(size_t table, const void *spec) {
+    return bytes(static_cast<const uint8_t *>(spec) + 1, table_infos()[table].key_size);
+}
+
+std::string to_key(std::span<const uint8_t> key) { return {key.begin(), key.end()}; }
+
+record to_record(size_t table, const void *spec) {
+    const auto data = bytes(spec, table_infos()[table].record_size);
+    return {data.begin(), data.end()};
+}
+
+sdk::sdk_ret_t injected(size_t table, const char *operation, std::span<const uint8_t> key) {
+    return faults_armed() ? injected_fault(table_operation(table_infos()[table].name, operation), key)
+                          : sdk::SDK_RET_OK;
+}
+
+}  // namespace
+
+std::string table_operation(std::string_view table, std::string_view operation) {
+    return std::string("nyx_tbl_").append(table).append("_").append(operation);
+}
+
+sdk::sdk_ret_t table_create(size_t table, const void *spec) {
+    const auto key = key_of_spec(table, spec);
+    if (const auto ret = injected(table, "create", key)) {
+        return ret;
+    }
+    std::unique_lock guard(at(table).lock);
+    const bool created = at(table).entries.try_emplace(to_key(key), to_record(table, spec)).second;
+    return created ? sdk::SDK_RET_OK : sdk::SDK_RET_ALREADY_PRESENT;
+}
+
+sdk::sdk_ret_t table_update(size_t table, const void *spec) {
+    const auto key = key_of_spec(table, spec);
+    if (const auto ret = injected(table, "update", key)) {
+        return ret;
+    }
+    std::unique_lock guard(at(table).lock);
+    const auto entry = at(table).entries.find(to_key(key));
+    if (entry == at(table).entries.end()) {
+        return sdk::SDK_RET_LOOKUP_FAILURE;
+    }
+    entry->second = to_record(table, spec);
+    return sdk::SDK_RET_OK;
+}
+
+sdk::sdk_ret_t table_delete(size_t table, const void *key_record) {
+    const auto key = bytes(key_record, table_infos()[table].key_size);
+    if (const auto ret = injected(table, "delete", key)) {
+        return ret;
+    }
+    std::unique_lock guard(at(table).lock);
+    return at(table).entries.erase(to_key(key)) ? sdk::SDK_RET_OK : sdk::SDK_RET_LOOKUP_FAILURE;
+}
+
+sdk::sdk_ret_t table_read(size_t table, const void *key_record, void *spec) {
+    const auto key = bytes(key_record, table_infos()[table].key_size);
+    if (const auto ret = injected(table, "read", key)) {
+        return ret;
+    }
+    std::shared_lock guard(at(table).lock);
+    const auto entry = at(table).entries.find(to_key(key));
+    if (entry == at(table).entries.end()) {
+        return sdk::SDK_RET_LOOKUP_FAILURE;
+    }
+    memcpy(spec, entry->second.data(), entry->second.size());
+    return sdk::SDK_RET_OK;
+}
+
+size_t table_entry_count(size_t table) {
+    std::shared_lock guard(at(table).lock);
+    return at(table).entries.size();
+}
+
+std::vector<std::vector<uint8_t>> table_entries(size_t table) {
+    std::shared_lock guard(at(table).lock);
+    std::vector<record> records;
+    for (const auto &[key, entry] : at(table).entries) {
+        records.push_back(entry);
+    }
+    return records;
+}
+
+void clear_tables() {
+    for (size_t table = 0; table < table_infos().size(); table++) {
+        std::unique_lock guard(at(table).lock);
+        at(table).entries.clear();
+    }
+}
+
+}  // namespace sim

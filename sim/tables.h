@@ -1,0 +1,40 @@
+// The stand-in's table library: P4 tables that keep their entries in memory.
+//
+// An entry is known by its key record alone, in exact-match and ternary tables alike. Any thread.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "agent_api/sdk_ret.h"
+
+namespace sim {
+
+struct table_info_s {
+    std::string_view name;
+    size_t record_size;  // bytes of an entry record; its key record starts at byte 1
+    size_t key_size;     // bytes of a key record
+};
+
+// The tables in the slot order of the table service; a table's place here is its number.
+std::span<const table_info_s> table_infos();
+
+// The four operations on table number `table`, with records of the sizes above.
+sdk::sdk_ret_t table_create(size_t table, const void *spec);  // SDK_RET_ALREADY_PRESENT
+sdk::sdk_ret_t table_update(size_t table, const void *spec);  // SDK_RET_LOOKUP_FAILURE
+sdk::sdk_ret_t table_delete(size_t table, const void *key);   // SDK_RET_LOOKUP_FAILURE
+sdk::sdk_ret_t table_read(size_t table, const void *key,
+                          void *spec);  // SDK_RET_LOOKUP_FAILURE, spec untouched
+
+size_t table_entry_count(size_t table);
+
+// Copies of all entry records of a table, in no order.
+std::vector<std::vector<uint8_t>> table_entries(size_t table);
+
+void clear_tables();
+
+}  // namespace sim

@@ -1,0 +1,7 @@
+// The stand-in's trace logger: the agent sets one up, or none.
+
+#include "agent_api/trace_logger.h"
+
+utils::log *core::g_trace_logger = nullptr;
+
+std::shared_ptr<spdlog::logger> utils::log::logger() { return logger_; }

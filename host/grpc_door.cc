@@ -1,0 +1,111 @@
+#include "host/grpc_door.h"
+
+#include <grpcpp/ext/proto_server_reflection_plugin.h>
+#include <grpcpp/grpcpp.h>
+#include <grpcpp/health_check_service_interface.h>
+#include <poll.h>
+#include <sys/eventfd.h>
+#include <sys/socket.h>
+
+#include <cerrno>
+#include <chrono>
+#include <fstream>
+#include <sstream>
+
+#include "svc/grpc_nyx_tbl.h"
+
+namespace host {
+
+namespace {
+
+constexpr int k_max_receive_bytes = 64 * 1024 * 1024;
+constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);
+
+// With gRPC's default of two, threads come and go with every few calls of eight clients.
+constexpr int k_pollers = 16;
+
+std::string read_file(const std::string &path) {
+    std::ifstream file(path, std::ios::binary);
+    std::stringstream text;
+    text << file.rdbuf();
+    if (!file || !text) {
+        throw setup_error(path + ": can't be read");
+    }
+    return text.str();
+}
+
+std::shared_ptr<grpc::ServerCredentials> credentials(const options_s &options) {
+    if (!options.tls) {
+        return grpc::InsecureServerCredentials();
+    }
+    grpc::SslServerCredentialsOptions tls;
+    tls.pem_key_cert_pairs.push_back({read_file(options.tls->key_file), read_file(options.tls->cert_file)});
+    if (!options.tls->client_ca_file.empty()) {
+        tls.pem_root_certs = read_file(options.tls->client_ca_file);
+        tls.client_certificate_request = GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY;
+    }
+    return grpc::SslServerCredentials(tls);
+}
+
+std::vector<std::unique_ptr<grpc::Service>> make_services() {
+    std::vector<std::unique_ptr<grpc::Service>> services;
+    services.push_back(std::make_unique<NyxTblSvcImpl>());
+    return services;
+}
+
+}  // namespace
+
+grpc_door::grpc_door(const options_s &options)
+    : listener_(listen_on(options.grpc, options.tls.has_value())),
+      stop_(eventfd(0, EFD_CLOEXEC)),
+      services_(make_services()) {
+    grpc::EnableDefaultHealthCheckService(true);
+    grpc::reflection::InitProtoReflectionServerBuilderPlugin();
+    grpc::ServerBuilder builder;
+    builder.SetMaxReceiveMessageSize(k_max_receive_bytes);
+    builder.SetSyncServerOption(grpc::ServerBuilder::SyncServerOption::MIN_POLLERS, k_pollers);
+    builder.SetSyncServerOption(grpc::ServerBuilder::SyncServerOption::MAX_POLLERS, k_pollers);
+    for (const auto &service : services_) {
+        builder.RegisterService(service.get());
+    }
+    acceptor_ = builder.experimental().AddExternalConnectionAcceptor(
+        grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, credentials(options));
+    server_ = builder.BuildAndStart();
+    if (!stop_ || !server_) {
+        throw setup_error(options.grpc + ": the gRPC server does not start" +
+                          (options.tls ? "; are certificate and key a pair of PEM files?" : ""));
+    }
+    accept_thread_ = std::thread([this] { accept_until_stopped(); });
+}
+
+grpc_door::~grpc_door() {
+    eventfd_write(stop_.get(), 1);
+    accept_thread_.join();
+    server_->Shutdown(std::chrono::system_clock::now() + k_shutdown_patience);
+    if (!listener_.unix_path.empty()) {
+        unlink(listener_.unix_path.c_str());
+    }
+}
+
+// False when it is time to stop.
+bool grpc_door::wait_for(int fd, int timeout_ms) const {
+    pollfd waiting[] = {{.fd = stop_.get(), .events = POLLIN, .revents = 0},
+                        {.fd = fd, .events = POLLIN, .revents = 0}};
+    poll(waiting, 2, timeout_ms);
+    return waiting[0].revents == 0;
+}
+
+void grpc_door::accept_until_stopped() {
+    constexpr int k_for_ever = -1, k_no_fd = -1, k_pause_ms = 50;
+    while (wait_for(listener_.fd.get(), k_for_ever)) {
+        grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
+        connection.fd = accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+        if (connection.fd >= 0) {
+            acceptor_->HandleNewConnection(&connection);  // owns the descriptor from here on
+        } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
+            wait_for(k_no_fd, k_pause_ms);  // clients wait in the backlog until there are descriptors again
+        }
+    }
+}
+
+}  // namespace host

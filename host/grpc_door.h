@@ -1,0 +1,48 @@
+// The agent's gRPC server: all services, reflection and health.
+
+#pragma once
+
+#include <grpcpp/server.h>
+
+#include <memory>
+#include <string>
+#include <thread>
+#include <vector>
+
+#include "host/listener.h"
+#include "host/options.h"
+
+namespace grpc {
+class Service;
+namespace experimental {
+class ExternalConnectionAcceptor;
+}
+}  // namespace grpc
+
+namespace host {
+
+// Serves from construction to destruction. Clients are accepted by a loop of its own, because gRPC's listener
+// never accepts again once the process was out of descriptors. Owned by one thread.
+class grpc_door {
+ public:
+    // Throws setup_error.
+    explicit grpc_door(const options_s &options);
+
+    // Ends calls that run after half a second.
+    ~grpc_door();
+
+    const std::string &address() const { return listener_.address; }
+
+ private:
+    void accept_until_stopped();
+    bool wait_for(int fd, int timeout_ms) const;
+
+    listener_s listener_;
+    base::unique_fd stop_;
+    std::vector<std::unique_ptr<grpc::Service>> services_;
+    std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor> acceptor_;
+    std::unique_ptr<grpc::Server> server_;
+    std::thread accept_thread_;
+};
+
+}  // namespace host

@@ -1,0 +1,151 @@
+#include "host/listener.h"
+
+#include <arpa/inet.h>
+#include <netdb.h>
+#include <netinet/in.h>
+#include <netinet/tcp.h>
+#include <sys/socket.h>
+#include <sys/stat.h>
+#include <sys/un.h>
+
+#include <cerrno>
+#include <cstring>
+#include <memory>
+
+namespace host {
+
+namespace {
+
+using addrinfo_list = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
+
+constexpr int k_backlog = 128;
+
+[[noreturn]] void fail(const std::string &subject, const std::string &why) {
+    throw setup_error(subject + ": " + why);
+}
+
+[[noreturn]] void fail_errno(const std::string &subject, const std::string &action) {
+    fail(subject,
+         errno == EADDRINUSE ? "in use, probably by another agent" : action + ": " + strerror(errno));
+}
+
+base::unique_fd open_socket(const std::string &subject, int family) {
+    base::unique_fd fd(socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
+    if (!fd) {
+        fail_errno(subject, "can't open a socket");
+    }
+    return fd;
+}
+
+sockaddr_un to_unix_address(const std::string &path) {
+    sockaddr_un address = {};
+    address.sun_family = AF_UNIX;
+    if (path.empty() || path.size() >= sizeof(address.sun_path)) {
+        fail(path, "a socket's path has 1 to 107 bytes, this one " + std::to_string(path.size()));
+    }
+    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
+    return address;
+}
+
+listener_s listen_unix(const std::string &path) {
+    const sockaddr_un address = to_unix_address(path);
+    refuse_taken_path(path);
+    base::unique_fd fd = open_socket(path, AF_UNIX);
+    unlink(path.c_str());
+    if (bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
+        fail_errno(path, "can't bind");
+    }
+    if (listen(fd.get(), k_backlog) != 0) {
+        fail_errno(path, "can't listen");
+    }
+    return {std::move(fd), "unix:" + path, path};
+}
+
+bool is_loopback(const sockaddr *address) {
+    if (address->sa_family == AF_INET) {
+        const auto *v4 = reinterpret_cast<const sockaddr_in *>(address);
+        return ntohl(v4->sin_addr.s_addr) >> 24 == IN_LOOPBACKNET;
+    }
+    return IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6 *>(address)->sin6_addr);
+}
+
+addrinfo_list resolve(const std::string &address) {
+    const size_t colon = address.rfind(':');
+    std::string name = address.substr(0, colon);
+    if (name.size() > 2 && name.front() == '[' && name.back() == ']') {
+        name = name.substr(1, name.size() - 2);
+    } else if (name.find(':') != name.npos) {
+        name.clear();  // an IPv6 address without brackets leaves open where the port begins
+    }
+    if (colon == address.npos || name.empty()) {
+        fail(address, "must be HOST:PORT, [IPV6]:PORT or unix:PATH");
+    }
+    addrinfo hints = {};
+    hints.ai_socktype = SOCK_STREAM;
+    hints.ai_flags = AI_NUMERICSERV;
+    addrinfo *found = nullptr;
+    const int error = getaddrinfo(name.c_str(), address.c_str() + colon + 1, &hints, &found);
+    if (error != 0) {
+        fail(address, gai_strerror(error));
+    }
+    return {found, freeaddrinfo};
+}
+
+std::string bound_address(int fd) {
+    sockaddr_storage address;
+    socklen_t size = sizeof(address);
+    char name[INET6_ADDRSTRLEN] = "", port[sizeof("65535")] = "";
+    if (getsockname(fd, reinterpret_cast<sockaddr *>(&address), &size) == 0) {
+        getnameinfo(reinterpret_cast<const sockaddr *>(&address), size, name, sizeof(name), port,
+                    sizeof(port), NI_NUMERICHOST | NI_NUMERICSERV);
+    }
+    const std::string text = address.ss_family == AF_INET6 ? "[" + std::string(name) + "]" : name;
+    return text + ":" + port;
+}
+
+listener_s listen_tcp(const std::string &address, bool beyond_loopback) {
+    const addrinfo_list found = resolve(address);
+    if (!beyond_loopback && !is_loopback(found->ai_addr)) {
+        fail(address,
+             "other machines can reach this address: give --tls-cert and --tls-key, or use 127.0.0.1");
+    }
+    base::unique_fd fd = open_socket(address, found->ai_family);
+    const int on = 1;
+    setsockopt(fd.get(), SOL_SOCKET, SO_REUSEADDR, &on, sizeof(on));
+    setsockopt(fd.get(), IPPROTO_TCP, TCP_NODELAY, &on, sizeof(on));
+    if (bind(fd.get(), found->ai_addr, found->ai_addrlen) != 0) {
+        fail_errno(address, "can't bind");
+    }
+    if (listen(fd.get(), k_backlog) != 0) {
+        fail_errno(address, "can't listen");
+    }
+    const std::string bound = bound_address(fd.get());
+    return {std::move(fd), bound, {}};
+}
+
+}  // namespace
+
+listener_s listen_on(const std::string &address, bool beyond_loopback) {
+    const std::string unix_scheme = "unix:";
+    return address.starts_with(unix_scheme) ? listen_unix(address.substr(unix_scheme.size()))
+                                            : listen_tcp(address, beyond_loopback);
+}
+
+void refuse_taken_path(const std::string &path) {
+    const sockaddr_un address = to_unix_address(path);
+    struct stat status;
+    if (lstat(path.c_str(), &status) != 0) {
+        return;
+    }
+    if (!S_ISSOCK(status.st_mode)) {
+        fail(path, "there is something that is no socket; move it away or choose another path");
+    }
+    const base::unique_fd probe = open_socket(path, AF_UNIX);
+    // EAGAIN: somebody listens who has not accepted the last peers yet.
+    if (connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 ||
+        errno == EAGAIN) {
+        fail(path, "in use, probably by another agent");
+    }
+}
+
+}  // namespace host

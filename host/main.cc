@@ -1,0 +1,57 @@
+// nyx-agent: the services on the stand-in, from start to SIGTERM or SIGINT.
+
+#include <fmt/core.h>
+#include <pthread.h>
+#include <signal.h>
+#include <spdlog/sinks/stdout_sinks.h>
+
+#include "agent_api/trace_logger.h"
+#include "host/grpc_door.h"
+#include "host/options.h"
+#include "host/socket_door.h"
+
+namespace {
+
+// The signals are taken by sigwait() on the main thread alone: a gRPC server can't be stopped from a handler.
+sigset_t block_stop_signals() {
+    sigset_t signals;
+    sigemptyset(&signals);
+    sigaddset(&signals, SIGTERM);
+    sigaddset(&signals, SIGINT);
+    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    return signals;
+}
+
+int serve(const host::options_s &options) {
+    const sigset_t stop_signals = block_stop_signals();
+    const host::grpc_door grpc(options);
+    const host::socket_door socket(options.socket);
+    fmt::print("nyx-agent ready: grpc {} socket {}\n", grpc.address(), options.socket);
+    fflush(stdout);
+    int signal = 0;
+    sigwait(&stop_signals, &signal);
+    return 0;
+}
+
+}  // namespace
+
+int main(int argc, char **argv) {
+    const host::parsed_s parsed = host::parse_command_line(argc, argv);
+    if (!parsed.options) {
+        return parsed.exit_code;
+    }
+    signal(SIGPIPE, SIG_IGN);
+    utils::log trace_logger(spdlog::stderr_logger_mt("nyx-agent"), parsed.options->trace_level);
+    core::g_trace_logger = &trace_logger;
+    for (const auto &fault : parsed.options->faults) {
+        sim::add_fault(fault);
+    }
+    int exit_code = 1;
+    try {
+        exit_code = serve(*parsed.options);
+    } catch (const std::exception &error) {
+        fmt::print(stderr, "nyx-agent: {}\n", error.what());
+    }
+    core::g_trace_logger = nullptr;
+    return exit_code;
+}

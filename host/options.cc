@@ -1,0 +1,98 @@
+#include "host/options.h"
+
+#include <CLI/CLI.hpp>
+#include <map>
+#include <stdexcept>
+
+namespace host {
+
+namespace {
+
+constexpr const char *k_footer = R"(
+Faults, to rehearse failures (may be given more than once):
+  --fault nyx_tbl_flow_create:code=6            every flowCreate entry fails with code 6
+  --fault nyx_tbl_flow_create:code=6,nth=3      only the third one
+  --fault nyx_tbl_flow_info_read:code=4,key=07  reads of keys that start with byte 07
+  --fault debug::nyx_handle_cmd:delay=300       debug commands take 300 ms longer
+
+Exit codes: 0 stopped by SIGTERM or SIGINT, 1 could not start or serve, 2 bad command line.)";
+
+constexpr const char *k_address_help =
+    "Address of the gRPC server: HOST:PORT (port 0: any free one) or unix:PATH. Without TLS only addresses "
+    "that "
+    "this machine alone can reach";
+
+const std::map<std::string, int32_t> k_levels = {
+    {"none", 0}, {"error", 1}, {"warn", 2}, {"info", 3}, {"debug", 4}};
+
+void add_tls_options(CLI::App &app, tls_options_s &tls) {
+    auto *cert = app.add_option("--tls-cert", tls.cert_file, "Certificate chain of the gRPC server, PEM");
+    auto *key = app.add_option("--tls-key", tls.key_file, "Private key of the gRPC server, PEM");
+    auto *client_ca = app.add_option("--tls-client-ca", tls.client_ca_file,
+                                     "Only serve clients with a certificate of this CA, PEM");
+    for (auto *file : {cert, key, client_ca}) {
+        file->type_name("FILE")->check(CLI::ExistingFile);
+    }
+    cert->needs(key);
+    key->needs(cert);
+    client_ca->needs(cert);
+}
+
+std::string check_fault(const std::string &text) {
+    try {
+        sim::parse_fault(text);
+        return {};
+    } catch (const std::invalid_argument &error) {
+        return error.what();
+    }
+}
+
+}  // namespace
+
+parsed_s parse_command_line(int argc, char **argv) {
+    CLI::App app(
+        "The dataplane agent on an in-memory stand-in for its card: serves gRPC and the debug socket.",
+        "nyx-agent");
+    options_s options = {.grpc = NYX_DEFAULT_GRPC,
+                         .socket = NYX_DEFAULT_SOCKET,
+                         .sysconfig = "/sysconfig/config0",
+                         .trace_level = k_levels.at("info"),
+                         .tls = {},
+                         .faults = {}};
+    tls_options_s tls;
+    std::vector<std::string> faults;
+    app.add_option("--grpc", options.grpc, k_address_help)->type_name("ADDRESS")->capture_default_str();
+    app.add_option("--socket", options.socket, "Path of the debug socket, at most 107 bytes")
+        ->type_name("PATH")
+        ->capture_default_str();
+    auto *sysconfig =
+        app.add_option("--sysconfig", options.sysconfig,
+                       "Folder of hostif_mac.json, where host interface MAC addresses are kept");
+    sysconfig->type_name("DIR")->capture_default_str()->check(CLI::ExistingDirectory);
+    app.add_option("--log-level", options.trace_level,
+                   "What is logged to stderr: none, error, warn, info or debug")
+        ->type_name("LEVEL")
+        ->transform(CLI::CheckedTransformer(k_levels).description(""))
+        ->default_str("info");
+    add_tls_options(app, tls);
+    app.add_option("--fault", faults,
+                   "Let an operation of the stand-in fail: OPERATION:code=CODE[,nth=N][,key=HEX]")
+        ->type_name("SPEC")
+        ->check(check_fault);
+    app.set_version_flag("--version", NYX_VERSION);
+    app.footer(k_footer);
+    try {
+        app.parse(argc, argv);
+    } catch (const CLI::ParseError &error) {
+        return {.options = {}, .exit_code = app.exit(error) == 0 ? 0 : 2};
+    }
+    if (!tls.cert_file.empty()) {
+        options.tls = tls;
+    }
+    for (const auto &fault : faults) {
+        options.faults.push_back(sim::parse_fault(fault));
+    }
+    return {.options = std::move(options), .exit_code = 0};
+}
+
+}  // namespace host

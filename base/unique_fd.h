@@ -8,6 +8,7 @@
 
 namespace base {
 
+// Closes the descriptor exactly once. For one thread at a time.
 class unique_fd {
  public:
     explicit unique_fd(int fd = -1) : fd_(fd) {}
@@ -18,16 +19,17 @@ class unique_fd {
     }
     ~unique_fd() { reset(); }
 
+    bool valid() const { return fd_ >= 0; }
     int get() const { return fd_; }
-    explicit operator bool() const { return fd_ >= 0; }
     int release() { return std::exchange(fd_, -1); }
     void reset(int fd = -1) {
-        // Once closed, a number may be another thread's: after an error it must not be closed again.
-        if (fd_ >= 0) {
-            close(fd_);
-        }
+        (void)close();
         fd_ = fd;
     }
+
+    // Closes now and returns 0, or -1 with errno: writes that failed late are reported here. The number may
+    // be another thread's from then on, so that it is given up after an error too. Nothing when not valid.
+    int close() { return valid() ? ::close(release()) : 0; }
 
  private:
     int fd_;

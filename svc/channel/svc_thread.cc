@@ -65,7 +65,7 @@ class accept_reserve {
 
     // Accepts one waiting peer and hangs up on it.
     void turn_one_away(int listen_fd) {
-        if (!reserve_) {
+        if (!reserve_.valid()) {
             usleep(10'000);  // another thread was quicker to take it; wait for descriptors, but do not spin
         }
         reserve_.reset();
@@ -142,7 +142,7 @@ sdk_ret_t svc_server_thread_resume_cb(void *ctxt) { return svc_server_thread_uds
 sdk_ret_t svc_server_thread_uds_init(void *ctxt) {
     const auto *path = static_cast<const char *>(ctxt);
     unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!fd) {
+    if (!fd.valid()) {
         SVC_TRACE_ERR("Failed to open UDS for cmd server thread, err {} {}", errno, strerror(errno));
         return sdk::SDK_RET_GENERIC_ERROR;
     }
@@ -170,7 +170,7 @@ void svc_server_accept_cb(io_ *, int fd, int) {
     // Peers decide how many accepts fail in a row: only the first one is logged.
     static thread_local bool t_failing = false;
     unique_fd connection(accept4(fd, nullptr, nullptr, SOCK_CLOEXEC));
-    if (!connection) {
+    if (!connection.valid()) {
         const bool out_of_descriptors = errno == EMFILE || errno == ENFILE;
         if (!std::exchange(t_failing, true)) {
             SVC_TRACE_ERR("Accept failed");

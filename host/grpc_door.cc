@@ -9,9 +9,8 @@
 
 #include <cerrno>
 #include <chrono>
-#include <fstream>
-#include <sstream>
 
+#include "host/credentials.h"
 #include "svc/grpc_nyx_tbl.h"
 
 namespace host {
@@ -19,33 +18,11 @@ namespace host {
 namespace {
 
 constexpr int k_max_receive_bytes = 64 * 1024 * 1024;
-constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);
+constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);  // then calls are cancelled
+constexpr auto k_stop_patience = std::chrono::milliseconds(800);
 
 // With gRPC's default of two, threads come and go with every few calls of eight clients.
 constexpr int k_pollers = 16;
-
-std::string read_file(const std::string &path) {
-    std::ifstream file(path, std::ios::binary);
-    std::stringstream text;
-    text << file.rdbuf();
-    if (!file || !text) {
-        throw setup_error(path + ": can't be read");
-    }
-    return text.str();
-}
-
-std::shared_ptr<grpc::ServerCredentials> credentials(const options_s &options) {
-    if (!options.tls) {
-        return grpc::InsecureServerCredentials();
-    }
-    grpc::SslServerCredentialsOptions tls;
-    tls.pem_key_cert_pairs.push_back({read_file(options.tls->key_file), read_file(options.tls->cert_file)});
-    if (!options.tls->client_ca_file.empty()) {
-        tls.pem_root_certs = read_file(options.tls->client_ca_file);
-        tls.client_certificate_request = GRPC_SSL_REQUEST_AND_REQUIRE_CLIENT_CERTIFICATE_AND_VERIFY;
-    }
-    return grpc::SslServerCredentials(tls);
-}
 
 std::vector<std::unique_ptr<grpc::Service>> make_services() {
     std::vector<std::unique_ptr<grpc::Service>> services;
@@ -69,22 +46,31 @@ grpc_door::grpc_door(const options_s &options)
         builder.RegisterService(service.get());
     }
     acceptor_ = builder.experimental().AddExternalConnectionAcceptor(
-        grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, credentials(options));
+        grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD,
+        server_credentials(options.tls));
     server_ = builder.BuildAndStart();
-    if (!stop_ || !server_) {
-        throw setup_error(options.grpc + ": the gRPC server does not start" +
-                          (options.tls ? "; are certificate and key a pair of PEM files?" : ""));
+    if (!stop_.valid() || !server_) {
+        throw setup_error(options.grpc + ": the gRPC server does not start");
     }
     accept_thread_ = std::thread([this] { accept_until_stopped(); });
 }
 
 grpc_door::~grpc_door() {
+    if (!stopped_.valid()) {
+        stop();
+    }
+}
+
+bool grpc_door::stop() {
     eventfd_write(stop_.get(), 1);
     accept_thread_.join();
-    server_->Shutdown(std::chrono::system_clock::now() + k_shutdown_patience);
     if (!listener_.unix_path.empty()) {
         unlink(listener_.unix_path.c_str());
     }
+    stopped_ = std::async(std::launch::async, [this] {
+        server_->Shutdown(std::chrono::system_clock::now() + k_shutdown_patience);
+    });
+    return stopped_.wait_for(k_stop_patience) == std::future_status::ready;
 }
 
 // False when it is time to stop.

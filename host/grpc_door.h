@@ -4,6 +4,7 @@
 
 #include <grpcpp/server.h>
 
+#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -28,8 +29,13 @@ class grpc_door {
     // Throws setup_error.
     explicit grpc_door(const options_s &options);
 
-    // Ends calls that run after half a second.
+    // Stops, however long that takes.
     ~grpc_door();
+
+    // Takes no more clients, ends calls that still run after half a second, and returns true within a second
+    // when all is quiet. False: gRPC can't let go of a client that does not read its response. What is left
+    // then is to leave the process.
+    bool stop();
 
     const std::string &address() const { return listener_.address; }
 
@@ -43,6 +49,7 @@ class grpc_door {
     std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor> acceptor_;
     std::unique_ptr<grpc::Server> server_;
     std::thread accept_thread_;
+    std::future<void> stopped_;  // valid once stop() was called
 };
 
 }  // namespace host

@@ -9,6 +9,7 @@
 #include <sys/un.h>
 
 #include <cerrno>
+#include <charconv>
 #include <cstring>
 #include <memory>
 
@@ -31,7 +32,7 @@ constexpr int k_backlog = 128;
 
 base::unique_fd open_socket(const std::string &subject, int family) {
     base::unique_fd fd(socket(family, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
-    if (!fd) {
+    if (!fd.valid()) {
         fail_errno(subject, "can't open a socket");
     }
     return fd;
@@ -69,6 +70,12 @@ bool is_loopback(const sockaddr *address) {
     return IN6_IS_ADDR_LOOPBACK(&reinterpret_cast<const sockaddr_in6 *>(address)->sin6_addr);
 }
 
+bool is_port(const std::string &text) {
+    uint16_t port;
+    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), port);
+    return error == std::errc() && end == text.data() + text.size();
+}
+
 addrinfo_list resolve(const std::string &address) {
     const size_t colon = address.rfind(':');
     std::string name = address.substr(0, colon);
@@ -77,7 +84,7 @@ addrinfo_list resolve(const std::string &address) {
     } else if (name.find(':') != name.npos) {
         name.clear();  // an IPv6 address without brackets leaves open where the port begins
     }
-    if (colon == address.npos || name.empty()) {
+    if (colon == address.npos || name.empty() || !is_port(address.substr(colon + 1))) {
         fail(address, "must be HOST:PORT, [IPV6]:PORT or unix:PATH");
     }
     addrinfo hints = {};

@@ -5,6 +5,9 @@
 #include <signal.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
+#include <cstdlib>
+#include <optional>
+
 #include "agent_api/trace_logger.h"
 #include "host/grpc_door.h"
 #include "host/options.h"
@@ -24,12 +27,17 @@ sigset_t block_stop_signals() {
 
 int serve(const host::options_s &options) {
     const sigset_t stop_signals = block_stop_signals();
-    const host::grpc_door grpc(options);
-    const host::socket_door socket(options.socket);
+    host::grpc_door grpc(options);
+    std::optional<host::socket_door> socket(options.socket);
     fmt::print("nyx-agent ready: grpc {} socket {}\n", grpc.address(), options.socket);
     fflush(stdout);
     int signal = 0;
     sigwait(&stop_signals, &signal);
+    socket.reset();
+    if (!grpc.stop()) {
+        fmt::print(stderr, "nyx-agent: stopping without a client that does not read its response\n");
+        std::_Exit(0);
+    }
     return 0;
 }
 

@@ -1,0 +1,34 @@
+// Byte strings as people write and read them. What bytes_to_text() returns, bytes_from_text() takes back to
+// the same bytes with the same form.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "types/options.pb.h"
+
+namespace nyxctl {
+
+// Reads `text` as bytes in network order. Accepted for every form:
+//   pairs of hexadecimal digits, with or without "0x": 00a1ff
+//   the same in groups, divided by ':' or '.' (groups of one size) or by '-': 00:1a:2b, 001a.2b3c, a UUID
+//   base64, only behind "base64:"
+//   nothing, for no bytes
+// With BYTES_TEXT_IPV6 also an IPv6 address (16 bytes) and a dotted IPv4 address (4 bytes); colons then mean
+// an address, except around 16 pairs. Elsewhere four dotted groups that could be an IPv4 address are refused,
+// because their digits would be read as hexadecimal. The number of bytes is not checked.
+// On refusal returns false and sets `error` to what is wrong with which text and what is allowed; `bytes` is
+// then unspecified.
+[[nodiscard]] bool bytes_from_text(std::string_view text, types::BytesText form, std::string *bytes,
+                                   std::string *error);
+
+// Shows 6 bytes of BYTES_TEXT_MAC, 16 of BYTES_TEXT_IPV6 and 16 of BYTES_TEXT_UUID in the form's notation,
+// and everything else as lower-case hexadecimal digits.
+std::string bytes_to_text(std::string_view bytes, types::BytesText form);
+
+// Base64 (RFC 4648, with padding) as protobuf's JSON has it. The decoder returns false on other characters.
+std::string base64_encode(std::string_view bytes);
+[[nodiscard]] bool base64_decode(std::string_view text, std::string *bytes);
+
+}  // namespace nyxctl

@@ -1,0 +1,130 @@
+#include "client/commands.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+
+#include "client/debug_command.h"
+#include "client/debug_socket.h"
+#include "client/grpc_call.h"
+#include "client/json.h"
+#include "client/status_fields.h"
+#include "client/symbols.h"
+#include "client/text_io.h"
+
+namespace pb = google::protobuf;
+
+namespace nyxctl {
+namespace {
+
+void append_service(const pb::ServiceDescriptor *service, std::string *text) {
+    *text += service->full_name() + "\n";
+    for (int i = 0; i < service->method_count(); ++i) {
+        *text += method_path(service->method(i)) + "\n";
+    }
+}
+
+outcome_s read_request(const call_options_s &options, pb::Message *request) {
+    if (!options.json) {
+        return {};
+    }
+    std::string json;
+    if (outcome_s outcome = read_argument(*options.json, &json); !outcome.ok()) {
+        return outcome;
+    }
+    return json_to_message(json, request);
+}
+
+outcome_s show_response(const pb::MethodDescriptor *method, const pb::Message &response) {
+    std::string json;
+    if (outcome_s outcome = message_to_json(response, &json); !outcome.ok()) {
+        return outcome;
+    }
+    if (outcome_s outcome = write_stdout(json + "\n"); !outcome.ok()) {
+        return outcome;
+    }
+    if (const auto failed = failed_api_status(response)) {
+        return {NYXCTL_EXIT_API_STATUS, method_path(method) + ": " + *failed};
+    }
+    return {};
+}
+
+outcome_s open_output(const std::string &path, base::unique_fd *file) {
+    if (path.empty()) {
+        // The agent's writes to a descriptor that takes none would vanish without a word.
+        const int flags = fcntl(STDOUT_FILENO, F_GETFL);
+        const bool writable = flags >= 0 && (flags & O_ACCMODE) != O_RDONLY;
+        return writable ? outcome_s() : local_failure("stdout is closed; open it or give -o FILE");
+    }
+    *file = base::unique_fd(open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0666));
+    return file->valid() ? outcome_s()
+                         : local_failure("cannot open \"" + path + "\": " + std::strerror(errno));
+}
+
+}  // namespace
+
+outcome_s run_list(const std::string &name) {
+    std::string text;
+    if (name.empty()) {
+        for (const pb::ServiceDescriptor *service : all_services()) {
+            append_service(service, &text);
+        }
+        return write_stdout(text);
+    }
+    const pb::ServiceDescriptor *service = nullptr;
+    if (outcome_s outcome = find_service(name, &service); !outcome.ok()) {
+        return outcome;
+    }
+    append_service(service, &text);
+    return write_stdout(text);
+}
+
+outcome_s run_describe(const std::string &symbol) {
+    std::string text;
+    outcome_s outcome = describe_symbol(symbol, &text);
+    return outcome.ok() ? write_stdout(text) : outcome;
+}
+
+outcome_s run_call(const global_options_s &global, const call_options_s &options) {
+    const pb::MethodDescriptor *method = nullptr;
+    if (outcome_s outcome = find_method(options.method, &method); !outcome.ok()) {
+        return outcome;
+    }
+    const auto request = new_message(method->input_type());
+    if (outcome_s outcome = read_request(options, request.get()); !outcome.ok()) {
+        return outcome;
+    }
+    const auto response = new_message(method->output_type());
+    outcome_s outcome = grpc_call(global, method, *request, response.get());
+    return outcome.ok() ? show_response(method, *response) : outcome;
+}
+
+outcome_s run_debug(const global_options_s &global, const debug_options_s &options) {
+    types::ServiceRequestMessage request;
+    if (outcome_s outcome = build_debug_request(options, &request); !outcome.ok()) {
+        return outcome;
+    }
+    const deadline_t deadline = std::chrono::steady_clock::now() + global.timeout();
+    base::unique_fd socket;
+    if (outcome_s outcome = debug_connect(global.socket, deadline, &socket); !outcome.ok()) {
+        return outcome;
+    }
+    base::unique_fd file;
+    if (outcome_s outcome = open_output(options.output, &file); !outcome.ok()) {
+        return outcome;
+    }
+    types::ServiceResponseMessage response;
+    const int output_fd = file.valid() ? file.get() : STDOUT_FILENO;
+    if (outcome_s outcome = debug_exchange(socket, request, output_fd, deadline, &response); !outcome.ok()) {
+        return outcome;
+    }
+    std::cerr << "status: " << api_status_text(response.api_status()) << std::endl;
+    if (file.close() != 0) {
+        return local_failure("cannot finish \"" + options.output + "\": " + std::strerror(errno));
+    }
+    return {response.api_status() == types::API_STATUS_OK ? NYXCTL_EXIT_OK : NYXCTL_EXIT_API_STATUS, ""};
+}
+
+}  // namespace nyxctl

@@ -1,0 +1,145 @@
+#include "client/grpc_call.h"
+
+#include <grpc/grpc.h>
+#include <grpcpp/generic/generic_stub.h>
+#include <grpcpp/grpcpp.h>
+#include <grpcpp/impl/codegen/proto_utils.h>
+
+#include <array>
+#include <cstdlib>
+#include <future>
+#include <memory>
+#include <sstream>
+#include <string_view>
+
+#include "client/symbols.h"
+#include "client/text_io.h"
+
+namespace pb = google::protobuf;
+
+namespace nyxctl {
+namespace {
+
+using stub_t = grpc::TemplatedGenericStub<pb::Message, pb::Message>;
+
+constexpr std::array<std::string_view, 17> k_status_names = {
+    "OK",        "CANCELLED",       "UNKNOWN",           "INVALID_ARGUMENT",   "DEADLINE_EXCEEDED",
+    "NOT_FOUND", "ALREADY_EXISTS",  "PERMISSION_DENIED", "RESOURCE_EXHAUSTED", "FAILED_PRECONDITION",
+    "ABORTED",   "OUT_OF_RANGE",    "UNIMPLEMENTED",     "INTERNAL",           "UNAVAILABLE",
+    "DATA_LOSS", "UNAUTHENTICATED",
+};
+
+std::string status_name(int code) {
+    const bool known = code >= 0 && code < static_cast<int>(k_status_names.size());
+    return std::string(known ? k_status_names[code] : "gRPC status") + " (" + std::to_string(code) + ")";
+}
+
+// gRPC itself would answer bad files with a connection that fails for no stated reason.
+outcome_s read_pem(const std::string &path, const std::string &kind, std::string *pem) {
+    if (path.empty()) {
+        return {};
+    }
+    outcome_s outcome = read_file(path, pem);
+    if (outcome.ok() && pem->find(kind + "-----") == std::string::npos) {
+        return local_failure("\"" + path + "\" holds no " + kind + " in PEM format");
+    }
+    return outcome;
+}
+
+outcome_s tls_options(const global_options_s &options, grpc::SslCredentialsOptions *tls) {
+    outcome_s outcome = read_pem(options.tls_ca, "CERTIFICATE", &tls->pem_root_certs);
+    if (outcome.ok()) {
+        outcome = read_pem(options.tls_cert, "CERTIFICATE", &tls->pem_cert_chain);
+    }
+    return outcome.ok() ? read_pem(options.tls_key, "PRIVATE KEY", &tls->pem_private_key) : outcome;
+}
+
+outcome_s make_channel(const global_options_s &options, std::shared_ptr<grpc::Channel> *channel) {
+    // gRPC would take port 443 silently.
+    if (options.grpc.find(':') == std::string::npos) {
+        return usage_failure("--grpc \"" + options.grpc + "\" has no port; give HOST:PORT or unix:PATH");
+    }
+    auto credentials = grpc::InsecureChannelCredentials();
+    if (!options.tls_ca.empty()) {
+        grpc::SslCredentialsOptions tls;
+        if (outcome_s outcome = tls_options(options, &tls); !outcome.ok()) {
+            return outcome;
+        }
+        credentials = grpc::SslCredentials(tls);
+    }
+    grpc::ChannelArguments arguments;
+    arguments.SetMaxReceiveMessageSize(-1);
+    // An agent is spoken to directly, whatever http_proxy says.
+    arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
+    arguments.SetInt(GRPC_ARG_SERVICE_CONFIG_DISABLE_RESOLUTION, 1);
+    *channel = grpc::CreateCustomChannel(options.grpc, credentials, arguments);
+    return {};
+}
+
+std::string timeout_text(const global_options_s &options) {
+    std::ostringstream text;
+    text << options.timeout_seconds << " s";
+    return text.str();
+}
+
+std::string address_hint(const global_options_s &options) {
+    return options.tls_ca.empty() ? "check that the agent runs there, that --grpc or NYX_GRPC is right, and "
+                                    "whether it wants TLS (--tls-ca)"
+                                  : "check that the agent runs there, that --grpc or NYX_GRPC is right, and "
+                                    "that it uses TLS with these certificates";
+}
+
+outcome_s failure(const global_options_s &options, const std::string &path, const grpc::Status &status,
+                  bool connected) {
+    const std::string message = status.error_message().empty() ? "no text given" : status.error_message();
+    if (status.error_code() == grpc::StatusCode::UNAVAILABLE) {
+        return {NYXCTL_EXIT_UNREACHABLE, path + ": no agent reachable at " + options.grpc + ": " + message +
+                                             "; " + address_hint(options)};
+    }
+    if (status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED) {
+        const std::string what = connected ? "no answer from " : "no connection to ";
+        return {NYXCTL_EXIT_DEADLINE, path + ": " + what + options.grpc + " within " + timeout_text(options) +
+                                          (connected ? "; raise --timeout" : "; " + address_hint(options))};
+    }
+    return {NYXCTL_EXIT_GRPC_BASE + static_cast<int>(status.error_code()),
+            path + ": " + status_name(status.error_code()) + " from " + options.grpc + ": " + message};
+}
+
+grpc::Status call_and_wait(const std::shared_ptr<grpc::Channel> &channel, const std::string &path,
+                           const global_options_s &options, const pb::Message &request,
+                           pb::Message *response) {
+    grpc::ClientContext context;
+    context.set_deadline(std::chrono::system_clock::now() + options.timeout());
+    std::promise<grpc::Status> done;
+    stub_t stub(channel);
+    stub.UnaryCall(&context, "/" + path, grpc::StubOptions(), &request, response,
+                   [&](grpc::Status status) { done.set_value(std::move(status)); });
+    return done.get_future().get();
+}
+
+}  // namespace
+
+outcome_s grpc_call(const global_options_s &options, const pb::MethodDescriptor *method,
+                    const pb::Message &request, pb::Message *response) {
+    const std::string path = method_path(method);
+    if (method->client_streaming() || method->server_streaming()) {
+        return usage_failure(
+            path + " is a streaming method; nyxctl calls methods with one request and one response");
+    }
+    // The library's own lines on stderr say again, and at length, what the status says.
+    setenv("GRPC_VERBOSITY", "NONE", 0);
+    // Taken and never given back: shutting the library down can take ten seconds after a large request.
+    grpc_init();
+    std::shared_ptr<grpc::Channel> channel;
+    if (outcome_s outcome = make_channel(options, &channel); !outcome.ok()) {
+        return outcome;
+    }
+    const grpc::Status status = call_and_wait(channel, path, options, request, response);
+    if (status.ok()) {
+        return {};
+    }
+    const bool connected = channel->GetState(false) == GRPC_CHANNEL_READY;
+    return failure(options, path, status, connected);
+}
+
+}  // namespace nyxctl

@@ -1,0 +1,20 @@
+// One unary gRPC call to the agent.
+
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
+#include "client/options.h"
+#include "client/outcome.h"
+
+namespace nyxctl {
+
+// Connects, calls and waits, at most for the timeout; a refused connection fails at once. `request` and
+// `response` are of the method's types. `response` is set on success alone. Failures: usage (a streaming
+// method, an address without port), local (a TLS file), unreachable, deadline, and NYXCTL_EXIT_GRPC_BASE plus
+// the number of any other gRPC status. Success says nothing about api_status.
+outcome_s grpc_call(const global_options_s &options, const google::protobuf::MethodDescriptor *method,
+                    const google::protobuf::Message &request, google::protobuf::Message *response);
+
+}  // namespace nyxctl

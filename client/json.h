@@ -1,0 +1,31 @@
+// Messages as JSON and back, in protobuf's own mapping except that bytes are texts of bytes_text.h, never
+// plain base64. Works on descriptors alone, also inside google.protobuf.Any of any message in the process.
+
+#pragma once
+
+#include <google/protobuf/message.h>
+
+#include <memory>
+#include <string>
+#include <string_view>
+
+#include "client/outcome.h"
+
+namespace nyxctl {
+
+// Objects and arrays within each other; deeper JSON is refused.
+constexpr size_t k_json_depth_max = 100;
+
+// An empty message of a type of the generated pool.
+std::unique_ptr<google::protobuf::Message> new_message(const google::protobuf::Descriptor *type);
+
+// Fills `message` from one JSON object. On refusal (syntax, a key twice, an unknown field, a value that does
+// not fit, depth) returns a usage failure that names the field by its path, and `message` is unspecified.
+outcome_s json_to_message(std::string_view json, google::protobuf::Message *message);
+
+// Sets `json` to the message in several lines of two-space steps, without a newline at its end, with the
+// field names of the .proto files and with fields that are zero. A message that JSON cannot express (an Any
+// of an unknown type) is a local failure.
+outcome_s message_to_json(const google::protobuf::Message &message, std::string *json);
+
+}  // namespace nyxctl

@@ -1,0 +1,217 @@
+#include "client/json_bytes.h"
+
+#include <google/protobuf/descriptor.pb.h>
+
+#include <functional>
+#include <string_view>
+#include <utility>
+#include <vector>
+
+#include "client/bytes_text.h"
+#include "client/nearest.h"
+#include "client/symbols.h"
+
+namespace pb = google::protobuf;
+
+namespace nyxctl {
+namespace {
+
+constexpr std::string_view k_type_key = "@type";
+
+// Changes one bytes value in place; returns what is wrong with it, or nothing.
+using convert_t = std::function<std::string(json_t &value, types::BytesText form)>;
+
+types::BytesText bytes_form(const pb::FieldDescriptor *field) {
+    return field->options().GetExtension(types::bytes_text);
+}
+
+// Either of the two spellings that protobuf's reader accepts.
+const pb::FieldDescriptor *field_of_key(const pb::Descriptor *type, const std::string &key) {
+    if (const pb::FieldDescriptor *field = type->FindFieldByName(key)) {
+        return field;
+    }
+    for (int i = 0; i < type->field_count(); ++i) {
+        if (type->field(i)->json_name() == key) {
+            return type->field(i);
+        }
+    }
+    return nullptr;
+}
+
+std::string unknown_field_text(const pb::Descriptor *type, const std::string &key) {
+    std::vector<std::string> names;
+    for (int i = 0; i < type->field_count(); ++i) {
+        names.push_back(type->field(i)->name());
+    }
+    return "no such field in " + type->full_name() + nearest_names_text(key, names) +
+           "; see nyxctl describe " + type->full_name();
+}
+
+// Visits a tree once. Every function returns false after the first refusal.
+class bytes_walk {
+ public:
+    explicit bytes_walk(convert_t convert) : convert_(std::move(convert)) {}
+
+    bool walk_message(json_t &value, const pb::Descriptor *type, types::BytesText form) {
+        switch (type->well_known_type()) {
+            case pb::Descriptor::WELLKNOWNTYPE_ANY:
+                return walk_any(value);
+            case pb::Descriptor::WELLKNOWNTYPE_BYTESVALUE:
+                return walk_bytes(value, form);
+            case pb::Descriptor::WELLKNOWNTYPE_UNSPECIFIED:
+                return walk_fields(value, type);
+            default:
+                return true;  // JSON of its own kind, and never with bytes
+        }
+    }
+
+    std::string error() const { return path_.empty() ? reason_ : path_ + ": " + reason_; }
+
+ private:
+    bool refuse(std::string reason) {
+        reason_ = std::move(reason);
+        return false;
+    }
+
+    // The path is kept as it is on refusal: it names the place.
+    template <typename WALK>
+    bool below(const std::string &step, WALK walk) {
+        const size_t size = path_.size();
+        path_ += step;
+        if (!walk()) {
+            return false;
+        }
+        path_.resize(size);
+        return true;
+    }
+
+    std::string key_step(const std::string &key) const { return path_.empty() ? key : "." + key; }
+
+    bool walk_fields(json_t &object, const pb::Descriptor *type) {
+        if (object.is_null()) {
+            return true;
+        }
+        if (!object.is_object()) {
+            return refuse("found " + std::string(object.type_name()) + ", but " + type->full_name() +
+                          " is a JSON object; see nyxctl describe " + type->full_name());
+        }
+        for (auto &[key, value] : object.items()) {
+            if (!below(key_step(key), [&, &k = key, &v = value] { return walk_key(k, v, type); })) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool walk_key(const std::string &key, json_t &value, const pb::Descriptor *type) {
+        if (key == k_type_key) {
+            return true;
+        }
+        const pb::FieldDescriptor *field = field_of_key(type, key);
+        return field == nullptr ? refuse(unknown_field_text(type, key)) : walk_field(value, field);
+    }
+
+    bool walk_field(json_t &value, const pb::FieldDescriptor *field) {
+        if (field->is_map()) {
+            return walk_elements(value, value.is_object(), field->message_type()->map_value(),
+                                 bytes_form(field));
+        }
+        if (field->is_repeated()) {
+            return walk_elements(value, value.is_array(), field, bytes_form(field));
+        }
+        return walk_value(value, field, bytes_form(field));
+    }
+
+    bool walk_elements(json_t &value, bool fits, const pb::FieldDescriptor *field, types::BytesText form) {
+        if (!fits) {
+            return value.is_null() ||
+                   refuse("found " + std::string(value.type_name()) +
+                          " for a field of several values; give " +
+                          (field->containing_type()->options().map_entry() ? "{...}" : "[...]"));
+        }
+        for (auto &[key, element] : value.items()) {
+            if (!below("[" + key + "]", [&, &e = element] { return walk_value(e, field, form); })) {
+                return false;
+            }
+        }
+        return true;
+    }
+
+    bool walk_value(json_t &value, const pb::FieldDescriptor *field, types::BytesText form) {
+        if (field->type() == pb::FieldDescriptor::TYPE_BYTES) {
+            return walk_bytes(value, form);
+        }
+        const pb::Descriptor *type = field->message_type();
+        return type == nullptr || walk_message(value, type, form);
+    }
+
+    bool walk_bytes(json_t &value, types::BytesText form) {
+        if (value.is_null()) {
+            return true;
+        }
+        std::string reason =
+            value.is_string() ? convert_(value, form)
+                              : "found " + std::string(value.type_name()) + ", but bytes are a JSON string";
+        return reason.empty() || refuse(std::move(reason));
+    }
+
+    bool walk_any(json_t &value) {
+        if (!value.is_object() || !value.contains(k_type_key) || !value[k_type_key].is_string()) {
+            return true;
+        }
+        const std::string &url = value[k_type_key].get_ref<const std::string &>();
+        const std::string name = url.substr(url.rfind('/') + 1);
+        const pb::Descriptor *type = pb::DescriptorPool::generated_pool()->FindMessageTypeByName(name);
+        if (type == nullptr || name.size() == url.size()) {
+            return refuse("\"@type\" is \"" + url +
+                          "\"; give \"type.googleapis.com/\" and the full name of a message" +
+                          nearest_names_text(name, all_message_names()));
+        }
+        if (type->well_known_type() == pb::Descriptor::WELLKNOWNTYPE_UNSPECIFIED) {
+            return walk_fields(value, type);
+        }
+        // Types with JSON of their own stand in an Any under this key.
+        return !value.contains("value") || walk_message(value["value"], type, types::BYTES_TEXT_HEX);
+    }
+
+    convert_t convert_;
+    std::string path_;
+    std::string reason_;
+};
+
+std::string text_to_base64(json_t &value, types::BytesText form) {
+    std::string bytes;
+    std::string reason;
+    if (!bytes_from_text(value.get_ref<const std::string &>(), form, &bytes, &reason)) {
+        return reason;
+    }
+    value = base64_encode(bytes);
+    return {};
+}
+
+std::string base64_to_text(json_t &value, types::BytesText form) {
+    std::string bytes;
+    if (base64_decode(value.get_ref<const std::string &>(), &bytes)) {
+        value = bytes_to_text(bytes, form);
+    }
+    return {};
+}
+
+}  // namespace
+
+bool texts_to_base64(json_t *dom, const pb::Descriptor *type, std::string *error) {
+    bytes_walk walk(text_to_base64);
+    if (walk.walk_message(*dom, type, types::BYTES_TEXT_HEX)) {
+        return true;
+    }
+    *error = walk.error();
+    return false;
+}
+
+void base64_to_texts(json_t *dom, const pb::Descriptor *type) {
+    // Nothing is refused here: the tree comes from protobuf's own writer.
+    bytes_walk walk(base64_to_text);
+    static_cast<void>(walk.walk_message(*dom, type, types::BYTES_TEXT_HEX));
+}
+
+}  // namespace nyxctl

@@ -1,0 +1,22 @@
+// Text in and out of the process.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "client/outcome.h"
+
+namespace nyxctl {
+
+// Sets `text` to what an argument stands for: "-" the whole of stdin, "@FILE" the file, anything else itself.
+// What cannot be read, or is longer than 64 MiB, is a local failure.
+outcome_s read_argument(const std::string &argument, std::string *text);
+
+// Sets `text` to the file.
+outcome_s read_file(const std::string &path, std::string *text);
+
+// Writes everything to stdout, unbuffered, or says why not.
+outcome_s write_stdout(std::string_view text);
+
+}  // namespace nyxctl

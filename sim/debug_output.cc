@@ -1,5 +1,6 @@
 #include "sim/debug_output.h"
 
+#include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
 #include <unistd.h>
@@ -35,7 +36,8 @@ sdk::sdk_ret_t to_ret(int error) {
 }  // namespace
 
 sdk::sdk_ret_t write_output(int fd, std::string_view text) {
-    if (fd < 0) {
+    const int flags = fcntl(fd, F_GETFL);
+    if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY) {
         return sdk::SDK_RET_INVALID_ARG;
     }
     const auto deadline = clock::now() + std::chrono::milliseconds(500);

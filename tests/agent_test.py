@@ -1,0 +1,188 @@
+"""nyx-agent and nyxctl as their users run them.
+
+usage: agent_test.py FOLDER-OF-PROGRAMS [unittest options]
+"""
+
+import contextlib
+import json
+import os
+import pathlib
+import signal
+import socket
+import subprocess
+import sys
+import tempfile
+import time
+import unittest
+
+BIN = pathlib.Path(sys.argv.pop(1)).resolve()
+PATIENCE_S = 60  # sanitizers are slow; nothing here waits unless something is wrong
+STOP_S = 5  # the promise is one second; what goes wrong in gRPC takes ten
+
+
+class Agent:
+    """A running agent on a free port, with its socket in `folder`."""
+
+    def __init__(self, folder, *options, grpc="127.0.0.1:0", socket_name="svc.sock"):
+        self.socket = str(pathlib.Path(folder) / socket_name)
+        self.process = subprocess.Popen(
+            [BIN / "nyx-agent", "--grpc", grpc, "--socket", self.socket, "--sysconfig", folder, *options],
+            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
+        self.ready = self.process.stdout.readline()
+        self.grpc = self.ready.split()[3] if self.ready.startswith("nyx-agent ready: grpc ") else None
+
+    def stop(self, with_signal=signal.SIGTERM):
+        """Returns the exit code and what was logged."""
+        self.process.send_signal(with_signal)
+        _, log = self.process.communicate(timeout=STOP_S)
+        return self.process.returncode, log
+
+
+def run(program, *arguments):
+    return subprocess.run([BIN / program, *arguments], capture_output=True, text=True, timeout=PATIENCE_S)
+
+
+class AgentTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+
+    def start(self, *options, **doors):
+        agent = Agent(self.folder, *options, **doors)
+        self.addCleanup(agent.process.communicate)
+        self.addCleanup(agent.process.kill)
+        self.assertTrue(agent.grpc, agent.ready or agent.process.stderr.read())
+        return agent
+
+    def ctl(self, agent, *arguments):
+        return run("nyxctl", "--grpc", agent.grpc, "--socket", agent.socket, *arguments)
+
+    def assert_refused(self, text, *options, exit_code=1):
+        result = run("nyx-agent", *options)
+        self.assertEqual(result.returncode, exit_code, result.stderr)
+        self.assertIn(text, result.stderr)
+        self.assertNotIn("ready", result.stdout)
+
+    def free_options(self, **changes):
+        options = {"grpc": "127.0.0.1:0", "socket": f"{self.folder}/other.sock", "sysconfig": self.folder} | changes
+        return [text for name, value in options.items() for text in (f"--{name}", value)]
+
+    def test_both_doors_serve_and_share_the_tables(self):
+        agent = self.start()
+        entry = {"request": [{"key": {"k1": 7}, "flow_info_a_data": {"d2": "0102030405060708"}}]}
+        self.assertEqual(self.ctl(agent, "call", "flow_infoCreate", json.dumps(entry)).returncode, 0)
+        got = self.ctl(agent, "call", "flow_infoGet", '{"key": [{"k1": 7}]}')
+        self.assertEqual(json.loads(got.stdout)["response"][0]["spec"]["flow_info_a_data"]["d2"], "0102030405060708")
+        output = self.ctl(agent, "debug", "tables")
+        self.assertRegex(output.stdout, r"(?m)^flow_info +1$")
+        self.assertIn("API_STATUS_OK", output.stderr)
+
+    def test_exit_codes_tell_what_failed(self):
+        agent = self.start()
+        key = '{"key": [{"k1": 7}]}'
+        self.assertEqual(self.ctl(agent, "call", "flow_infoGet", key).returncode, 5)
+        self.assertEqual(self.ctl(agent, "debug", "35").returncode, 5)
+        self.assertEqual(self.ctl(agent, "call", "flow_infoGet", "{").returncode, 2)
+        self.assertEqual(self.ctl(agent, "call", "no_such_method").returncode, 2)
+        self.assertEqual(agent.stop()[0], 0)
+        self.assertEqual(self.ctl(agent, "call", "flow_infoGet", key).returncode, 3)
+        self.assertEqual(self.ctl(agent, "debug", "tables").returncode, 3)
+
+    def test_stops_on_either_signal_whatever_is_open(self):
+        for number in (signal.SIGTERM, signal.SIGINT):
+            agent = self.start()
+            host, port = agent.grpc.rsplit(":", 1)
+            with socket.create_connection((host, int(port))), socket.socket(socket.AF_UNIX) as idle:
+                idle.connect(agent.socket)
+                code, log = agent.stop(number)
+            self.assertEqual(code, 0, log)
+            self.assertNotIn("error", log)
+            self.assertFalse(os.path.exists(agent.socket))
+
+    def test_stops_though_a_client_does_not_read_its_response(self):
+        agent = self.start("--fault", "nyx_tbl_flow_info_read:delay=1000,nth=1")
+        pathlib.Path(self.folder, "keys").write_text(json.dumps({"key": [{"k1": n} for n in range(100_000)]}))
+        client = subprocess.Popen([BIN / "nyxctl", "--grpc", agent.grpc, "call", "flow_infoGet",
+                                   f"@{self.folder}/keys"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
+        self.addCleanup(client.wait)
+        self.addCleanup(client.kill)
+        time.sleep(0.7)  # it has asked, and the agent takes its time to answer
+        client.send_signal(signal.SIGSTOP)
+        time.sleep(1.5)  # the agent has answered as much as the connection holds
+        self.assertEqual(agent.stop()[0], 0)
+
+    def test_second_agent_on_the_same_door_is_refused(self):
+        first = self.start()
+        self.assert_refused(f"{first.grpc}: in use", *self.free_options(grpc=first.grpc))
+        self.assert_refused(f"{first.socket}: in use", *self.free_options(socket=first.socket))
+        path = f"unix:{self.folder}/grpc.sock"
+        self.start(grpc=path, socket_name="second.sock")
+        self.assert_refused("in use", *self.free_options(grpc=path))
+        self.assertEqual(self.ctl(first, "debug", "help").returncode, 0)
+        self.assertEqual(run("nyxctl", "--grpc", path, "call", "flowGet").returncode, 0)
+
+    def test_socket_of_a_killed_agent_is_taken_over(self):
+        killed = self.start()
+        killed.stop(signal.SIGKILL)
+        self.assertTrue(os.path.exists(killed.socket))
+        self.assertEqual(self.ctl(self.start(), "debug", "help").returncode, 0)
+
+    def test_plaintext_beyond_loopback_is_refused(self):
+        for address in ("0.0.0.0:0", "[::]:0"):
+            self.assert_refused("other machines can reach this address", *self.free_options(grpc=address))
+
+    def test_impossible_paths_and_addresses_are_explained(self):
+        pathlib.Path(self.folder, "file").write_text("precious")
+        for path, text in ((f"{self.folder}/{'x' * 108}", "1 to 107 bytes"), (self.folder, "no socket"),
+                           (f"{self.folder}/file", "no socket"), (f"{self.folder}/missing/s", "return code 44")):
+            self.assert_refused(text, *self.free_options(socket=path))
+        self.assertEqual(pathlib.Path(self.folder, "file").read_text(), "precious")
+        for address in ("nonsense", "127.0.0.1:70000", "::1:50054", ":50054", "unix:"):
+            self.assert_refused("nyx-agent: ", *self.free_options(grpc=address))
+
+    def test_bad_command_lines_are_refused(self):
+        for options, text in ((["--fault", "nyx_tbl_flow_create"], "OPERATION:code=CODE"),
+                              (["--fault", "nyx_tbl_flow_creat:code=6"], "no operation 'nyx_tbl_flow_creat'"),
+                              (["--fault", "nyx_tbl_flow_create:code=0"], "code must be"),
+                              (["--fault", "nyx_tbl_flow_create:code=6,nth=0"], "nth must be"),
+                              (["--fault", "nyx_tbl_flow_create:code=6,key=0"], "hexadecimal"),
+                              (["--log-level", "loud"], "loud"), (["--nonsense"], "nonsense"),
+                              (["--tls-cert", "/dev/null"], "tls-key")):
+            self.assert_refused(text, *options, exit_code=2)
+        self.assertEqual(run("nyx-agent", "--help").returncode, 0)
+
+    def test_faults_strike_as_told(self):
+        agent = self.start("--fault", "nyx_tbl_flow_info_create:code=SDK_RET_HW_TABLE_FULL,nth=2",
+                           "--fault", "debug::nyx_handle_cmd:code=39")
+        entries = json.dumps({"request": [{"key": {"k1": n}} for n in (1, 2, 3)]})
+        self.assertEqual(self.ctl(agent, "call", "flow_infoCreate", entries).returncode, 5)
+        for key, code in ((1, 0), (2, 5), (3, 0)):
+            keys = json.dumps({"key": [{"k1": key}]})
+            self.assertEqual(self.ctl(agent, "call", "flow_infoGet", keys).returncode, code, key)
+        self.assertIn("API_STATUS_TIMED_OUT", self.ctl(agent, "debug", "help").stderr)
+
+    def make_certificate(self, name):
+        files = [f"{self.folder}/{name}.{kind}" for kind in ("crt", "key")]
+        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
+                        "-subj", f"/CN={name}", "-addext", "subjectAltName=IP:127.0.0.1", "-days", "1",
+                        "-out", files[0], "-keyout", files[1]], check=True, capture_output=True)
+        return files
+
+    def test_tls_serves_clients_that_prove_themselves(self):
+        (cert, key), (client_cert, client_key) = self.make_certificate("agent"), self.make_certificate("client")
+        agent = self.start("--tls-cert", cert, "--tls-key", key, "--tls-client-ca", client_cert)
+        call = ("call", "flowGet", "--timeout", "20")
+        identity = ("--tls-cert", client_cert, "--tls-key", client_key)
+        self.assertEqual(self.ctl(agent, "--tls-ca", cert, *identity, *call).returncode, 0)
+        self.assertEqual(self.ctl(agent, "--tls-ca", cert, *call).returncode, 3)
+        self.assertEqual(self.ctl(agent, *call).returncode, 3)
+        self.assert_refused("no PEM certificate", *self.free_options(), "--tls-cert", key, "--tls-key", cert)
+        self.assert_refused("no PEM private key", *self.free_options(), "--tls-cert", cert, "--tls-key", client_key)
+
+    def test_nothing_is_logged_below_the_level(self):
+        self.assertEqual(self.start("--log-level", "error").stop(), (0, ""))
+        self.assertIn("Listening to UDS", self.start().stop()[1])
+
+
+if __name__ == "__main__":
+    with contextlib.suppress(BrokenPipeError):
+        unittest.main(verbosity=2)

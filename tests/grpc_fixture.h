@@ -1,0 +1,86 @@
+// Services under test behind a real gRPC server in this process.
+
+#pragma once
+
+#include <google/protobuf/message.h>
+#include <grpcpp/generic/generic_stub.h>
+#include <grpcpp/grpcpp.h>
+#include <stdlib.h>
+
+#include <chrono>
+#include <filesystem>
+#include <memory>
+#include <stdexcept>
+#include <string>
+#include <vector>
+
+namespace test {
+
+// A new folder, removed at the end with everything in it.
+class temp_folder {
+ public:
+    temp_folder() : path_((std::filesystem::temp_directory_path() / "nyx_test_XXXXXX").string()) {
+        if (!mkdtemp(path_.data())) {
+            throw std::runtime_error("cannot create " + path_);
+        }
+    }
+    temp_folder(const temp_folder &) = delete;
+    temp_folder &operator=(const temp_folder &) = delete;
+    ~temp_folder() {
+        std::error_code ignored;
+        std::filesystem::remove_all(path_, ignored);
+    }
+
+    const std::string &path() const { return path_; }
+
+ private:
+    std::string path_;
+};
+
+// A server on a Unix domain socket of its own and a channel to it. The services must outlive it. Calls may
+// come from any thread.
+class grpc_server {
+ public:
+    explicit grpc_server(const std::vector<grpc::Service *> &services) {
+        const std::string address = "unix:" + folder_.path() + "/grpc.sock";
+        grpc::ServerBuilder builder;
+        builder.AddListeningPort(address, grpc::InsecureServerCredentials());
+        for (auto *service : services) {
+            builder.RegisterService(service);
+        }
+        server_ = builder.BuildAndStart();
+        if (!server_) {
+            throw std::runtime_error("no server at " + address);
+        }
+        channel_ = grpc::CreateChannel(address, grpc::InsecureChannelCredentials());
+    }
+    grpc_server(const grpc_server &) = delete;
+    grpc_server &operator=(const grpc_server &) = delete;
+    ~grpc_server() { server_->Shutdown(); }
+
+    const std::shared_ptr<grpc::Channel> &channel() const { return channel_; }
+
+    // One unary call by the path of its method, /PACKAGE.SERVICE/METHOD, that waits for the response.
+    grpc::Status call(const std::string &path, const google::protobuf::Message &req,
+                      google::protobuf::Message *rsp) {
+        grpc::TemplatedGenericStub<google::protobuf::Message, google::protobuf::Message> stub(channel_);
+        grpc::ClientContext context;
+        context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(30));
+        grpc::CompletionQueue queue;
+        const auto reader = stub.PrepareUnaryCall(&context, path, req, &queue);
+        grpc::Status status;
+        reader->StartCall();
+        reader->Finish(rsp, &status, nullptr);
+        void *tag = nullptr;
+        bool finished = false;
+        queue.Next(&tag, &finished);
+        return status;
+    }
+
+ private:
+    temp_folder folder_;
+    std::unique_ptr<grpc::Server> server_;
+    std::shared_ptr<grpc::Channel> channel_;
+};
+
+}  // namespace test

@@ -1,0 +1,268 @@
+#include "svc/channel/svc_thread.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/resource.h>
+#include <sys/stat.h>
+
+#include <fstream>
+#include <thread>
+
+#include "sim/debug.h"
+#include "sim/faults.h"
+#include "sim/watchdog.h"
+#include "tests/socket_fixture.h"
+
+namespace {
+
+using test::client;
+using test::command_bytes;
+using test::eventually;
+using test::open_descriptors;
+using test::output_pipe;
+using test::SocketTest;
+using testing::ElementsAre;
+using testing::HasSubstr;
+
+class ServiceThread : public SocketTest {
+ protected:
+    void SetUp() override {
+        sim::forget_last_command();
+        sim::clear_faults();
+        ASSERT_EQ(thread_.start(), sdk::SDK_RET_OK);
+        expect_served();  // all that is opened once is open now
+        idle_descriptors_ = open_descriptors();
+        sim::forget_last_command();
+    }
+
+    // No matter what happened before: nothing is left open, and the next tool is served.
+    void TearDown() override {
+        EXPECT_TRUE(eventually([this] { return open_descriptors() == idle_descriptors_; }))
+            << open_descriptors() << " descriptors instead of " << idle_descriptors_;
+        expect_served();
+        sim::clear_faults();
+    }
+
+    size_t idle_descriptors_ = 0;
+};
+
+TEST_F(ServiceThread, RequestIsAnsweredAndItsOutputComplete) {
+    expect_served();
+    struct stat status;
+    ASSERT_EQ(stat(path_.c_str(), &status), 0);
+    EXPECT_EQ(status.st_mode & 07777, 0777u);
+    EXPECT_THAT(trace_.messages(), ElementsAre("Listening to UDS " + path_));
+}
+
+TEST_F(ServiceThread, PeerThatSendsNothingIsClosedSilently) {
+    client(path_).hang_up();
+    client half_open(path_);
+    half_open.finish_sending();
+    EXPECT_EQ(half_open.read_to_end(), "");
+    EXPECT_FALSE(sim::last_command());
+    EXPECT_EQ(trace_.messages().size(), 1u);  // the one of the start
+}
+
+TEST_F(ServiceThread, BytesThatAreNoRequestAreLoggedWithTheirCount) {
+    const std::string request = command_bytes(nyx::COMMAND_HELP);
+    for (const std::string &bytes : {std::string("\xff"), request.substr(0, request.size() - 1),
+                                     std::string(1'000, '\xff'), std::string("\x12\x02\x0a\x05")}) {
+        client tool(path_);
+        output_pipe output;
+        ASSERT_TRUE(tool.send(bytes, {output.writer.get()}));
+        EXPECT_EQ(tool.read_to_end(), "");
+        EXPECT_EQ(output.read_all(), "");  // ends: the agent has closed its descriptor
+        EXPECT_EQ(trace_.messages().back(), "Parse service request message from socket failed, bytes_read " +
+                                                std::to_string(bytes.size()));
+    }
+    EXPECT_FALSE(sim::last_command());
+}
+
+TEST_F(ServiceThread, OnlyTheFirstPieceOfARequestIsRead) {
+    const std::string request = command_bytes(35);
+    client split(path_);
+    ASSERT_TRUE(split.send(request.substr(0, 5)));
+    EXPECT_EQ(split.read_to_end(), "");
+    EXPECT_FALSE(split.send(request.substr(5)));
+    EXPECT_FALSE(sim::last_command());
+
+    client oversized(path_);
+    std::thread sender([&] { oversized.send(std::string(2'000'000, '\0')); });
+    EXPECT_EQ(oversized.read_to_end(), "");
+    sender.join();
+    EXPECT_THAT(trace_.messages().back(),
+                HasSubstr("Parse service request message from socket failed, bytes_read"));
+}
+
+TEST_F(ServiceThread, NoDescriptorThatAPeerPassesStaysOpen) {
+    output_pipe output;
+    for (const size_t count : {1, 2, 3, 200, 253}) {
+        for (const std::string &request :
+             {command_bytes(nyx::COMMAND_HELP), command_bytes(35), std::string("\xff")}) {
+            client tool(path_);
+            ASSERT_TRUE(tool.send(request, std::vector<int>(count, output.writer.get()))) << count;
+            EXPECT_TRUE(tool.read_to_end());
+        }
+    }
+    types::ServiceRequestMessage create;
+    create.set_config_op(types::SERVICE_OP_CREATE);
+    create.mutable_config_msg()->set_type_url("x/nyx.VPCRequest");
+    client unserved(path_);
+    ASSERT_TRUE(unserved.send(create.SerializeAsString(), {output.writer.get(), output.writer.get()}));
+    EXPECT_EQ(unserved.read_to_end(), "");
+    EXPECT_THAT(output.read_all(), HasSubstr("commands that exist"));
+}
+
+TEST_F(ServiceThread, FirstOfSeveralDescriptorsTakesTheOutput) {
+    output_pipe first, second;
+    client tool(path_);
+    ASSERT_TRUE(tool.send(command_bytes(nyx::COMMAND_HELP), {first.writer.get(), second.writer.get()}));
+    EXPECT_EQ(tool.read_to_end(), std::string("\x08\x00", 2));
+    EXPECT_THAT(first.read_all(), HasSubstr("commands that exist"));
+    EXPECT_EQ(second.read_all(), "");
+}
+
+TEST_F(ServiceThread, OutputThatCannotBeWrittenIsAStatus) {
+    output_pipe output, no_reader, full;
+    no_reader.reader.reset();
+    ASSERT_EQ(fcntl(full.writer.get(), F_SETFL, O_NONBLOCK), 0);
+    const std::string block(65'536, 'x');
+    while (write(full.writer.get(), block.data(), block.size()) > 0) {
+    }
+    const base::unique_fd full_disk(open("/dev/full", O_WRONLY | O_CLOEXEC));
+    const std::pair<int, std::string> cases[] = {
+        {output.reader.get(), "\x08\x02"},     // not open for writing: invalid argument
+        {no_reader.writer.get(), "\x08\x01"},  // would raise SIGPIPE
+        {full.writer.get(), "\x08\x09"},       // nobody reads: timed out
+        {full_disk.get(), "\x08\x01"},
+    };
+    for (const auto &[fd, answer] : cases) {
+        client tool(path_);
+        ASSERT_TRUE(tool.send(command_bytes(nyx::COMMAND_HELP), {fd}));
+        EXPECT_EQ(tool.read_to_end(), answer);
+    }
+    client without(path_);
+    ASSERT_TRUE(without.send(command_bytes(nyx::COMMAND_HELP)));
+    EXPECT_EQ(without.read_to_end(), "\x08\x02");
+}
+
+TEST_F(ServiceThread, SilentAndVanishingPeersKeepNobodyWaiting) {
+    std::vector<client> silent;
+    for (int i = 0; i < 50; i++) {
+        silent.emplace_back(path_);
+        client vanishing(path_);
+        ASSERT_TRUE(vanishing.send(command_bytes(nyx::COMMAND_HELP)));
+    }
+    expect_served();
+    output_pipe output;
+    ASSERT_TRUE(silent[7].send(command_bytes(nyx::COMMAND_HELP), {output.writer.get()}));
+    EXPECT_EQ(silent[7].read_to_end(), std::string("\x08\x00", 2));
+}
+
+TEST_F(ServiceThread, SuspendRefusesPeersUntilResume) {
+    client accepted(path_);
+    expect_served();  // the connection before this one is accepted by now
+    ASSERT_EQ(thread_.suspend(), sdk::SDK_RET_OK);
+    ASSERT_EQ(thread_.suspend(), sdk::SDK_RET_OK);
+    EXPECT_FALSE(client().connect_to(path_));
+    ASSERT_TRUE(accepted.send(command_bytes(35)));
+    EXPECT_EQ(accepted.read_to_end(), "\x08\x08");  // accepted before: still served
+    ASSERT_EQ(thread_.resume(), sdk::SDK_RET_OK);
+    expect_served();
+}
+
+TEST_F(ServiceThread, FailedResumeCanBeRepeated) {
+    ASSERT_EQ(thread_.suspend(), sdk::SDK_RET_OK);
+    std::filesystem::remove(path_);
+    std::filesystem::create_directory(path_);
+    EXPECT_EQ(thread_.resume(), sdk::SDK_RET_GENERIC_ERROR);
+    EXPECT_THAT(trace_.messages().back(),
+                HasSubstr("Failed to bind UDS for service thread, err 98 Address already"));
+    std::filesystem::remove(path_);
+    EXPECT_EQ(thread_.resume(), sdk::SDK_RET_OK);
+}
+
+TEST_F(ServiceThread, StartingOrResumingAgainTakesThePathOver) {
+    ASSERT_EQ(thread_.resume(), sdk::SDK_RET_OK);
+    expect_served();
+    std::filesystem::remove(path_);
+    std::ofstream(path_) << "an old file";
+    ASSERT_EQ(thread_.resume(), sdk::SDK_RET_OK);
+}
+
+TEST_F(ServiceThread, StopAfterSuspendClosesNothingTwice) {
+    client open(path_);
+    expect_served();
+    ASSERT_EQ(thread_.suspend(), sdk::SDK_RET_OK);
+    const base::unique_fd innocent(::open("/dev/null", O_RDONLY | O_CLOEXEC));  // takes the socket's number
+    thread_.stop();
+    EXPECT_GE(fcntl(innocent.get(), F_GETFD), 0);
+    EXPECT_EQ(open.read_to_end(), "");  // closed with the thread
+    ASSERT_EQ(thread_.start(), sdk::SDK_RET_OK);
+}
+
+// Takes descriptors until none is left.
+std::vector<base::unique_fd> take_all_descriptors() {
+    std::vector<base::unique_fd> taken;
+    for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+        taken.emplace_back(fd);
+    }
+    return taken;
+}
+
+TEST_F(ServiceThread, OutOfDescriptorsItTurnsPeersAwayAndServesAgainLater) {
+    rlimit limit;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit low = {.rlim_cur = 200, .rlim_max = limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    {
+        std::vector<client> peers(20);
+        const auto taken = take_all_descriptors();
+        for (client &peer : peers) {
+            EXPECT_TRUE(peer.connect_to(path_));
+            EXPECT_EQ(peer.read_to_end(), "");
+        }
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_THAT(trace_.messages(), ElementsAre(HasSubstr("Listening"), "Accept failed"));
+}
+
+TEST_F(SocketTest, SetUpThatFailsIsLoggedAndReturned) {
+    const std::pair<std::string, std::string> cases[] = {
+        {folder_ / "missing/x", "err 2 No such file or directory"},
+        {folder_ / std::string(108, 'x'), "err 36 File name too long"},
+        {"", "err 2 No such file or directory"},
+    };
+    for (const auto &[path, error] : cases) {
+        path_ = path;
+        sim::event_thread thread("svc_server",
+                                 {core::svc_server_thread_init, core::svc_server_thread_exit,
+                                  core::svc_server_thread_suspend_cb, core::svc_server_thread_resume_cb},
+                                 path_.data());
+        EXPECT_EQ(thread.start(), sdk::SDK_RET_GENERIC_ERROR) << path;
+        EXPECT_EQ(trace_.messages().back(), "Failed to bind UDS for service thread, " + error);
+    }
+}
+
+TEST_F(SocketTest, HeartbeatKeepsTheWatchdogQuietAndAStalledThreadIsNoticed) {
+    sim::set_time_scale(0.02);
+    const auto before = sim::heartbeats();
+    ASSERT_EQ(thread_.start(), sdk::SDK_RET_OK);
+    EXPECT_TRUE(eventually([&] { return sim::heartbeats().punched >= before.punched + 3; }));
+    ASSERT_EQ(thread_.suspend(), sdk::SDK_RET_OK);
+    const auto suspended = sim::heartbeats();
+    EXPECT_TRUE(eventually([&] { return sim::heartbeats().punched > suspended.punched + 3; }));
+    ASSERT_EQ(thread_.resume(), sdk::SDK_RET_OK);
+
+    sim::add_fault(sim::parse_fault("debug::nyx_handle_cmd:delay=500"));
+    client tool(path_);
+    const uint64_t late = sim::heartbeats().late;
+    ASSERT_TRUE(tool.send(command_bytes(nyx::COMMAND_HELP)));
+    EXPECT_TRUE(tool.read_to_end());
+    EXPECT_GT(sim::heartbeats().late, late);
+    EXPECT_THAT(trace_.messages(), testing::Contains(HasSubstr("svc_server missed its heartbeat")));
+    sim::clear_faults();
+}
+
+}  // namespace

@@ -1,0 +1,392 @@
+// The table service through real gRPC calls, against the in-memory table library.
+
+#include <gmock/gmock.h>
+#include <google/protobuf/util/message_differencer.h>
+#include <gtest/gtest.h>
+
+#include <algorithm>
+#include <array>
+#include <cstring>
+#include <set>
+#include <thread>
+
+#include "sim/faults.h"
+#include "sim/tables.h"
+#include "svc/grpc_nyx_tbl.h"
+#include "tests/grpc_fixture.h"
+#include "tests/table_layouts.h"
+
+namespace {
+
+using google::protobuf::util::MessageDifferencer;
+using test::entry_s;
+using test::fit_e;
+using test::make_entry;
+using test::Message;
+using test::table_layout_s;
+using testing::ElementsAre;
+using testing::ElementsAreArray;
+using testing::IsEmpty;
+using testing::UnorderedElementsAre;
+using types::API_STATUS_ERROR;
+using types::API_STATUS_OK;
+
+using entry_list = std::vector<entry_s>;
+
+MATCHER_P(EqualsMessage, expected, "equals " + expected->ShortDebugString()) {
+    return MessageDifferencer::Equals(arg, *expected);
+}
+
+// Makes each of the table's operations fail with what `fault` says.
+void arm_all(const table_layout_s &layout, const std::string &fault) {
+    for (const char *operation : {"create", "update", "read", "delete"}) {
+        sim::add_fault(sim::parse_fault(sim::table_operation(layout.name, operation) + ":" + fault));
+    }
+}
+
+class table_service : public testing::Test {
+ protected:
+    table_service() {
+        sim::clear_tables();
+        sim::clear_faults();
+    }
+    ~table_service() override { sim::clear_faults(); }
+
+    // Each makes one call and expects gRPC status OK and a response with this status, from get() also with
+    // what the entries' records read as.
+    void create(const table_layout_s &layout, const entry_list &entries, int status = API_STATUS_OK) {
+        call(layout.name + "Create", test::write_request(layout, entries),
+             test::response(layout, "", status));
+    }
+
+    void update(const table_layout_s &layout, const entry_list &entries, int status = API_STATUS_OK) {
+        call(layout.name + "Update", test::write_request(layout, entries),
+             test::response(layout, "", status));
+    }
+
+    void get(const table_layout_s &layout, const entry_list &entries, int status = API_STATUS_OK) {
+        call(layout.name + "Get", test::keys_request(layout, "Get", entries),
+             test::get_response(layout, entries, status));
+    }
+
+    void remove(const table_layout_s &layout, const entry_list &entries, int status = API_STATUS_OK) {
+        call(layout.name + "Delete", test::keys_request(layout, "Delete", entries),
+             test::response(layout, "Delete", status));
+    }
+
+    static std::vector<test::record> stored(const table_layout_s &layout) {
+        return sim::table_entries(layout.number);
+    }
+
+    NyxTblSvcImpl service_;
+    test::grpc_server server_{{&service_}};
+
+ private:
+    void call(const std::string &method, const std::shared_ptr<Message> &req,
+              const std::shared_ptr<Message> &expected) {
+        const std::unique_ptr<Message> rsp(expected->New());
+        const auto status = server_.call("/nyx.NyxTblSvc/" + method, *req, rsp.get());
+        EXPECT_TRUE(status.ok()) << method << ": " << status.error_message();
+        EXPECT_THAT(*rsp, EqualsMessage(expected)) << method;
+    }
+};
+
+// Suites over tables, by name: gtest shows names better than layouts.
+class every_table : public table_service, public testing::WithParamInterface<std::string> {
+ protected:
+    const table_layout_s &layout() const { return test::table_layout(GetParam()); }
+
+    // Ids of all actions with data, and some of actions without.
+    std::vector<uint32_t> action_ids() const {
+        std::vector<uint32_t> ids;
+        for (const auto &action : layout().actions) {
+            ids.push_back(action.id);
+        }
+        if (!layout().action(0)) {
+            ids.push_back(0);
+        }
+        ids.push_back(200);
+        return ids;
+    }
+};
+
+class ternary_table : public every_table {};
+
+std::vector<std::string> table_names(bool ternary_only) {
+    std::vector<std::string> names;
+    for (const auto &layout : test::table_layouts()) {
+        if (layout.ternary || !ternary_only) {
+            names.push_back(layout.name);
+        }
+    }
+    return names;
+}
+
+std::string param_name(const testing::TestParamInfo<std::string> &info) { return info.param; }
+
+INSTANTIATE_TEST_SUITE_P(tables, every_table, testing::ValuesIn(table_names(false)), param_name);
+INSTANTIATE_TEST_SUITE_P(tables, ternary_table, testing::ValuesIn(table_names(true)), param_name);
+
+void expect_fields(const std::string &message, const std::vector<test::field_layout_s> &fields) {
+    SCOPED_TRACE(message);
+    const auto *type = test::new_message(message)->GetDescriptor();
+    EXPECT_EQ(static_cast<size_t>(type->field_count()), fields.size());
+    for (const auto &field : fields) {
+        const auto *member = type->FindFieldByName(field.name);
+        ASSERT_TRUE(member) << field.name;
+        EXPECT_EQ(member->type(), field.type) << field.name;
+        EXPECT_FALSE(member->is_repeated()) << field.name;
+        EXPECT_EQ(member->options().GetExtension(types::record_width), field.width) << field.name;
+    }
+}
+
+TEST_P(every_table, MessagesHoldTheFieldsOfTheRecord) {
+    const auto &library = sim::table_infos()[layout().number];
+    EXPECT_EQ(library.name, GetParam());
+    EXPECT_EQ(library.record_size, layout().record_size);
+    EXPECT_EQ(library.key_size, layout().key_size);
+    expect_fields(GetParam() + "_key_t", layout().key);
+    const auto *spec = test::new_message(GetParam() + "Spec")->GetDescriptor();
+    EXPECT_EQ(spec->FindFieldByName("key_mask") != nullptr, layout().ternary);
+    EXPECT_EQ(spec->FindFieldByName("key_mask_valid") != nullptr, layout().ternary);
+    if (layout().ternary) {
+        expect_fields(GetParam() + "_key_mask_t", layout().mask);
+    }
+    const auto *data = spec->FindOneofByName("Data");
+    ASSERT_EQ(data ? data->field_count() : 0, static_cast<int>(layout().actions.size()));
+    for (size_t i = 0; i < layout().actions.size(); i++) {
+        const auto &action = layout().actions[i];
+        const auto *member = data->field(static_cast<int>(i));
+        EXPECT_EQ(member->name(), action.member);
+        EXPECT_EQ(member->number(), action.number);
+        EXPECT_EQ(member->message_type()->full_name(), "nyx." + action.message);
+        expect_fields(action.message, action.fields);
+    }
+}
+
+TEST_P(every_table, StoredEntriesAreReadChangedAndRemovedByTheirKeys) {
+    const auto ids = action_ids();
+    for (size_t i = 0; i < ids.size(); i++) {
+        SCOPED_TRACE("action " + std::to_string(ids[i]));
+        sim::clear_tables();
+        const auto entry = make_entry(layout(), ids[i], 0x01, 0x60);
+        const auto other = make_entry(layout(), ids[i], 0x91, 0xc0);
+        create(layout(), {entry, other});
+        EXPECT_THAT(stored(layout()), UnorderedElementsAre(entry.record, other.record));
+        get(layout(), {other, entry});
+
+        const auto changed = make_entry(layout(), ids[(i + 1) % ids.size()], 0x01, 0x30);
+        update(layout(), {changed});
+        EXPECT_THAT(stored(layout()), UnorderedElementsAre(changed.record, other.record));
+        get(layout(), {changed});
+
+        remove(layout(), {changed});
+        EXPECT_THAT(stored(layout()), ElementsAre(other.record));
+    }
+}
+
+TEST_P(every_table, ValuesAreCutAndFilledToTheWidthOfTheRecord) {
+    for (const auto fit : {fit_e::FIT_TOO_WIDE, fit_e::FIT_TOO_SHORT}) {
+        for (const uint32_t id : action_ids()) {
+            SCOPED_TRACE("action " + std::to_string(id));
+            const auto entry = make_entry(layout(), id, 0x01, 0x60, fit);
+            create(layout(), {entry});
+            EXPECT_THAT(stored(layout()), ElementsAre(entry.record));
+            get(layout(), {entry});
+            remove(layout(), {entry});
+            EXPECT_THAT(stored(layout()), IsEmpty());
+        }
+    }
+}
+
+void clear_mask(const table_layout_s &layout, test::record *rec) {
+    std::fill_n(rec->begin() + static_cast<ptrdiff_t>(layout.mask_flag_offset), 1 + layout.key_size, 0);
+}
+
+TEST_P(ternary_table, MaskIsStoredOnlyWithItsFlag) {
+    const auto masked = make_entry(layout(), 1, 0x01, 0x60);
+    auto no_flag = make_entry(layout(), 1, 0x31, 0x60);
+    test::set_number(no_flag.spec.get(), "key_mask_valid", 0);
+    clear_mask(layout(), &no_flag.record);
+    auto no_mask = make_entry(layout(), 1, 0x51, 0x60);
+    const auto *mask = no_mask.spec->GetDescriptor()->FindFieldByName("key_mask");
+    no_mask.spec->GetReflection()->ClearField(no_mask.spec.get(), mask);
+    clear_mask(layout(), &no_mask.record);
+    no_mask.record[layout().mask_flag_offset] = 1;
+
+    create(layout(), {masked, no_flag, no_mask});
+    EXPECT_THAT(stored(layout()), UnorderedElementsAre(masked.record, no_flag.record, no_mask.record));
+    get(layout(), {masked, no_flag, no_mask});
+}
+
+TEST_P(ternary_table, AnyMaskFlagButZeroCountsAsOne) {
+    for (const uint32_t flag : {7U, 0x100U, 0x80000000U}) {
+        auto entry = make_entry(layout(), 1, 0x01, 0x60);
+        test::set_number(entry.spec.get(), "key_mask_valid", flag);
+        create(layout(), {entry});
+        EXPECT_THAT(stored(layout()), ElementsAre(entry.record));
+        remove(layout(), {entry});
+    }
+}
+
+TEST_F(table_service, HasFourMethodsForEachTableInSlotOrder) {
+    const auto *service =
+        google::protobuf::DescriptorPool::generated_pool()->FindServiceByName("nyx.NyxTblSvc");
+    ASSERT_EQ(service->method_count(), 148);
+    ASSERT_EQ(test::table_layouts().size(), 37U);
+    ASSERT_EQ(sim::table_infos().size(), 37U);
+    constexpr std::array operations = {"Create", "Update", "Get", "Delete"};
+    constexpr std::array messages = {"", "", "Get", "Delete"};
+    for (int i = 0; i < service->method_count(); i++) {
+        const auto &table = test::table_layouts()[static_cast<size_t>(i) / 4].name;
+        const std::string message = "nyx." + table + messages[static_cast<size_t>(i) % 4];
+        EXPECT_EQ(service->method(i)->name(), table + operations[static_cast<size_t>(i) % 4]);
+        EXPECT_EQ(service->method(i)->input_type()->full_name(), message + "Request");
+        EXPECT_EQ(service->method(i)->output_type()->full_name(), message + "Response");
+    }
+}
+
+TEST_F(table_service, DataOfAnotherActionOrNone_ReadsAsZeros) {
+    const auto &layout = test::table_layout("conntrack_ingress");
+    auto other = make_entry(layout, 0, 0x01, 0x60);
+    test::set_number(other.spec.get(), "action_id", 1);
+    auto none = make_entry(layout, 1, 0x31, 0x60);
+    none.spec->GetReflection()->ClearOneof(none.spec.get(),
+                                           none.spec->GetDescriptor()->FindOneofByName("Data"));
+    for (auto *entry : {&other, &none}) {
+        entry->record[0] = 1;
+        std::fill(entry->record.begin() + 5, entry->record.end(), 0);
+    }
+    create(layout, {other, none});
+    EXPECT_THAT(stored(layout), UnorderedElementsAre(other.record, none.record));
+    get(layout, {other, none});
+}
+
+TEST_F(table_service, RequestsWithoutEntriesCallNothing) {
+    const auto &layout = test::table_layout("nat_rewrite");
+    arm_all(layout, "code=6");
+    create(layout, {});
+    update(layout, {});
+    get(layout, {});
+    remove(layout, {});
+}
+
+class failing_entries : public table_service {
+ protected:
+    // The entry as a failing read answers it.
+    entry_s unread(entry_s entry) const {
+        entry.record.assign(layout_.record_size, 0);
+        return entry;
+    }
+
+    const table_layout_s &layout_ = test::table_layout("nat_rewrite");
+    const entry_s first_ = make_entry(layout_, 0, 0x01, 0x60);
+    const entry_s second_ = make_entry(layout_, 0, 0x11, 0x70);
+    const entry_s third_ = make_entry(layout_, 0, 0x21, 0x80);
+};
+
+TEST_F(failing_entries, SecondOfThreeAlreadyPresent_WritesTheOthers) {
+    create(layout_, {second_});
+    auto again = second_;
+    again.spec = make_entry(layout_, 0, 0x11, 0x90).spec;
+    create(layout_, {first_, again, third_}, API_STATUS_ERROR);
+    EXPECT_THAT(stored(layout_), UnorderedElementsAre(first_.record, second_.record, third_.record));
+}
+
+TEST_F(failing_entries, SecondOfThreeRefused_HandlesTheOthers) {
+    arm_all(layout_, "code=10,nth=2");
+    create(layout_, {first_, second_, third_}, API_STATUS_ERROR);
+    EXPECT_THAT(stored(layout_), UnorderedElementsAre(first_.record, third_.record));
+    create(layout_, {second_});
+    get(layout_, {first_, unread(second_), third_}, API_STATUS_ERROR);
+
+    const auto changed_first = make_entry(layout_, 0, 0x01, 0xa0);
+    const auto changed_third = make_entry(layout_, 0, 0x21, 0xc0);
+    update(layout_, {changed_first, make_entry(layout_, 0, 0x11, 0xb0), changed_third}, API_STATUS_ERROR);
+    EXPECT_THAT(stored(layout_),
+                UnorderedElementsAre(changed_first.record, second_.record, changed_third.record));
+    remove(layout_, {first_, second_, third_}, API_STATUS_ERROR);
+    EXPECT_THAT(stored(layout_), ElementsAre(second_.record));
+}
+
+TEST_F(failing_entries, MissingEntriesAreErrors) {
+    create(layout_, {second_});
+    get(layout_, {unread(first_), second_}, API_STATUS_ERROR);
+    update(layout_, {first_}, API_STATUS_ERROR);
+    remove(layout_, {first_}, API_STATUS_ERROR);
+    EXPECT_THAT(stored(layout_), ElementsAre(second_.record));
+}
+
+TEST_F(failing_entries, ReasonsAreNotTold) {
+    for (const char *code : {"1", "2", "4", "5", "6", "10", "39", "255", "256"}) {
+        SCOPED_TRACE(code);
+        sim::clear_faults();
+        arm_all(layout_, std::string("code=") + code);
+        create(layout_, {first_}, API_STATUS_ERROR);
+        update(layout_, {first_}, API_STATUS_ERROR);
+        get(layout_, {unread(first_)}, API_STATUS_ERROR);
+        remove(layout_, {first_}, API_STATUS_ERROR);
+    }
+}
+
+TEST(table_functions, ReturnTheCodeWhoseTranslationIsInTheResponse) {
+    sim::clear_tables();
+    nyx::flowRequest req;
+    req.add_request()->mutable_key()->set_k2(1);
+    nyx::flowResponse rsp;
+    EXPECT_EQ(nyx_svc_flow_create(&req, &rsp), sdk::SDK_RET_OK);
+    EXPECT_EQ(rsp.api_status(), API_STATUS_OK);
+    req.add_request()->mutable_key()->set_k2(2);
+    EXPECT_EQ(nyx_svc_flow_create(&req, &rsp), sdk::SDK_RET_MAX_RETURN_VALUE);
+    EXPECT_EQ(rsp.api_status(), API_STATUS_ERROR);
+}
+
+TEST(table_functions, FlowInfoConverterFillsTheDataPartOnly) {
+    const auto entry = make_entry(test::table_layout("flow_info"), 0, 0x01, 0x60);
+    const auto nothing = test::new_message("flow_infoSpec");
+    for (const auto &[spec, data] : {std::pair{entry.spec, entry.record}, {nothing, test::record(69)}}) {
+        test::record expected(69, 0xaa);
+        std::copy(data.begin() + 5, data.end(), expected.begin() + 5);
+        nyx_tbl_flow_info_spec_s rec;
+        memset(&rec, 0xaa, sizeof(rec));
+        nyx_flow_info_proto_to_api_spec(&rec, dynamic_cast<const nyx::flow_infoSpec *>(spec.get()));
+        std::array<uint8_t, sizeof(rec)> bytes;
+        memcpy(bytes.data(), &rec, sizeof(rec));
+        EXPECT_THAT(bytes, ElementsAreArray(expected));
+    }
+}
+
+void create_terminations(const std::shared_ptr<grpc::Channel> &channel, uint32_t first, uint32_t count) {
+    const auto stub = nyx::NyxTblSvc::NewStub(channel);
+    for (uint32_t key = first; key < first + count; key++) {
+        nyx::tunnel_terminate_sa_v4Request req;
+        req.add_request()->mutable_key()->set_k2(key);
+        req.mutable_request(0)->mutable_tunnel_terminate_sa_a_data()->set_d1(key);
+        nyx::tunnel_terminate_sa_v4Response rsp;
+        grpc::ClientContext context;
+        EXPECT_TRUE(stub->tunnel_terminate_sa_v4Create(&context, req, &rsp).ok());
+        EXPECT_EQ(rsp.api_status(), API_STATUS_OK);
+    }
+}
+
+TEST_F(table_service, CallsFromSeveralThreadsAtOnceAllArrive) {
+    constexpr uint32_t k_threads = 4, k_entries = 100;
+    // Makes calls meet: while one waits in the table library, others convert their entries.
+    sim::add_fault(sim::parse_fault("nyx_tbl_tunnel_terminate_sa_v4_create:delay=1"));
+    std::vector<std::thread> threads;
+    for (uint32_t i = 0; i < k_threads; i++) {
+        threads.emplace_back(create_terminations, server_.channel(), 1 + i * k_entries, k_entries);
+    }
+    for (auto &thread : threads) {
+        thread.join();
+    }
+    std::set<test::record> expected;
+    for (uint32_t key = 1; key <= k_threads * k_entries; key++) {
+        const auto low = static_cast<uint8_t>(key), high = static_cast<uint8_t>(key >> 8);
+        expected.insert({0, 0, low, high, 0, 0, low, high, 0});
+    }
+    const auto records = stored(test::table_layout("tunnel_terminate_sa_v4"));
+    EXPECT_EQ(std::set(records.begin(), records.end()), expected);
+}
+
+}  // namespace

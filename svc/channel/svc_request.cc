@@ -7,19 +7,29 @@
 
 namespace svc {
 
-receive_buffer::receive_buffer() {
-    void *memory =
-        mmap(nullptr, k_max_request_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
-    data_ = memory == MAP_FAILED ? nullptr : static_cast<uint8_t *>(memory);
-}
-
 receive_buffer::~receive_buffer() {
     if (data_) {
         munmap(data_, k_max_request_size);
     }
 }
 
-received_s receive_once(int sock_fd, const receive_buffer &buffer) {
+bool receive_buffer::reserve() {
+    if (!data_) {
+        void *memory =
+            mmap(nullptr, k_max_request_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        data_ = memory == MAP_FAILED ? nullptr : static_cast<uint8_t *>(memory);
+    }
+    return data_ != nullptr;
+}
+
+void receive_buffer::clear(size_t size) {
+    constexpr size_t k_kept_size = 65'536;
+    if (size <= k_kept_size || madvise(data_, k_max_request_size, MADV_DONTNEED) != 0) {
+        memset(data_, 0, size);
+    }
+}
+
+received_s receive_once(int sock_fd, receive_buffer &buffer) {
     alignas(cmsghdr) uint8_t control[CMSG_SPACE(sizeof(int))];
     auto *header = reinterpret_cast<cmsghdr *>(control);
     header->cmsg_len = CMSG_LEN(sizeof(int));

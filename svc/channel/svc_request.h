@@ -15,20 +15,26 @@ namespace svc {
 // A request's bytes are at most this many; what is beyond is not read.
 inline constexpr size_t k_max_request_size = 1'048'576;
 
-// Memory for one request, zero-filled. A mapping of its own costs one page fault for a small request whatever
-// the process's allocator does; a megabyte from malloc costs up to hundreds.
+// Memory for one request after another, zero-filled for each. It is a mapping of its own and stays mapped:
+// taking and giving back a megabyte for each request would cost more than all else that is done for a small
+// one. For one thread.
 class receive_buffer {
  public:
-    receive_buffer();
+    receive_buffer() = default;
     ~receive_buffer();
     receive_buffer(const receive_buffer &) = delete;
     receive_buffer &operator=(const receive_buffer &) = delete;
 
-    explicit operator bool() const { return data_ != nullptr; }
-    uint8_t *data() const { return data_; }
+    // Whether there is memory; asks for it when there is none.
+    bool reserve();
+
+    uint8_t *data() { return data_; }
+
+    // Forgets a request of this size. The memory of a large one goes back to the system.
+    void clear(size_t size);
 
  private:
-    uint8_t *data_;
+    uint8_t *data_ = nullptr;
 };
 
 struct received_s {
@@ -37,6 +43,6 @@ struct received_s {
 };
 
 // Receives once. A peer may pass any number of descriptors: the first one is taken, no other is kept open.
-received_s receive_once(int sock_fd, const receive_buffer &buffer);
+received_s receive_once(int sock_fd, receive_buffer &buffer);
 
 }  // namespace svc

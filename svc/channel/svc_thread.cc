@@ -193,8 +193,8 @@ void svc_server_accept_cb(io_ *, int fd, int) {
 }
 
 void svc_server_read_cb(io_ *io, int fd, int) {
-    const svc::receive_buffer buffer;
-    if (!buffer) {
+    static thread_local svc::receive_buffer buffer;
+    if (!buffer.reserve()) {
         SVC_TRACE_ERR("Memory allocation for receive buffer failed");
         close_connection(io);
         return;
@@ -212,6 +212,7 @@ void svc_server_read_cb(io_ *io, int fd, int) {
             SVC_TRACE_ERR("Parse service request message from socket failed, bytes_read {}", received.size);
         }
     }
+    buffer.clear(static_cast<size_t>(received.size));
     received.io_fd.reset();  // before the peer sees the end of the connection: its output is complete then
     close_connection(io);
 }

@@ -11,18 +11,15 @@
 #include <chrono>
 
 #include "host/credentials.h"
+#include "host/server_settings.h"
 #include "svc/grpc_nyx_tbl.h"
 
 namespace host {
 
 namespace {
 
-constexpr int k_max_receive_bytes = 64 * 1024 * 1024;
 constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);  // then calls are cancelled
 constexpr auto k_stop_patience = std::chrono::milliseconds(800);
-
-// With gRPC's default of two, threads come and go with every few calls of eight clients.
-constexpr int k_pollers = 16;
 
 std::vector<std::unique_ptr<grpc::Service>> make_services() {
     std::vector<std::unique_ptr<grpc::Service>> services;
@@ -39,9 +36,7 @@ grpc_door::grpc_door(const options_s &options)
     grpc::EnableDefaultHealthCheckService(true);
     grpc::reflection::InitProtoReflectionServerBuilderPlugin();
     grpc::ServerBuilder builder;
-    builder.SetMaxReceiveMessageSize(k_max_receive_bytes);
-    builder.SetSyncServerOption(grpc::ServerBuilder::SyncServerOption::MIN_POLLERS, k_pollers);
-    builder.SetSyncServerOption(grpc::ServerBuilder::SyncServerOption::MAX_POLLERS, k_pollers);
+    apply_server_settings(builder);
     for (const auto &service : services_) {
         builder.RegisterService(service.get());
     }

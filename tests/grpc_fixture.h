@@ -5,44 +5,23 @@
 #include <google/protobuf/message.h>
 #include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
-#include <stdlib.h>
 
 #include <chrono>
-#include <filesystem>
 #include <memory>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
+#include "tests/temporary_folder.h"
+
 namespace test {
-
-// A new folder, removed at the end with everything in it.
-class temp_folder {
- public:
-    temp_folder() : path_((std::filesystem::temp_directory_path() / "nyx_test_XXXXXX").string()) {
-        if (!mkdtemp(path_.data())) {
-            throw std::runtime_error("cannot create " + path_);
-        }
-    }
-    temp_folder(const temp_folder &) = delete;
-    temp_folder &operator=(const temp_folder &) = delete;
-    ~temp_folder() {
-        std::error_code ignored;
-        std::filesystem::remove_all(path_, ignored);
-    }
-
-    const std::string &path() const { return path_; }
-
- private:
-    std::string path_;
-};
 
 // A server on a Unix domain socket of its own and a channel to it. The services must outlive it. Calls may
 // come from any thread.
 class grpc_server {
  public:
     explicit grpc_server(const std::vector<grpc::Service *> &services) {
-        const std::string address = "unix:" + folder_.path() + "/grpc.sock";
+        const std::string address = "unix:" + (folder_ / "grpc.sock");
         grpc::ServerBuilder builder;
         builder.AddListeningPort(address, grpc::InsecureServerCredentials());
         for (auto *service : services) {
@@ -78,7 +57,7 @@ class grpc_server {
     }
 
  private:
-    temp_folder folder_;
+    temporary_folder folder_;
     std::unique_ptr<grpc::Server> server_;
     std::shared_ptr<grpc::Channel> channel_;
 };

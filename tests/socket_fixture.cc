@@ -7,6 +7,7 @@
 #include <unistd.h>
 
 #include <cstring>
+#include <filesystem>
 #include <thread>
 
 #include "svc/channel/svc_thread.h"
@@ -27,12 +28,6 @@ bool eventually(const std::function<bool()> &done) {
 size_t open_descriptors() {
     const std::filesystem::directory_iterator descriptors("/proc/self/fd");
     return static_cast<size_t>(std::distance(begin(descriptors), end(descriptors)));
-}
-
-temporary_folder::temporary_folder() {
-    std::string path = std::filesystem::temp_directory_path() / "nyx-test-XXXXXX";
-    EXPECT_NE(mkdtemp(path.data()), nullptr);
-    path_ = path;
 }
 
 client::client() : fd_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0)) {}

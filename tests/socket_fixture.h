@@ -5,7 +5,6 @@
 #include <gtest/gtest.h>
 
 #include <chrono>
-#include <filesystem>
 #include <functional>
 #include <optional>
 #include <string>
@@ -14,6 +13,7 @@
 #include "base/unique_fd.h"
 #include "nyx/debug_command.pb.h"
 #include "sim/event_thread.h"
+#include "tests/temporary_folder.h"
 #include "tests/trace_capture.h"
 #include "types/service.pb.h"
 
@@ -23,16 +23,6 @@ namespace test {
 bool eventually(const std::function<bool()> &done);
 
 size_t open_descriptors();
-
-class temporary_folder {
- public:
-    temporary_folder();
-    ~temporary_folder() { std::filesystem::remove_all(path_); }
-    std::string operator/(const std::string &name) const { return path_ / name; }
-
- private:
-    std::filesystem::path path_;
-};
 
 class client {
  public:

@@ -3,6 +3,7 @@
 #include <fcntl.h>
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <netinet/in.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
 
@@ -148,6 +149,38 @@ TEST_F(ServiceThread, OutputThatCannotBeWrittenIsAStatus) {
     EXPECT_EQ(without.read_to_end(), "\x08\x02");
 }
 
+// A TCP connection to nobody: full, and set to wait for its reader when it is closed.
+base::unique_fd lingering_socket(base::unique_fd *listener) {
+    listener->reset(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    sockaddr_in address = {};
+    address.sin_family = AF_INET;
+    address.sin_addr.s_addr = htonl(INADDR_LOOPBACK);
+    socklen_t size = sizeof(address);
+    auto *any = reinterpret_cast<sockaddr *>(&address);
+    EXPECT_EQ(bind(listener->get(), any, size) | listen(listener->get(), 1) |
+                  getsockname(listener->get(), any, &size),
+              0);
+    base::unique_fd fd(socket(AF_INET, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    EXPECT_EQ(connect(fd.get(), any, size), 0);
+    const linger for_ever = {.l_onoff = 1, .l_linger = 3600};
+    EXPECT_EQ(setsockopt(fd.get(), SOL_SOCKET, SO_LINGER, &for_ever, sizeof(for_ever)), 0);
+    const std::string block(65'536, 'x');
+    while (send(fd.get(), block.data(), block.size(), MSG_DONTWAIT) > 0) {
+    }
+    return fd;
+}
+
+TEST_F(ServiceThread, SocketThatLingersKeepsNobodyWaiting) {
+    sim::add_fault(sim::parse_fault("debug::nyx_handle_cmd:delay=300,nth=1"));  // the agent closes it last
+    base::unique_fd listener;
+    client tool(path_);
+    {
+        const base::unique_fd lingering = lingering_socket(&listener);
+        ASSERT_TRUE(tool.send(command_bytes(35), {lingering.get()}));
+    }
+    EXPECT_EQ(tool.read_to_end(), "\x08\x08");
+}
+
 TEST_F(ServiceThread, SilentAndVanishingPeersKeepNobodyWaiting) {
     std::vector<client> silent;
     for (int i = 0; i < 50; i++) {
@@ -190,6 +223,18 @@ TEST_F(ServiceThread, StartingOrResumingAgainTakesThePathOver) {
     std::filesystem::remove(path_);
     std::ofstream(path_) << "an old file";
     ASSERT_EQ(thread_.resume(), sdk::SDK_RET_OK);
+    expect_served();
+
+    thread_.stop();
+    sim::event_thread twice("svc_server",
+                            {core::svc_server_thread_init, core::svc_server_thread_exit,
+                             core::svc_server_thread_suspend_cb, core::svc_server_thread_init},
+                            path_.data());
+    ASSERT_EQ(twice.start(), sdk::SDK_RET_OK);
+    ASSERT_EQ(twice.resume(), sdk::SDK_RET_OK);  // starts again
+    expect_served();
+    twice.stop();
+    ASSERT_EQ(thread_.start(), sdk::SDK_RET_OK);
 }
 
 TEST_F(ServiceThread, StopAfterSuspendClosesNothingTwice) {

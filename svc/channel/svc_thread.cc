@@ -85,6 +85,12 @@ accept_reserve &reserve() {
     return reserve;
 }
 
+// A peer may pass a socket that is set to linger, whose close() would wait for a third party to read.
+void close_without_lingering(unique_fd fd) {
+    const linger none = {.l_onoff = 0, .l_linger = 0};
+    setsockopt(fd.get(), SOL_SOCKET, SO_LINGER, &none, sizeof(none));
+}
+
 void block_sigpipe() {
     sigset_t signals;
     sigemptyset(&signals);
@@ -213,7 +219,8 @@ void svc_server_read_cb(io_ *io, int fd, int) {
         }
     }
     buffer.clear(static_cast<size_t>(received.size));
-    received.io_fd.reset();  // before the peer sees the end of the connection: its output is complete then
+    // Before the peer sees the end of the connection: its output is complete then.
+    close_without_lingering(std::move(received.io_fd));
     close_connection(io);
 }
 

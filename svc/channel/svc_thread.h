@@ -15,8 +15,8 @@ namespace core {
 
 // Starts the heartbeat (after 10 seconds, then every second) and listens. Blocks SIGPIPE on the calling
 // thread, so that a debug command that writes to a peer that has gone doesn't end the process.
-// SDK_RET_GENERIC_ERROR: the socket can't be set up; the reason is logged, and a socket that was listening
-// before still does.
+// SDK_RET_GENERIC_ERROR: the socket can't be set up; the reason is logged. A socket that was listening before
+// still does, though its file may be gone.
 sdk::sdk_ret_t svc_server_thread_init(void *ctxt);
 
 // Stops listening. Connections that were accepted are still served; the file at the path stays. May be called

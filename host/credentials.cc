@@ -5,7 +5,7 @@
 #include <fstream>
 #include <sstream>
 
-#include "host/listener.h"
+#include "host/setup_error.h"
 
 namespace host {
 
@@ -28,8 +28,10 @@ void check_files(const tls_options_s &tls) {
     if (SSL_CTX_use_certificate_chain_file(context.get(), tls.cert_file.c_str()) != 1) {
         throw setup_error(tls.cert_file + ": holds no PEM certificate");
     }
+    // Nobody is there to be asked for the passphrase of an encrypted key.
+    SSL_CTX_set_default_passwd_cb(context.get(), [](char *, int, int, void *) { return 0; });
     if (SSL_CTX_use_PrivateKey_file(context.get(), tls.key_file.c_str(), SSL_FILETYPE_PEM) != 1) {
-        throw setup_error(tls.key_file + ": holds no PEM private key of " + tls.cert_file);
+        throw setup_error(tls.key_file + ": holds no unencrypted PEM private key of " + tls.cert_file);
     }
     const std::string &ca = tls.client_ca_file;
     if (!ca.empty() && SSL_CTX_load_verify_file(context.get(), ca.c_str()) != 1) {

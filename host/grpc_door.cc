@@ -1,5 +1,6 @@
 #include "host/grpc_door.h"
 
+#include <grpc/grpc.h>
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
 #include <grpcpp/grpcpp.h>
 #include <grpcpp/health_check_service_interface.h>
@@ -12,6 +13,7 @@
 
 #include "host/credentials.h"
 #include "host/server_settings.h"
+#include "host/setup_error.h"
 #include "svc/grpc_nyx_tbl.h"
 
 namespace host {
@@ -19,7 +21,6 @@ namespace host {
 namespace {
 
 constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);  // then calls are cancelled
-constexpr auto k_stop_patience = std::chrono::milliseconds(800);
 
 std::vector<std::unique_ptr<grpc::Service>> make_services() {
     std::vector<std::unique_ptr<grpc::Service>> services;
@@ -33,6 +34,8 @@ grpc_door::grpc_door(const options_s &options)
     : listener_(listen_on(options.grpc, options.tls.has_value())),
       stop_(eventfd(0, EFD_CLOEXEC)),
       services_(make_services()) {
+    // Taken and never given back: after a large response gRPC takes ten seconds to shut itself down.
+    grpc_init();
     grpc::EnableDefaultHealthCheckService(true);
     grpc::reflection::InitProtoReflectionServerBuilderPlugin();
     grpc::ServerBuilder builder;
@@ -50,22 +53,18 @@ grpc_door::grpc_door(const options_s &options)
     accept_thread_ = std::thread([this] { accept_until_stopped(); });
 }
 
-grpc_door::~grpc_door() {
-    if (!stopped_.valid()) {
-        stop();
-    }
-}
+grpc_door::~grpc_door() { stop(); }
 
-bool grpc_door::stop() {
+void grpc_door::stop() {
+    if (!accept_thread_.joinable()) {
+        return;
+    }
+    if (listener_.file) {
+        listener_.file->remove();
+    }
     eventfd_write(stop_.get(), 1);
     accept_thread_.join();
-    if (!listener_.unix_path.empty()) {
-        unlink(listener_.unix_path.c_str());
-    }
-    stopped_ = std::async(std::launch::async, [this] {
-        server_->Shutdown(std::chrono::system_clock::now() + k_shutdown_patience);
-    });
-    return stopped_.wait_for(k_stop_patience) == std::future_status::ready;
+    server_->Shutdown(std::chrono::system_clock::now() + k_shutdown_patience);
 }
 
 // False when it is time to stop.

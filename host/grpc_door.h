@@ -4,7 +4,6 @@
 
 #include <grpcpp/server.h>
 
-#include <future>
 #include <memory>
 #include <string>
 #include <thread>
@@ -29,13 +28,11 @@ class grpc_door {
     // Throws setup_error.
     explicit grpc_door(const options_s &options);
 
-    // Stops, however long that takes.
     ~grpc_door();
 
-    // Takes no more clients, ends calls that still run after half a second, and returns true within a second
-    // when all is quiet. False: gRPC can't let go of a client that does not read its response. What is left
-    // then is to leave the process.
-    bool stop();
+    // Takes no more clients and ends calls that still run after half a second. It may never return: gRPC can't let
+    // go of a client that does not read its response. Does nothing when called again.
+    void stop();
 
     const std::string &address() const { return listener_.address; }
 
@@ -49,7 +46,6 @@ class grpc_door {
     std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor> acceptor_;
     std::unique_ptr<grpc::Server> server_;
     std::thread accept_thread_;
-    std::future<void> stopped_;  // valid once stop() was called
 };
 
 }  // namespace host

@@ -5,13 +5,14 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
-#include <sys/stat.h>
-#include <sys/un.h>
 
 #include <cerrno>
 #include <charconv>
 #include <cstring>
 #include <memory>
+
+#include "host/setup_error.h"
+#include "host/unix_address.h"
 
 namespace host {
 
@@ -38,28 +39,19 @@ base::unique_fd open_socket(const std::string &subject, int family) {
     return fd;
 }
 
-sockaddr_un to_unix_address(const std::string &path) {
-    sockaddr_un address = {};
-    address.sun_family = AF_UNIX;
-    if (path.empty() || path.size() >= sizeof(address.sun_path)) {
-        fail(path, "a socket's path has 1 to 107 bytes, this one " + std::to_string(path.size()));
-    }
-    path.copy(address.sun_path, sizeof(address.sun_path) - 1);
-    return address;
-}
-
 listener_s listen_unix(const std::string &path) {
+    auto file = std::make_unique<socket_file>(path);
     const sockaddr_un address = to_unix_address(path);
-    refuse_taken_path(path);
     base::unique_fd fd = open_socket(path, AF_UNIX);
     unlink(path.c_str());
     if (bind(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) != 0) {
         fail_errno(path, "can't bind");
     }
+    file->bound();
     if (listen(fd.get(), k_backlog) != 0) {
         fail_errno(path, "can't listen");
     }
-    return {std::move(fd), "unix:" + path, path};
+    return {std::move(fd), "unix:" + path, std::move(file)};
 }
 
 bool is_loopback(const sockaddr *address) {
@@ -127,7 +119,7 @@ listener_s listen_tcp(const std::string &address, bool beyond_loopback) {
         fail_errno(address, "can't listen");
     }
     const std::string bound = bound_address(fd.get());
-    return {std::move(fd), bound, {}};
+    return {std::move(fd), bound, nullptr};
 }
 
 }  // namespace
@@ -136,23 +128,6 @@ listener_s listen_on(const std::string &address, bool beyond_loopback) {
     const std::string unix_scheme = "unix:";
     return address.starts_with(unix_scheme) ? listen_unix(address.substr(unix_scheme.size()))
                                             : listen_tcp(address, beyond_loopback);
-}
-
-void refuse_taken_path(const std::string &path) {
-    const sockaddr_un address = to_unix_address(path);
-    struct stat status;
-    if (lstat(path.c_str(), &status) != 0) {
-        return;
-    }
-    if (!S_ISSOCK(status.st_mode)) {
-        fail(path, "there is something that is no socket; move it away or choose another path");
-    }
-    const base::unique_fd probe = open_socket(path, AF_UNIX);
-    // EAGAIN: somebody listens who has not accepted the last peers yet.
-    if (connect(probe.get(), reinterpret_cast<const sockaddr *>(&address), sizeof(address)) == 0 ||
-        errno == EAGAIN) {
-        fail(path, "in use, probably by another agent");
-    }
 }
 
 }  // namespace host

@@ -5,10 +5,12 @@
 #include <signal.h>
 #include <spdlog/sinks/stdout_sinks.h>
 
+#include <chrono>
 #include <cstdlib>
-#include <optional>
+#include <future>
 
 #include "agent_api/trace_logger.h"
+#include "base/standard_descriptors.h"
 #include "host/grpc_door.h"
 #include "host/options.h"
 #include "host/socket_door.h"
@@ -25,25 +27,35 @@ sigset_t block_stop_signals() {
     return signals;
 }
 
+// A debug command or a peer can hold a door open for as long as it likes. What has not let go in time is left behind.
+void stop_in_time(host::grpc_door &grpc, host::socket_door &socket) {
+    constexpr auto k_patience = std::chrono::milliseconds(900);
+    const auto deadline = std::chrono::steady_clock::now() + k_patience;
+    const auto grpc_stopped = std::async(std::launch::async, [&] { grpc.stop(); });
+    const auto socket_stopped = std::async(std::launch::async, [&] { socket.stop(); });
+    for (const auto *stopped : {&grpc_stopped, &socket_stopped}) {
+        if (stopped->wait_until(deadline) != std::future_status::ready) {
+            std::_Exit(0);
+        }
+    }
+}
+
 int serve(const host::options_s &options) {
     const sigset_t stop_signals = block_stop_signals();
     host::grpc_door grpc(options);
-    std::optional<host::socket_door> socket(options.socket);
+    host::socket_door socket(options.socket);
     fmt::print("nyx-agent ready: grpc {} socket {}\n", grpc.address(), options.socket);
     fflush(stdout);
     int signal = 0;
     sigwait(&stop_signals, &signal);
-    socket.reset();
-    if (!grpc.stop()) {
-        fmt::print(stderr, "nyx-agent: stopping without a client that does not read its response\n");
-        std::_Exit(0);
-    }
+    stop_in_time(grpc, socket);
     return 0;
 }
 
 }  // namespace
 
 int main(int argc, char **argv) {
+    base::occupy_standard_descriptors();
     const host::parsed_s parsed = host::parse_command_line(argc, argv);
     if (!parsed.options) {
         return parsed.exit_code;

@@ -18,9 +18,8 @@ Faults, to rehearse failures (may be given more than once):
 Exit codes: 0 stopped by SIGTERM or SIGINT, 1 could not start or serve, 2 bad command line.)";
 
 constexpr const char *k_address_help =
-    "Address of the gRPC server: HOST:PORT (port 0: any free one) or unix:PATH. Without TLS only addresses "
-    "that "
-    "this machine alone can reach";
+    "Address of the gRPC server: HOST:PORT (port 0: any free one) or unix:PATH. Without TLS only "
+    "addresses that this machine alone can reach";
 
 const std::map<std::string, int32_t> k_levels = {
     {"none", 0}, {"error", 1}, {"warn", 2}, {"info", 3}, {"debug", 4}};
@@ -75,8 +74,9 @@ parsed_s parse_command_line(int argc, char **argv) {
         ->transform(CLI::CheckedTransformer(k_levels).description(""))
         ->default_str("info");
     add_tls_options(app, tls);
-    app.add_option("--fault", faults,
-                   "Let an operation of the stand-in fail: OPERATION:code=CODE[,nth=N][,key=HEX]")
+    app.add_option(
+           "--fault", faults,
+           "Let an operation of the stand-in fail or be slow: OPERATION:code=CODE or OPERATION:delay=MS")
         ->type_name("SPEC")
         ->check(check_fault);
     app.set_version_flag("--version", NYX_VERSION);

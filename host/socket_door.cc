@@ -1,30 +1,31 @@
 #include "host/socket_door.h"
 
-#include <unistd.h>
-
-#include "host/listener.h"
+#include "host/setup_error.h"
 #include "svc/channel/svc_thread.h"
 
 namespace host {
 
 socket_door::socket_door(const std::string &path)
-    : path_(path),
+    : file_(path),
+      path_(path),
       thread_("svc_server",
               {.init = core::svc_server_thread_init,
                .exit = core::svc_server_thread_exit,
                .suspend = core::svc_server_thread_suspend_cb,
                .resume = core::svc_server_thread_resume_cb},
               path_.data()) {
-    refuse_taken_path(path_);
     if (const auto ret = thread_.start(); ret != sdk::SDK_RET_OK) {
         throw setup_error(path_ + ": the debug socket can't be set up, return code " + std::to_string(ret) +
                           "; the reason is logged above");
     }
+    file_.bound();
 }
 
-socket_door::~socket_door() {
+socket_door::~socket_door() { stop(); }
+
+void socket_door::stop() {
+    file_.remove();
     thread_.stop();
-    unlink(path_.c_str());
 }
 
 }  // namespace host

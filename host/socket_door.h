@@ -4,6 +4,7 @@
 
 #include <string>
 
+#include "host/socket_file.h"
 #include "sim/event_thread.h"
 
 namespace host {
@@ -15,7 +16,11 @@ class socket_door {
     explicit socket_door(const std::string &path);
     ~socket_door();
 
+    // Takes no more peers and waits for the command that runs, however long it does. Does nothing when called again.
+    void stop();
+
  private:
+    socket_file file_;
     std::string path_;
     sim::event_thread thread_;
 };

@@ -4,6 +4,7 @@ usage: agent_test.py FOLDER-OF-PROGRAMS [unittest options]
 """
 
 import contextlib
+import functools
 import json
 import os
 import pathlib
@@ -21,15 +22,18 @@ STOP_S = 5  # the promise is one second; what goes wrong in gRPC takes ten
 
 
 class Agent:
-    """A running agent on a free port, with its socket in `folder`."""
+    """An agent on a free port, with its socket in `folder`. `grpc` is None when it did not start."""
 
     def __init__(self, folder, *options, grpc="127.0.0.1:0", socket_name="svc.sock"):
         self.socket = str(pathlib.Path(folder) / socket_name)
         self.process = subprocess.Popen(
             [BIN / "nyx-agent", "--grpc", grpc, "--socket", self.socket, "--sysconfig", folder, *options],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-        self.ready = self.process.stdout.readline()
-        self.grpc = self.ready.split()[3] if self.ready.startswith("nyx-agent ready: grpc ") else None
+
+    @functools.cached_property
+    def grpc(self):
+        ready = self.process.stdout.readline()
+        return ready.split()[3] if ready.startswith("nyx-agent ready: grpc ") else None
 
     def stop(self, with_signal=signal.SIGTERM):
         """Returns the exit code and what was logged."""
@@ -50,7 +54,7 @@ class AgentTest(unittest.TestCase):
         agent = Agent(self.folder, *options, **doors)
         self.addCleanup(agent.process.communicate)
         self.addCleanup(agent.process.kill)
-        self.assertTrue(agent.grpc, agent.ready or agent.process.stderr.read())
+        self.assertTrue(agent.grpc, "the agent did not start")
         return agent
 
     def ctl(self, agent, *arguments):
@@ -110,6 +114,47 @@ class AgentTest(unittest.TestCase):
         time.sleep(1.5)  # the agent has answered as much as the connection holds
         self.assertEqual(agent.stop()[0], 0)
 
+    def test_stops_though_a_debug_command_takes_long(self):
+        agent = self.start("--fault", "debug::nyx_handle_cmd:delay=20000")
+        # Not to a pipe of this test: the agent holds its end for as long as the command takes.
+        help_to_nowhere = ("debug", "help", "-o", "/dev/null", "--timeout", "0.5")
+        self.assertEqual(self.ctl(agent, *help_to_nowhere).returncode, 4)
+        self.assertEqual(agent.stop()[0], 0)
+        self.assertFalse(os.path.exists(agent.socket))
+
+    def test_serves_with_all_standard_descriptors_closed(self):
+        path = f"{self.folder}/closed.sock"
+        process = subprocess.Popen([BIN / "nyx-agent", *self.free_options(socket=path)],
+                                   preexec_fn=lambda: os.closerange(0, 3))
+        self.addCleanup(process.wait)
+        self.addCleanup(process.terminate)
+        for _ in range(PATIENCE_S * 10):
+            if run("nyxctl", "--socket", path, "debug", "help").returncode == 0:
+                break
+            time.sleep(0.1)
+        else:
+            self.fail("does not serve")
+
+    def test_of_two_agents_at_once_on_one_path_one_is_refused(self):
+        for _ in range(3):
+            agents = [Agent(self.folder) for _ in range(2)]
+            for agent in agents:
+                self.addCleanup(agent.process.communicate)
+                self.addCleanup(agent.process.kill)
+            serving = [agent for agent in agents if agent.grpc]
+            self.assertEqual(len(serving), 1)
+            self.assertEqual(self.ctl(serving[0], "debug", "help").returncode, 0)
+            self.assertEqual(serving[0].stop()[0], 0)
+
+    def test_stopping_leaves_the_socket_of_another_agent_alone(self):
+        first = self.start()
+        for name in os.listdir(self.folder):
+            os.remove(f"{self.folder}/{name}")
+        second = self.start()
+        self.assertEqual(first.stop()[0], 0)
+        self.assertEqual(self.ctl(second, "debug", "help").returncode, 0)
+        self.assert_refused("in use", *self.free_options(socket=second.socket))
+
     def test_second_agent_on_the_same_door_is_refused(self):
         first = self.start()
         self.assert_refused(f"{first.grpc}: in use", *self.free_options(grpc=first.grpc))
@@ -133,7 +178,7 @@ class AgentTest(unittest.TestCase):
     def test_impossible_paths_and_addresses_are_explained(self):
         pathlib.Path(self.folder, "file").write_text("precious")
         for path, text in ((f"{self.folder}/{'x' * 108}", "1 to 107 bytes"), (self.folder, "no socket"),
-                           (f"{self.folder}/file", "no socket"), (f"{self.folder}/missing/s", "return code 44")):
+                           (f"{self.folder}/file", "no socket"), (f"{self.folder}/missing/s", "No such file")):
             self.assert_refused(text, *self.free_options(socket=path))
         self.assertEqual(pathlib.Path(self.folder, "file").read_text(), "precious")
         for address in ("nonsense", "127.0.0.1:70000", "::1:50054", ":50054", "unix:"):
@@ -176,7 +221,7 @@ class AgentTest(unittest.TestCase):
         self.assertEqual(self.ctl(agent, "--tls-ca", cert, *call).returncode, 3)
         self.assertEqual(self.ctl(agent, *call).returncode, 3)
         self.assert_refused("no PEM certificate", *self.free_options(), "--tls-cert", key, "--tls-key", cert)
-        self.assert_refused("no PEM private key", *self.free_options(), "--tls-cert", cert, "--tls-key", client_key)
+        self.assert_refused("no unencrypted PEM private key", *self.free_options(), "--tls-cert", cert, "--tls-key", client_key)
 
     def test_nothing_is_logged_below_the_level(self):
         self.assertEqual(self.start("--log-level", "error").stop(), (0, ""))

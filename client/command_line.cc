@@ -26,10 +26,11 @@ Exit codes:
   0   done
   1   local failure: a file, the output, or the agent closed without an answer
   2   wrong command line or JSON; nothing was sent
-  3   no agent reachable
+  3   no agent reachable; nothing was sent
   4   no answer within --timeout
   5   the agent answered, and an api_status is not API_STATUS_OK
-  64+ gRPC status of the call plus 64, such as 76 for UNIMPLEMENTED (12))";
+  64+ gRPC status of the call plus 64: 76 for UNIMPLEMENTED (12), 78 when the connection
+      was lost and the agent may have carried the request out)";
 
 constexpr char k_call_footer[] =
     R"(METHOD is a full name or an ending of it in whole parts: nyx.NyxTblSvc/flowCreate or flowCreate.

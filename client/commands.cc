@@ -58,9 +58,11 @@ outcome_s open_output(const std::string &path, base::unique_fd *file) {
         const bool writable = flags >= 0 && (flags & O_ACCMODE) != O_RDONLY;
         return writable ? outcome_s() : local_failure("stdout is closed; open it or give -o FILE");
     }
-    *file = base::unique_fd(open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC, 0666));
-    return file->valid() ? outcome_s()
-                         : local_failure("cannot open \"" + path + "\": " + std::strerror(errno));
+    // A FIFO that nobody reads is an error at once with O_NONBLOCK; the agent's writes then block as usual.
+    *file = base::unique_fd(open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC | O_NONBLOCK, 0666));
+    return file->valid() && fcntl(file->get(), F_SETFL, 0) == 0
+               ? outcome_s()
+               : local_failure("cannot open \"" + path + "\": " + std::strerror(errno));
 }
 
 }  // namespace

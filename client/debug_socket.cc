@@ -15,7 +15,8 @@ namespace {
 
 using std::chrono::milliseconds;
 
-constexpr size_t k_answer_size_max = 1 << 16;  // an honest one has a few bytes
+constexpr size_t k_answer_size_max = 1 << 16;    // an honest one has a few bytes
+constexpr size_t k_sure_request_size = 1 << 15;  // handed over in one piece with a descriptor
 constexpr char k_no_answer[] = "the agent closed the connection without an answer";
 
 std::string errno_text() { return std::strerror(errno); }
@@ -159,7 +160,15 @@ outcome_s debug_exchange(const base::unique_fd &socket, const types::ServiceRequ
             "the answer of " + std::to_string(answer.size()) +
             " bytes is not a types.ServiceResponseMessage; check that an agent is behind --socket");
     }
-    return response->has_api_status() ? outcome_s() : local_failure(k_no_answer);
+    if (response->has_api_status()) {
+        return {};
+    }
+    const bool long_request = bytes.size() > k_sure_request_size;
+    return local_failure(std::string(k_no_answer) +
+                         (long_request
+                              ? "; it takes a request in one piece, and " + std::to_string(bytes.size()) +
+                                    " bytes may be more than the system hands over at once"
+                              : ""));
 }
 
 }  // namespace nyxctl

@@ -6,6 +6,7 @@
 #include <grpcpp/impl/codegen/proto_utils.h>
 
 #include <array>
+#include <charconv>
 #include <cstdlib>
 #include <future>
 #include <memory>
@@ -54,10 +55,22 @@ outcome_s tls_options(const global_options_s &options, grpc::SslCredentialsOptio
     return outcome.ok() ? read_pem(options.tls_key, "PRIVATE KEY", &tls->pem_private_key) : outcome;
 }
 
+// gRPC would take port 443 where there is none, and the low 16 bits of one that is too large.
+bool ends_with_port(const std::string &address) {
+    const size_t colon = address.rfind(':');
+    if (colon == std::string::npos) {
+        return false;
+    }
+    uint16_t port = 0;
+    const char *end = address.data() + address.size();
+    const auto parsed = std::from_chars(address.data() + colon + 1, end, port);
+    return parsed.ec == std::errc() && parsed.ptr == end && port > 0;
+}
+
 outcome_s make_channel(const global_options_s &options, std::shared_ptr<grpc::Channel> *channel) {
-    // gRPC would take port 443 silently.
-    if (options.grpc.find(':') == std::string::npos) {
-        return usage_failure("--grpc \"" + options.grpc + "\" has no port; give HOST:PORT or unix:PATH");
+    if (!options.grpc.starts_with("unix:") && !ends_with_port(options.grpc)) {
+        return usage_failure("--grpc \"" + options.grpc +
+                             "\" has no port from 1 to 65535; give HOST:PORT or unix:PATH");
     }
     auto credentials = grpc::InsecureChannelCredentials();
     if (!options.tls_ca.empty()) {
@@ -92,7 +105,7 @@ std::string address_hint(const global_options_s &options) {
 outcome_s failure(const global_options_s &options, const std::string &path, const grpc::Status &status,
                   bool connected) {
     const std::string message = status.error_message().empty() ? "no text given" : status.error_message();
-    if (status.error_code() == grpc::StatusCode::UNAVAILABLE) {
+    if (status.error_code() == grpc::StatusCode::UNAVAILABLE && !connected) {
         return {NYXCTL_EXIT_UNREACHABLE, path + ": no agent reachable at " + options.grpc + ": " + message +
                                              "; " + address_hint(options)};
     }
@@ -100,6 +113,11 @@ outcome_s failure(const global_options_s &options, const std::string &path, cons
         const std::string what = connected ? "no answer from " : "no connection to ";
         return {NYXCTL_EXIT_DEADLINE, path + ": " + what + options.grpc + " within " + timeout_text(options) +
                                           (connected ? "; raise --timeout" : "; " + address_hint(options))};
+    }
+    if (status.error_code() == grpc::StatusCode::UNAVAILABLE) {
+        return {NYXCTL_EXIT_GRPC_BASE + static_cast<int>(status.error_code()),
+                path + ": the connection to " + options.grpc + " was lost: " + message +
+                    "; the agent may have carried the request out, in part or in full"};
     }
     return {NYXCTL_EXIT_GRPC_BASE + static_cast<int>(status.error_code()),
             path + ": " + status_name(status.error_code()) + " from " + options.grpc + ": " + message};
@@ -115,6 +133,20 @@ grpc::Status call_and_wait(const std::shared_ptr<grpc::Channel> &channel, const 
     stub.UnaryCall(&context, "/" + path, grpc::StubOptions(), &request, response,
                    [&](grpc::Status status) { done.set_value(std::move(status)); });
     return done.get_future().get();
+}
+
+// False at the first attempt that fails; the call itself then fails at once, and tells why.
+bool wait_until_connected(grpc::Channel *channel, const global_options_s &options) {
+    const auto deadline = std::chrono::system_clock::now() + options.timeout();
+    for (;;) {
+        const grpc_connectivity_state state = channel->GetState(true);
+        if (state == GRPC_CHANNEL_READY || state == GRPC_CHANNEL_TRANSIENT_FAILURE) {
+            return state == GRPC_CHANNEL_READY;
+        }
+        if (!channel->WaitForStateChange(state, deadline)) {
+            return false;
+        }
+    }
 }
 
 }  // namespace
@@ -134,11 +166,11 @@ outcome_s grpc_call(const global_options_s &options, const pb::MethodDescriptor 
     if (outcome_s outcome = make_channel(options, &channel); !outcome.ok()) {
         return outcome;
     }
+    const bool connected = wait_until_connected(channel.get(), options);
     const grpc::Status status = call_and_wait(channel, path, options, request, response);
     if (status.ok()) {
         return {};
     }
-    const bool connected = channel->GetState(false) == GRPC_CHANNEL_READY;
     return failure(options, path, status, connected);
 }
 

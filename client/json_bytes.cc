@@ -3,6 +3,7 @@
 #include <google/protobuf/descriptor.pb.h>
 
 #include <functional>
+#include <set>
 #include <string_view>
 #include <utility>
 #include <vector>
@@ -95,20 +96,28 @@ class bytes_walk {
             return refuse("found " + std::string(object.type_name()) + ", but " + type->full_name() +
                           " is a JSON object; see nyxctl describe " + type->full_name());
         }
+        std::set<const pb::FieldDescriptor *> given;
         for (auto &[key, value] : object.items()) {
-            if (!below(key_step(key), [&, &k = key, &v = value] { return walk_key(k, v, type); })) {
+            if (!below(key_step(key), [&, &k = key, &v = value] { return walk_key(k, v, type, &given); })) {
                 return false;
             }
         }
         return true;
     }
 
-    bool walk_key(const std::string &key, json_t &value, const pb::Descriptor *type) {
+    bool walk_key(const std::string &key, json_t &value, const pb::Descriptor *type,
+                  std::set<const pb::FieldDescriptor *> *given) {
         if (key == k_type_key) {
             return true;
         }
         const pb::FieldDescriptor *field = field_of_key(type, key);
-        return field == nullptr ? refuse(unknown_field_text(type, key)) : walk_field(value, field);
+        if (field == nullptr) {
+            return refuse(unknown_field_text(type, key));
+        }
+        if (!given->insert(field).second) {
+            return refuse("given twice, as \"" + field->name() + "\" and \"" + field->json_name() + "\"");
+        }
+        return walk_field(value, field);
     }
 
     bool walk_field(json_t &value, const pb::FieldDescriptor *field) {
@@ -130,11 +139,17 @@ class bytes_walk {
                           (field->containing_type()->options().map_entry() ? "{...}" : "[...]"));
         }
         for (auto &[key, element] : value.items()) {
-            if (!below("[" + key + "]", [&, &e = element] { return walk_value(e, field, form); })) {
+            if (!below("[" + key + "]", [&, &e = element] { return walk_element(e, field, form); })) {
                 return false;
             }
         }
         return true;
+    }
+
+    // protobuf would leave it out, and the values behind it would take other places.
+    bool walk_element(json_t &value, const pb::FieldDescriptor *field, types::BytesText form) {
+        return value.is_null() ? refuse("null can't stand in a list; leave it out")
+                               : walk_value(value, field, form);
     }
 
     bool walk_value(json_t &value, const pb::FieldDescriptor *field, types::BytesText form) {

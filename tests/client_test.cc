@@ -11,6 +11,7 @@
 #include "client/symbols.h"
 #include "nyx/debug_command.pb.h"
 #include "nyx/tables/flow.pb.h"
+#include "nyx/tables/tunnel.pb.h"
 
 namespace {
 
@@ -136,6 +137,7 @@ TEST(Json, WrongInput_IsRefusedAsUsageWithThePathOfTheField) {
         {R"({"keys": []})", "keys: no such field in nyx.flowGetRequest; nearest: key"},
         {R"({"key": {"k1": "00"}})", "key: found object"},
         {R"({"key": [], "key": []})", "\"key\" occurs twice"},
+        {R"({"key": [null, {"k2": 1}]})", "key[0]: null"},
         {R"({"key": [{"k2": 4294967296}]})", "k2"},
         {R"({"key": [)", "parse error at line 1"},
         {"[]", "found array"},
@@ -147,6 +149,10 @@ TEST(Json, WrongInput_IsRefusedAsUsageWithThePathOfTheField) {
         EXPECT_EQ(outcome.exit_code, nyxctl::NYXCTL_EXIT_USAGE) << json;
         EXPECT_NE(outcome.text.find(text), outcome.text.npos) << outcome.text;
     }
+    nyx::checksumRequest twice;
+    const auto outcome =
+        nyxctl::json_to_message(R"({"request": [{"key_mask_valid": 1, "keyMaskValid": 0}]})", &twice);
+    EXPECT_NE(outcome.text.find("given twice"), outcome.text.npos) << outcome.text;
 }
 
 TEST(Symbols, Method_IsFoundByWholePartsOfItsNameAlone) {

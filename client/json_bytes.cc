@@ -89,7 +89,7 @@ class bytes_walk {
     std::string key_step(const std::string &key) const { return path_.empty() ? key : "." + key; }
 
     bool walk_fields(json_t &object, const pb::Descriptor *type) {
-        if (object.is_null()) {
+        if (object.is_null() && !path_.empty()) {
             return true;
         }
         if (!object.is_object()) {

@@ -1,5 +1,7 @@
 #include "host/options.h"
 
+#include <fmt/core.h>
+
 #include <CLI/CLI.hpp>
 #include <map>
 #include <stdexcept>
@@ -24,17 +26,26 @@ constexpr const char *k_address_help =
 const std::map<std::string, int32_t> k_levels = {
     {"none", 0}, {"error", 1}, {"warn", 2}, {"info", 3}, {"debug", 4}};
 
+// An existing file or folder, without a second name for it in the help text.
+CLI::Validator existing(const CLI::Validator &kind) { return CLI::Validator(kind).description(""); }
+
 void add_tls_options(CLI::App &app, tls_options_s &tls) {
     auto *cert = app.add_option("--tls-cert", tls.cert_file, "Certificate chain of the gRPC server, PEM");
     auto *key = app.add_option("--tls-key", tls.key_file, "Private key of the gRPC server, PEM");
     auto *client_ca = app.add_option("--tls-client-ca", tls.client_ca_file,
                                      "Only serve clients with a certificate of this CA, PEM");
     for (auto *file : {cert, key, client_ca}) {
-        file->type_name("FILE")->check(CLI::ExistingFile);
+        file->type_name("FILE")->check(existing(CLI::ExistingFile));
     }
     cert->needs(key);
     key->needs(cert);
     client_ca->needs(cert);
+}
+
+std::string check_level(const std::string &text) {
+    return k_levels.contains(text)
+               ? ""
+               : "'" + text + "' is unknown, allowed are none, error, warn, info and debug";
 }
 
 std::string check_fault(const std::string &text) {
@@ -55,7 +66,7 @@ parsed_s parse_command_line(int argc, char **argv) {
     options_s options = {.grpc = NYX_DEFAULT_GRPC,
                          .socket = NYX_DEFAULT_SOCKET,
                          .sysconfig = "/sysconfig/config0",
-                         .trace_level = k_levels.at("info"),
+                         .trace_level = 0,
                          .tls = {},
                          .faults = {}};
     tls_options_s tls;
@@ -67,12 +78,12 @@ parsed_s parse_command_line(int argc, char **argv) {
     auto *sysconfig =
         app.add_option("--sysconfig", options.sysconfig,
                        "Folder of hostif_mac.json, where host interface MAC addresses are kept");
-    sysconfig->type_name("DIR")->capture_default_str()->check(CLI::ExistingDirectory);
-    app.add_option("--log-level", options.trace_level,
-                   "What is logged to stderr: none, error, warn, info or debug")
+    sysconfig->type_name("DIR")->capture_default_str()->check(existing(CLI::ExistingDirectory));
+    std::string level = "info";
+    app.add_option("--log-level", level, "What is logged to stderr: none, error, warn, info or debug")
         ->type_name("LEVEL")
-        ->transform(CLI::CheckedTransformer(k_levels).description(""))
-        ->default_str("info");
+        ->check(check_level)
+        ->capture_default_str();
     add_tls_options(app, tls);
     app.add_option(
            "--fault", faults,
@@ -84,8 +95,13 @@ parsed_s parse_command_line(int argc, char **argv) {
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return {.options = {}, .exit_code = app.exit(error) == 0 ? 0 : 2};
+        if (error.get_exit_code() == 0) {  // --help and --version
+            return {.options = {}, .exit_code = app.exit(error)};
+        }
+        fmt::print(stderr, "nyx-agent: {}; see nyx-agent --help\n", error.what());
+        return {.options = {}, .exit_code = 2};
     }
+    options.trace_level = k_levels.at(level);
     if (!tls.cert_file.empty()) {
         options.tls = tls;
     }

@@ -141,6 +141,7 @@ TEST(Json, WrongInput_IsRefusedAsUsageWithThePathOfTheField) {
         {R"({"key": [{"k2": 4294967296}]})", "k2"},
         {R"({"key": [)", "parse error at line 1"},
         {"[]", "found array"},
+        {"null", "found null"},
         {std::string(1000000, '['), "deeper than 100"},
     };
     for (const auto &[json, text] : cases) {

@@ -8,7 +8,6 @@
 #include <array>
 #include <charconv>
 #include <cstdlib>
-#include <future>
 #include <memory>
 #include <sstream>
 #include <string_view>
@@ -128,11 +127,16 @@ grpc::Status call_and_wait(const std::shared_ptr<grpc::Channel> &channel, const 
                            pb::Message *response) {
     grpc::ClientContext context;
     context.set_deadline(std::chrono::system_clock::now() + options.timeout());
-    std::promise<grpc::Status> done;
+    grpc::CompletionQueue queue;
     stub_t stub(channel);
-    stub.UnaryCall(&context, "/" + path, grpc::StubOptions(), &request, response,
-                   [&](grpc::Status status) { done.set_value(std::move(status)); });
-    return done.get_future().get();
+    const auto call = stub.PrepareUnaryCall(&context, "/" + path, request, &queue);
+    grpc::Status status;
+    call->StartCall();
+    call->Finish(response, &status, nullptr);
+    void *tag = nullptr;
+    bool finished = false;
+    queue.Next(&tag, &finished);
+    return status;
 }
 
 // False at the first attempt that fails; the call itself then fails at once, and tells why.

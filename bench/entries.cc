@@ -5,9 +5,9 @@
 #include <algorithm>
 #include <random>
 
+#include "nyx/types/options.pb.h"
 #include "svc/nyx_tbl_flow.h"
 #include "svc/nyx_tbl_frame.h"
-#include "types/options.pb.h"
 
 namespace bench {
 

@@ -10,8 +10,8 @@
 #include "base/unique_fd.h"
 #include "bench/ratio_table.h"
 #include "nyx/debug_command.pb.h"
+#include "nyx/types/service.pb.h"
 #include "svc/channel/svc_thread.h"
-#include "types/service.pb.h"
 
 namespace bench {
 

@@ -6,7 +6,7 @@
 #include <string>
 #include <string_view>
 
-#include "types/options.pb.h"
+#include "nyx/types/options.pb.h"
 
 namespace nyxctl {
 

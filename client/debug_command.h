@@ -6,7 +6,7 @@
 
 #include "client/options.h"
 #include "client/outcome.h"
-#include "types/service.pb.h"
+#include "nyx/types/service.pb.h"
 
 namespace nyxctl {
 

@@ -7,7 +7,7 @@
 
 #include "base/unique_fd.h"
 #include "client/outcome.h"
-#include "types/service.pb.h"
+#include "nyx/types/service.pb.h"
 
 namespace nyxctl {
 

@@ -2,7 +2,7 @@
 
 #include <vector>
 
-#include "types/status.pb.h"
+#include "nyx/types/status.pb.h"
 
 namespace pb = google::protobuf;
 

@@ -12,10 +12,10 @@
 
 #include "base/unique_fd.h"
 #include "nyx/debug_command.pb.h"
+#include "nyx/types/service.pb.h"
 #include "sim/event_thread.h"
 #include "tests/temporary_folder.h"
 #include "tests/trace_capture.h"
-#include "types/service.pb.h"
 
 namespace test {
 

@@ -7,7 +7,7 @@
 #include <string_view>
 #include <utility>
 
-#include "types/service.pb.h"
+#include "nyx/types/service.pb.h"
 
 // The objects of the agent's configuration interface, by the word in their type names, the stem of their
 // enumerators and their identifiers.

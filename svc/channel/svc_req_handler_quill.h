@@ -5,7 +5,7 @@
 #include <cstdint>
 
 #include "agent_api/sdk_ret.h"
-#include "types/service.pb.h"
+#include "nyx/types/service.pb.h"
 
 // Runs the request that came over the connection `sock_fd` and writes its answer there, if it has one.
 //

@@ -7,7 +7,7 @@
 
 #include "agent_api/nyx_types.h"
 #include "agent_api/sdk_ret.h"
-#include "types/net.pb.h"
+#include "nyx/types/net.pb.h"
 
 // Copies `proto_key` to the start of a zeroed key. A text above 16 bytes leaves the key as it was, and is no
 // error either: returns SDK_RET_OK.

@@ -7,7 +7,7 @@
 #include <ostream>
 
 #include "agent_api/sdk_ret.h"
-#include "types/status.pb.h"
+#include "nyx/types/status.pb.h"
 
 namespace sdk {
 

@@ -122,7 +122,7 @@ def _table_messages(table):
 
 
 def _family_file(tables):
-    imports = 'import "types/options.proto";\nimport "types/status.proto";\n\n'
+    imports = 'import "nyx/types/options.proto";\nimport "nyx/types/status.proto";\n\n'
     return HEADER + imports + "".join(map(_table_messages, tables)).rstrip("\n") + "\n"
 
 

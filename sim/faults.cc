@@ -17,6 +17,62 @@ struct armed_fault_s {
     uint64_t calls = 0;
 };
 
+// Besides the operations of the tables.
+constexpr std::string_view k_operations[] = {
+    "api::port_get",
+    "api::port_get_all",
+    "api::port_stats_reset",
+    "api::port_update",
+    "core::interface_lldp_stats_get",
+    "core::interface_lldp_status_get",
+    "debug::nyx_handle_cmd",
+    "debug::nyx_llc_get",
+    "debug::nyx_llc_setup",
+    "debug::nyx_pb_stats_get",
+    "debug::nyx_pb_stats_reset",
+    "debug::nyx_slab_get",
+    "debug::nyx_table_stats_get",
+    "debug::start_aacs_server",
+    "debug::stop_aacs_server",
+    "nyx_arm_clock_frequency_update",
+    "nyx_batch_commit",
+    "nyx_batch_destroy",
+    "nyx_batch_start",
+    "nyx_clock_frequency_update",
+    "nyx_datapath_assist_stats_get",
+    "nyx_flow_summary_get",
+    "nyx_get_system_clock_frequency",
+    "nyx_get_system_die_id",
+    "nyx_get_system_power",
+    "nyx_get_system_temperature",
+    "nyx_get_system_voltage",
+    "nyx_if_create",
+    "nyx_if_delete",
+    "nyx_if_read",
+    "nyx_if_read_all",
+    "nyx_if_update",
+    "nyx_lif_read",
+    "nyx_lif_read_all",
+    "nyx_lif_stats_disable",
+    "nyx_lif_stats_enable",
+    "nyx_lif_stats_reset",
+    "nyx_meter_stats_get",
+    "nyx_ms::interface_create",
+    "nyx_ms::interface_delete",
+    "nyx_ms::interface_update",
+    "nyx_p4_stage_frequency_update",
+    "nyx_quiesce_start",
+    "nyx_quiesce_stop",
+    "nyx_session_stats_disable",
+    "nyx_session_stats_enable",
+    "nyx_session_stats_get",
+    "sdk::asic::pd::queue_credits_get",
+    "sdk::iswitch::iswitch_get_port_stats",
+    "sdk::iswitch::iswitch_get_port_status",
+    "sysmgr::Client::get_recovery_status",
+    "sysmgr::Client::recovery_toggle",
+};
+
 std::mutex g_lock;
 std::vector<armed_fault_s> g_faults;
 std::atomic<bool> g_armed = false;
@@ -136,7 +192,7 @@ void clear_faults() {
 }
 
 std::vector<std::string> fault_operations() {
-    std::vector<std::string> operations = {"debug::nyx_handle_cmd"};
+    std::vector<std::string> operations(std::begin(k_operations), std::end(k_operations));
     for (const auto &table : table_infos()) {
         for (const char *operation : {"create", "update", "delete", "read"}) {
             operations.push_back(table_operation(table.name, operation));

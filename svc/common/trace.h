@@ -17,6 +17,8 @@ struct severity_s {
 };
 inline constexpr severity_s k_error = {0, spdlog::level::err};
 inline constexpr severity_s k_info = {2, spdlog::level::info};
+inline constexpr severity_s k_debug = {3, spdlog::level::debug};
+inline constexpr severity_s k_verbose = {4, spdlog::level::trace};
 
 // Writes one line and flushes the logger. Writes nothing when the agent has no logger or a lower trace level.
 // Any thread; nothing that fails in logging reaches the caller.
@@ -42,3 +44,5 @@ void trace(severity_s severity, spdlog::format_string_t<Args...> format, Args &&
     ::svc::trace(severity, "[{}:{}] " format, __func__, __LINE__ __VA_OPT__(, ) __VA_ARGS__)
 #define SVC_TRACE_ERR(format, ...) SVC_TRACE(::svc::k_error, format __VA_OPT__(, ) __VA_ARGS__)
 #define SVC_TRACE_INFO(format, ...) SVC_TRACE(::svc::k_info, format __VA_OPT__(, ) __VA_ARGS__)
+#define SVC_TRACE_DEBUG(format, ...) SVC_TRACE(::svc::k_debug, format __VA_OPT__(, ) __VA_ARGS__)
+#define SVC_TRACE_VERBOSE(format, ...) SVC_TRACE(::svc::k_verbose, format __VA_OPT__(, ) __VA_ARGS__)

@@ -1,0 +1,67 @@
+// LLDP state of uplinks. Texts are the neighbour's own words: up to the first zero byte or the end of the array,
+// in any encoding.
+
+#pragma once
+
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+#include "agent_api/sdk_ret.h"
+
+struct lldp_capability_s {
+    uint32_t type;  // 1 to 7
+    uint8_t enabled;
+};
+
+struct lldp_unknown_tlv_s {
+    char text_1[64];
+    uint32_t number_1;
+    uint32_t number_2;
+    char text_2[64];
+};
+
+// One side of the link.
+struct lldp_if_status_s {
+    char if_name[64];
+    uint32_t number;
+    uint32_t kind;  // 1 to 6
+    std::string text;
+    char system_name[64];
+    uint32_t chassis_id_type;  // 1 to 7
+    char chassis_id[64];
+    char system_description[512];
+    uint32_t mgmt_ipv4;  // in the processor's byte order
+    lldp_capability_s capability[8];
+    uint32_t num_capability;
+    uint32_t port_id_type;  // 1 to 7
+    char port_id[64];
+    char port_description[512];
+    uint32_t port_number;
+    lldp_unknown_tlv_s unknown_tlv[8];
+    uint32_t num_unknown_tlv;
+};
+
+// Not packed, because it holds text objects.
+struct nyx_if_lldp_status_s {
+    lldp_if_status_s local;
+    lldp_if_status_s neighbor;
+};
+
+struct nyx_if_lldp_stats_s {
+    uint64_t counter_1;
+    uint64_t counter_2;
+    uint64_t counter_3;
+    uint32_t counter_4;
+} __attribute__((packed));
+static_assert(offsetof(nyx_if_lldp_stats_s, counter_4) == 24);
+static_assert(sizeof(nyx_if_lldp_stats_s) == 28);
+
+namespace core {
+
+// Fill an empty record for the LLDP interface index of an uplink's status; after a failure it is still empty.
+// Any thread.
+sdk::sdk_ret_t interface_lldp_status_get(uint16_t lldp_if_index, nyx_if_lldp_status_s *status);
+sdk::sdk_ret_t interface_lldp_stats_get(uint16_t lldp_if_index, nyx_if_lldp_stats_s *stats);
+
+}  // namespace core

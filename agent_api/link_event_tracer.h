@@ -1,0 +1,44 @@
+// The link event trace of a port: the last transitions of its link state machine, written by the port API while
+// others read it without a lock.
+//
+// Two buffers take turns: generation g of the trace is in buffer g modulo 2, and generation g - 1, the previous
+// one, is complete in the other. The writer switches buffers by advancing the generation first and only then
+// touching the other buffer, and counts a record after it is complete. So a copied record is whole when the
+// generation read after the copy is at most one above the record's own.
+
+#pragma once
+
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+
+struct link_event_time_s {
+    int64_t seconds;
+    int64_t nanoseconds;
+};
+
+// A record: this header, then the record data. Records follow each other without gaps.
+struct link_event_header_s {
+    link_event_time_s wall_clock;
+    link_event_time_s elapsed_clock;  // for the time between records
+};
+static_assert(sizeof(link_event_header_s) == 32);
+
+struct link_event_buffer_s {
+    const void *records;  // fixed once the tracer exists; null: no records
+    std::atomic<uint32_t> num_records;
+    uint32_t reserved;
+};
+
+struct link_event_tracer_s {
+    link_event_buffer_s buffer[2];
+    uint32_t record_data_size;         // for ports 4: a u32, the state entered
+    std::atomic<uint32_t> generation;  // 0: nothing has been written yet
+};
+static_assert(std::atomic<uint32_t>::is_always_lock_free);
+static_assert(offsetof(link_event_tracer_s, buffer[0].num_records) == 8);
+static_assert(offsetof(link_event_tracer_s, buffer[1].records) == 16);
+static_assert(offsetof(link_event_tracer_s, buffer[1].num_records) == 24);
+static_assert(offsetof(link_event_tracer_s, record_data_size) == 32);
+static_assert(offsetof(link_event_tracer_s, generation) == 36);
+static_assert(sizeof(link_event_tracer_s) == 40);

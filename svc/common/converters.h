@@ -1,4 +1,4 @@
-// Values of messages as the agent's plain values.
+// Values of messages as the agent's plain values, and back.
 
 #pragma once
 
@@ -13,7 +13,22 @@
 // error either: returns SDK_RET_OK.
 sdk::sdk_ret_t nyx_obj_key_proto_to_api_spec(nyx_obj_key_s *key, const std::string &proto_key);
 
+// Stores the prefix. SDK_RET_INVALID_ARG for a family that is neither IPv4 nor IPv6: the address is then of no
+// family; and for a length that the family does not have: the address then stays as it was. The length is stored
+// in any case.
+sdk::sdk_ret_t ippfx_proto_spec_to_api_spec(ip_prefix_s *pfx, const types::IPPrefix &proto);
+
+// "00:1a:2b:3c:4d:5e" for 6 bytes, or with upper-case digits. The text is the thread's own and holds until the
+// fourth call after this one.
+char *macaddr2str(const uint8_t *mac, bool upper_case);
+
 namespace svc {
+
+// The key of an id; all zero for an id above 16 bytes.
+nyx_obj_key_s key_to_api(const std::string &id);
+
+// All 16 bytes of the identifier.
+std::string key_to_proto(nyx_obj_key_s key);
 
 // The address that the family names; all zero, family 0 included, for any other family. An IPv6 text shorter
 // than 16 bytes is followed by zeros, of a longer one the first 16 count.
@@ -21,5 +36,16 @@ ip_addr_s ip_addr_to_api(const types::IPAddress &proto);
 
 // The low 48 bits of a number, most significant byte first.
 mac_addr_s mac_addr_to_api(uint64_t mac);
+uint64_t mac_addr_to_proto(mac_addr_s mac);
+
+// Whether there is a prefix, and that prefix into an empty message.
+bool has_family(const ip_prefix_s &pfx);
+void ip_prefix_to_proto(types::IPPrefix *proto, const ip_prefix_s &pfx);
+
+// Administrative and operational states: 1 and 2 of the one side are 2 and 1 of the other.
+constexpr uint32_t swapped_state(uint32_t state) { return state == 1 ? 2 : state == 2 ? 1 : 0; }
+
+// Numbers that mean the same on both sides from 1 to `last`, and nothing beyond.
+constexpr uint32_t known_or_none(uint32_t value, uint32_t last) { return value <= last ? value : 0; }
 
 }  // namespace svc

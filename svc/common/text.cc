@@ -1,0 +1,67 @@
+#include "svc/common/text.h"
+
+#include <algorithm>
+#include <cstdint>
+
+namespace {
+
+constexpr std::string_view k_replacement = "\xef\xbf\xbd";  // U+FFFD
+
+bool lies_in(char c, uint8_t low, uint8_t high) {
+    const auto byte = static_cast<uint8_t>(c);
+    return byte >= low && byte <= high;
+}
+
+bool is_tail(std::string_view bytes) {
+    return std::ranges::all_of(bytes, [](char c) { return lies_in(c, 0x80, 0xbf); });
+}
+
+// The second byte rules out overlong forms, surrogates and what is above U+10FFFF.
+bool second_fits(char first, char second) {
+    switch (static_cast<uint8_t>(first)) {
+        case 0xe0:
+            return lies_in(second, 0xa0, 0xbf);
+        case 0xed:
+            return lies_in(second, 0x80, 0x9f);
+        case 0xf0:
+            return lies_in(second, 0x90, 0xbf);
+        case 0xf4:
+            return lies_in(second, 0x80, 0x8f);
+        default:
+            return lies_in(second, 0x80, 0xbf);
+    }
+}
+
+// Bytes that a character takes by its first one; 0 for a byte that begins none.
+size_t character_size(char first) {
+    if (lies_in(first, 0x00, 0x7f)) {
+        return 1;
+    }
+    return lies_in(first, 0xc2, 0xdf)   ? 2
+           : lies_in(first, 0xe0, 0xef) ? 3
+           : lies_in(first, 0xf0, 0xf4) ? 4
+                                        : 0;
+}
+
+// The character that the bytes begin with; empty when they begin with none.
+std::string_view first_character(std::string_view bytes) {
+    const size_t size = character_size(bytes[0]);
+    if (size > bytes.size() ||
+        (size > 1 && !(second_fits(bytes[0], bytes[1]) && is_tail(bytes.substr(2, size - 2))))) {
+        return {};
+    }
+    return bytes.substr(0, size);
+}
+
+}  // namespace
+
+std::string svc::to_utf8(std::string_view bytes) {
+    std::string text;
+    text.reserve(bytes.size());
+    while (!bytes.empty()) {
+        const auto character = first_character(bytes);
+        text += character.empty() ? k_replacement : character;
+        bytes.remove_prefix(std::max<size_t>(character.size(), 1));
+    }
+    return text;
+}

@@ -1,0 +1,151 @@
+#include "svc/debug.h"
+
+#include <malloc.h>
+
+#include <bit>
+#include <iterator>
+#include <type_traits>
+
+#include "agent_api/trace_level.h"
+#include "svc/common/ret_code.h"
+#include "svc/common/text.h"
+#include "svc/common/trace.h"
+
+namespace {
+
+// By the messages' level.
+constexpr sdk::types::trace_level_e k_trace_levels[] = {
+    sdk::types::TRACE_LEVEL_NONE, sdk::types::TRACE_LEVEL_ERROR, sdk::types::TRACE_LEVEL_DEBUG,
+    sdk::types::TRACE_LEVEL_WARN, sdk::types::TRACE_LEVEL_INFO,  sdk::types::TRACE_LEVEL_VERBOSE,
+};
+
+constexpr uint32_t k_all_llc_types = 0xffffffff;
+constexpr uint32_t k_max_llc_type = 32;
+constexpr uint32_t k_max_reported_llc_type = 10;
+
+// mallinfo() is what agents of all C libraries have; its figures wrap around above 2 GiB.
+struct mallinfo heap_figures() {
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdeprecated-declarations"
+    return mallinfo();
+#pragma GCC diagnostic pop
+}
+
+// The lowest type of those that are reported; 0 when there is none, or all are counted.
+uint32_t llc_type_of(uint32_t mask) {
+    const uint32_t type = mask == k_all_llc_types ? 0 : static_cast<uint32_t>(std::countr_zero(mask)) + 1;
+    return type <= k_max_reported_llc_type ? type : 0;
+}
+
+}  // namespace
+
+DebugSvcImpl::~DebugSvcImpl() = default;
+
+grpc::Status DebugSvcImpl::TraceUpdate(grpc::ServerContext *, const nyx::TraceRequest *req,
+                                       nyx::TraceResponse *rsp) {
+    const auto level = static_cast<uint32_t>(req->trace_level());
+    if (level >= std::size(k_trace_levels)) {
+        rsp->set_api_status(types::API_STATUS_INVALID_ARG);
+        return grpc::Status::OK;
+    }
+    core::trace_update(k_trace_levels[level]);
+    debug::nyx_set_trace_level(k_trace_levels[level]);
+    rsp->set_api_status(types::API_STATUS_OK);
+    rsp->set_trace_level(req->trace_level());
+    return grpc::Status::OK;
+}
+
+grpc::Status DebugSvcImpl::TraceFlush(grpc::ServerContext *, const types::Empty *, types::Empty *) {
+    core::flush_logs();
+    return grpc::Status::OK;
+}
+
+grpc::Status DebugSvcImpl::HeapGet(grpc::ServerContext *, const nyx::HeapGetRequest *,
+                                   nyx::HeapGetResponse *rsp) {
+    const auto figures = heap_figures();
+    auto *stats = rsp->mutable_stats();
+    stats->set_arena(static_cast<uint32_t>(figures.arena));
+    stats->set_ordblks(static_cast<uint32_t>(figures.ordblks));
+    stats->set_smblks(static_cast<uint32_t>(figures.smblks));
+    stats->set_hblks(static_cast<uint32_t>(figures.hblks));
+    stats->set_hblkhd(static_cast<uint32_t>(figures.hblkhd));
+    stats->set_usmblks(static_cast<uint32_t>(figures.usmblks));
+    stats->set_fsmblks(static_cast<uint32_t>(figures.fsmblks));
+    stats->set_uordblks(static_cast<uint32_t>(figures.uordblks));
+    stats->set_fordblks(static_cast<uint32_t>(figures.fordblks));
+    stats->set_keepcost(static_cast<uint32_t>(figures.keepcost));
+    rsp->set_api_status(types::API_STATUS_OK);
+    return grpc::Status::OK;
+}
+
+grpc::Status DebugSvcImpl::MemoryTrim(grpc::ServerContext *, const types::Empty *, types::Empty *) {
+    malloc_trim(0);
+    return grpc::Status::OK;
+}
+
+bool nyx_slab_to_proto(void *info, void *ctxt) {
+    const auto &slab = *static_cast<const nyx_slab_info_s *>(info);
+    auto *proto = static_cast<nyx::SlabGetResponse *>(ctxt)->add_response();
+    auto *spec = proto->mutable_spec();
+    spec->set_name(svc::text_of(slab.name));
+    spec->set_slab_value_1(slab.value_1);
+    spec->set_slab_value_2(slab.value_2);
+    spec->set_slab_value_3(slab.value_3);
+    spec->set_slab_value_4(slab.value_4);
+    spec->set_slab_flag_1(slab.flag_1);
+    spec->set_slab_flag_2(slab.flag_2);
+    spec->set_slab_flag_4(slab.flag_3);
+    auto *stats = proto->mutable_stats();
+    stats->set_slab_stat_1(slab.stat[0]);
+    stats->set_slab_stat_2(slab.stat[1]);
+    stats->set_slab_stat_3(slab.stat[2]);
+    stats->set_slab_stat_4(slab.stat[3]);
+    stats->set_slab_stat_5(slab.stat[4]);
+    return false;
+}
+
+grpc::Status DebugSvcImpl::SlabGet(grpc::ServerContext *, const types::Empty *, nyx::SlabGetResponse *rsp) {
+    rsp->set_api_status(sdk_ret_to_api_status(debug::nyx_slab_get(nyx_slab_to_proto, rsp)));
+    return grpc::Status::OK;
+}
+
+grpc::Status DebugSvcImpl::LlcSetup(grpc::ServerContext *, const nyx::LlcSetupRequest *req,
+                                    nyx::LlcSetupResponse *rsp) {
+    const uint32_t type = req->llc_type();
+    if (type > k_max_llc_type) {
+        rsp->set_api_status(types::API_STATUS_INVALID_ARG);
+        return grpc::Status::OK;
+    }
+    sdk::asic::pd::llc_counters_s counters{};
+    counters.mask = type ? 1u << (type - 1) : k_all_llc_types;
+    rsp->set_api_status(sdk_ret_to_api_status(debug::nyx_llc_setup(&counters)));
+    return grpc::Status::OK;
+}
+
+grpc::Status DebugSvcImpl::LlcStatsGet(grpc::ServerContext *, const types::Empty *,
+                                       nyx::LlcStatsGetResponse *rsp) {
+    auto *stats = rsp->mutable_stats();
+    sdk::asic::pd::llc_counters_s counters{};
+    const auto ret = debug::nyx_llc_get(&counters);
+    if (ret == sdk::SDK_RET_OK) {
+        stats->set_llc_type(llc_type_of(counters.mask));
+        for (size_t i = 0; i < std::extent_v<decltype(counters.counter)>; i++) {
+            stats->add_count(counters.counter[i]);
+        }
+    }
+    rsp->set_api_status(sdk_ret_to_api_status(ret));
+    return grpc::Status::OK;
+}
+
+grpc::Status DebugSvcImpl::StartAacsServer(grpc::ServerContext *, const nyx::AacsRequest *req,
+                                           types::Empty *) {
+    SVC_TRACE_VERBOSE("Received AACS Server Start");
+    (void)debug::start_aacs_server(req->aacs_server_port());
+    return grpc::Status::OK;
+}
+
+grpc::Status DebugSvcImpl::StopAacsServer(grpc::ServerContext *, const types::Empty *, types::Empty *) {
+    SVC_TRACE_VERBOSE("Received AACS Server Stop");
+    (void)debug::stop_aacs_server();
+    return grpc::Status::OK;
+}

@@ -1,0 +1,207 @@
+#include "svc/host_if_mac.h"
+
+#include <fcntl.h>
+#include <stdlib.h>
+#include <sys/file.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <chrono>
+#include <filesystem>
+#include <iostream>
+#include <memory>
+#include <mutex>
+#include <system_error>
+#include <thread>
+
+#include "base/json_file.h"
+#include "base/unique_fd.h"
+#include "svc/common/converters.h"
+#include "svc/common/text.h"
+#include "svc/common/trace.h"
+
+std::string g_host_if_mac_file = "/sysconfig/config0/hostif_mac.json";
+
+namespace {
+
+namespace pt = boost::property_tree;
+
+constexpr auto k_lock_patience = std::chrono::seconds(5);
+constexpr auto k_lock_pause = std::chrono::milliseconds(5);
+constexpr const char *k_list = "host-interface";
+constexpr const char *k_no_name = "default";
+constexpr const char *k_no_mac = "00:00:00:00:00:00";
+
+[[noreturn]] void fail(int error, const std::string &what) {
+    throw std::system_error(error, std::generic_category(), what);
+}
+
+struct host_if_mac_s {
+    std::string name;
+    std::string mac;  // empty: no record
+};
+
+// Keeps other threads and other processes away from the files of a folder. A file system without locks keeps
+// threads away alone.
+class folder_lock {
+ public:
+    explicit folder_lock(const std::string &folder)
+        : threads_(g_threads), fd_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
+        error_ = fd_.valid() ? wait() : errno;
+    }
+
+    // Throws when the folder is not there or somebody has kept it for too long.
+    int held() const {
+        if (error_) {
+            fail(error_, g_host_if_mac_file + ": its folder can't be locked");
+        }
+        return fd_.get();
+    }
+
+ private:
+    int wait() const {
+        const auto deadline = std::chrono::steady_clock::now() + k_lock_patience;
+        while (flock(fd_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
+            if (std::chrono::steady_clock::now() > deadline) {
+                return ETIMEDOUT;
+            }
+            std::this_thread::sleep_for(k_lock_pause);
+        }
+        return 0;
+    }
+
+    static inline std::mutex g_threads;
+    const std::lock_guard<std::mutex> threads_;
+    const base::unique_fd fd_;
+    int error_;
+};
+
+// The file itself where the path is a symbolic link to it.
+std::string real_path() {
+    const std::unique_ptr<char, decltype(&free)> path(realpath(g_host_if_mac_file.c_str(), nullptr), free);
+    return path ? path.get() : std::filesystem::absolute(g_host_if_mac_file).string();
+}
+
+// A reason that lies with this process or with the disk: replacing the file for it would lose what it holds.
+bool is_passing(const std::exception &error) {
+    if (const auto *system = dynamic_cast<const std::system_error *>(&error)) {
+        const int number = system->code().value();
+        return number == EMFILE || number == ENFILE || number == ENOMEM || number == EIO;
+    }
+    return dynamic_cast<const std::bad_alloc *>(&error);
+}
+
+pt::ptree element(const std::string &name, const std::string &mac) {
+    pt::ptree tree;
+    tree.put("name", name);
+    tree.put("mac", mac);
+    return tree;
+}
+
+// Appends the records of a list with the change made in it; true when the changed name was there.
+bool append_changed(pt::ptree &records, const pt::ptree &list, const host_if_mac_s &change) {
+    bool found = false;
+    for (const auto &[key, record] : list) {
+        const auto name = record.get<std::string>("name", k_no_name);
+        if (name != change.name) {
+            records.push_back({"", element(name, record.get<std::string>("mac", k_no_mac))});
+            continue;
+        }
+        found = true;
+        if (!change.mac.empty()) {
+            records.push_back({"", element(change.name, change.mac)});
+        }
+    }
+    return found;
+}
+
+// The records of the file with the change made in them. A missing or broken file counts as one without records.
+pt::ptree changed_records(const std::string &path, const host_if_mac_s &change) {
+    pt::ptree records;
+    bool found = false;
+    try {
+        found = append_changed(records, base::read_json_file(path).get_child(k_list), change);
+    } catch (const std::exception &error) {
+        if (is_passing(error)) {
+            throw;
+        }
+        std::cerr << error.what() << std::endl;
+        SVC_TRACE_ERR("Error updating %s");
+    }
+    if (!found && !change.mac.empty()) {
+        records.push_back({"", element(change.name, change.mac)});
+    }
+    return records;
+}
+
+void write_whole(int fd, std::string_view text, const std::string &path) {
+    while (!text.empty()) {
+        const ssize_t size = write(fd, text.data(), text.size());
+        if (size < 0 && errno != EINTR) {
+            fail(errno, path);
+        }
+        text.remove_prefix(static_cast<size_t>(std::max<ssize_t>(size, 0)));
+    }
+}
+
+// A new file gets the permissions of the one that it replaces.
+void keep_mode(int fd, const std::string &path) {
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
+        fchmod(fd, status.st_mode & 0777);
+    }
+}
+
+// Under the folder's lock, so that the new file's name is nobody else's.
+void replace(const std::string &path, std::string_view text, int folder) {
+    const std::string fresh = path + ".new";
+    unlink(fresh.c_str());
+    base::unique_fd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    if (!file.valid()) {
+        fail(errno, fresh);
+    }
+    try {
+        keep_mode(file.get(), path);
+        write_whole(file.get(), text, fresh);
+        if (fsync(file.get()) != 0 || file.close() != 0 || rename(fresh.c_str(), path.c_str()) != 0) {
+            fail(errno, fresh);
+        }
+    } catch (...) {
+        unlink(fresh.c_str());
+        throw;
+    }
+    fsync(folder);  // the new content is there already; a folder that can't be synced can't take it back
+}
+
+std::string to_json(const pt::ptree &records) {
+    pt::ptree tree;
+    tree.add_child(k_list, records);
+    std::ostringstream text;
+    pt::write_json(text, tree);
+    if (text.view().size() > base::k_max_json_size) {
+        throw std::runtime_error(g_host_if_mac_file + ": would become too large to be read again");
+    }
+    return text.str();
+}
+
+}  // namespace
+
+sdk::sdk_ret_t host_if_mac_update(char *name, unsigned char *mac) {
+    if (!name || !*name) {
+        return sdk::SDK_RET_INVALID_ARG;
+    }
+    const bool removes = std::all_of(mac, mac + sizeof(mac_addr_s), [](uint8_t byte) { return byte == 0; });
+    // A name that was cut within a character would make the whole file unreadable.
+    const host_if_mac_s change = {.name = svc::to_utf8(name), .mac = removes ? "" : macaddr2str(mac, false)};
+    try {
+        const std::string path = real_path();
+        const folder_lock lock(std::filesystem::path(path).parent_path());
+        replace(path, to_json(changed_records(path, change)), lock.held());
+    } catch (const std::exception &error) {
+        std::cerr << error.what() << std::endl;
+        SVC_TRACE_ERR("Failed to update mac address %s for host interface %s in %s");
+        return sdk::SDK_RET_GENERIC_ERROR;
+    }
+    return sdk::SDK_RET_OK;
+}

@@ -1,0 +1,17 @@
+// The classic LIF service: LIFs with the receive-side configuration that the pipeline keeps of them.
+
+#pragma once
+
+#include "nyx/lif.grpc.pb.h"
+
+// Ends with gRPC status OK; the outcome is the response's api_status. No state: any thread.
+class LifClassicSvcImpl : public nyx::LifClassicSvc::Service {
+ public:
+    ~LifClassicSvcImpl() override;
+    grpc::Status LifClassicGet(grpc::ServerContext *context, const nyx::LifClassicGetRequest *req,
+                               nyx::LifClassicGetResponse *rsp) override;
+};
+
+// Appends a nyx_lif_info_s to a nyx::LifClassicGetResponse, with a status when the pipeline has an implementation
+// object for the LIF.
+void nyx_lif_api_info_to_config_proto(void *info, void *ctxt);

@@ -2,9 +2,10 @@
 // others read it without a lock.
 //
 // Two buffers take turns: generation g of the trace is in buffer g modulo 2, and generation g - 1, the previous
-// one, is complete in the other. The writer switches buffers by advancing the generation first and only then
-// touching the other buffer, and counts a record after it is complete. So a copied record is whole when the
-// generation read after the copy is at most one above the record's own.
+// one, is complete in the other. To switch, the writer empties the other buffer, advances the generation, and only
+// then writes records there; it counts a record after it is complete. So a copied record is whole when the generation
+// read after the copy is at most one above the record's own. (A writer that advanced the generation first would leave
+// readers a moment in which the old count stands for the new generation.)
 
 #pragma once
 

@@ -14,7 +14,13 @@
 #include "host/credentials.h"
 #include "host/server_settings.h"
 #include "host/setup_error.h"
+#include "svc/debug.h"
 #include "svc/grpc_nyx_tbl.h"
+#include "svc/interface.h"
+#include "svc/lif.h"
+#include "svc/pipeline.h"
+#include "svc/port.h"
+#include "svc/system.h"
 
 namespace host {
 
@@ -25,6 +31,12 @@ constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);  // then ca
 std::vector<std::unique_ptr<grpc::Service>> make_services() {
     std::vector<std::unique_ptr<grpc::Service>> services;
     services.push_back(std::make_unique<NyxTblSvcImpl>());
+    services.push_back(std::make_unique<IfSvcImpl>());
+    services.push_back(std::make_unique<LifClassicSvcImpl>());
+    services.push_back(std::make_unique<PortSvcImpl>());
+    services.push_back(std::make_unique<SystemSvcImpl>());
+    services.push_back(std::make_unique<PipelineSvcImpl>());
+    services.push_back(std::make_unique<DebugSvcImpl>());
     return services;
 }
 

@@ -9,11 +9,14 @@
 #include <cstdlib>
 #include <future>
 
+#include "agent_api/trace_level.h"
 #include "agent_api/trace_logger.h"
 #include "base/standard_descriptors.h"
 #include "host/grpc_door.h"
 #include "host/options.h"
 #include "host/socket_door.h"
+#include "sim/host_interfaces.h"
+#include "svc/host_if_mac.h"
 
 namespace {
 
@@ -40,6 +43,15 @@ void stop_in_time(host::grpc_door &grpc, host::socket_door &socket) {
     }
 }
 
+// What an agent does with the file at its start. A broken one is told of, and left for the next update to replace.
+void restore_host_interfaces(const std::string &sysconfig) {
+    g_host_if_mac_file = sysconfig + "/hostif_mac.json";
+    std::string error;
+    if (!sim::load_host_interfaces(g_host_if_mac_file, &error)) {
+        fmt::print(stderr, "nyx-agent: {}\n", error);
+    }
+}
+
 int serve(const host::options_s &options) {
     const sigset_t stop_signals = block_stop_signals();
     host::grpc_door grpc(options);
@@ -61,11 +73,13 @@ int main(int argc, char **argv) {
         return parsed.exit_code;
     }
     signal(SIGPIPE, SIG_IGN);
-    utils::log trace_logger(spdlog::stderr_logger_mt("nyx-agent"), parsed.options->trace_level);
+    utils::log trace_logger(spdlog::stderr_logger_mt("nyx-agent"), 0);
     core::g_trace_logger = &trace_logger;
+    core::trace_update(parsed.options->trace_level);
     for (const auto &fault : parsed.options->faults) {
         sim::add_fault(fault);
     }
+    restore_host_interfaces(parsed.options->sysconfig);
     int exit_code = 1;
     try {
         exit_code = serve(*parsed.options);

@@ -23,8 +23,10 @@ constexpr const char *k_address_help =
     "Address of the gRPC server: HOST:PORT (port 0: any free one) or unix:PATH. Without TLS only "
     "addresses that this machine alone can reach";
 
-const std::map<std::string, int32_t> k_levels = {
-    {"none", 0}, {"error", 1}, {"warn", 2}, {"info", 3}, {"debug", 4}};
+const std::map<std::string, sdk::types::trace_level_e> k_levels = {
+    {"none", sdk::types::TRACE_LEVEL_NONE},   {"error", sdk::types::TRACE_LEVEL_ERROR},
+    {"warn", sdk::types::TRACE_LEVEL_WARN},   {"info", sdk::types::TRACE_LEVEL_INFO},
+    {"debug", sdk::types::TRACE_LEVEL_DEBUG}, {"verbose", sdk::types::TRACE_LEVEL_VERBOSE}};
 
 // An existing file or folder, without a second name for it in the help text.
 CLI::Validator existing(const CLI::Validator &kind) { return CLI::Validator(kind).description(""); }
@@ -45,7 +47,7 @@ void add_tls_options(CLI::App &app, tls_options_s &tls) {
 std::string check_level(const std::string &text) {
     return k_levels.contains(text)
                ? ""
-               : "'" + text + "' is unknown, allowed are none, error, warn, info and debug";
+               : "'" + text + "' is unknown, allowed are none, error, warn, info, debug and verbose";
 }
 
 std::string check_fault(const std::string &text) {
@@ -66,7 +68,7 @@ parsed_s parse_command_line(int argc, char **argv) {
     options_s options = {.grpc = NYX_DEFAULT_GRPC,
                          .socket = NYX_DEFAULT_SOCKET,
                          .sysconfig = "/sysconfig/config0",
-                         .trace_level = 0,
+                         .trace_level = {},
                          .tls = {},
                          .faults = {}};
     tls_options_s tls;
@@ -80,7 +82,8 @@ parsed_s parse_command_line(int argc, char **argv) {
                        "Folder of hostif_mac.json, where host interface MAC addresses are kept");
     sysconfig->type_name("DIR")->capture_default_str()->check(existing(CLI::ExistingDirectory));
     std::string level = "info";
-    app.add_option("--log-level", level, "What is logged to stderr: none, error, warn, info or debug")
+    app.add_option("--log-level", level,
+                   "What is logged to stderr: none, error, warn, info, debug or verbose")
         ->type_name("LEVEL")
         ->check(check_level)
         ->capture_default_str();

@@ -2,11 +2,11 @@
 
 #pragma once
 
-#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
 
+#include "agent_api/trace_level.h"
 #include "sim/faults.h"
 
 namespace host {
@@ -18,10 +18,10 @@ struct tls_options_s {
 };
 
 struct options_s {
-    std::string grpc;                  // HOST:PORT or unix:PATH
-    std::string socket;                // path of the service request socket
-    std::string sysconfig;             // folder of hostif_mac.json
-    int32_t trace_level;               // as utils::log::trace_level
+    std::string grpc;       // HOST:PORT or unix:PATH
+    std::string socket;     // path of the service request socket
+    std::string sysconfig;  // folder of hostif_mac.json
+    sdk::types::trace_level_e trace_level;
     std::optional<tls_options_s> tls;  // none: plaintext
     std::vector<sim::fault_s> faults;
 };

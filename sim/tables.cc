@@ -1,5 +1,7 @@
 #include "sim/tables.h"
 
+#include <algorithm>
+#include <atomic>
 #include <cstring>
 #include <mutex>
 #include <shared_mutex>
@@ -14,9 +16,17 @@ namespace {
 
 using record = std::vector<uint8_t>;
 
+enum table_operation_e { TABLE_CREATE, TABLE_UPDATE, TABLE_DELETE, TABLE_READ, TABLE_OPERATIONS };
+
+struct operation_counter_s {
+    std::atomic<uint64_t> done = 0, failed = 0;
+};
+
 struct table_s {
     std::shared_mutex lock;
     std::unordered_map<std::string, record> entries;  // by the bytes of the key record
+    size_t most_entries = 0;
+    operation_counter_s counters[TABLE_OPERATIONS];
 };
 
 table_s &at(size_t table) {
@@ -44,23 +54,26 @@ sdk::sdk_ret_t injected(size_t table, const char *operation, std::span<const uin
                           : sdk::SDK_RET_OK;
 }
 
-}  // namespace
-
-std::string table_operation(std::string_view table, std::string_view operation) {
-    return std::string("nyx_tbl_").append(table).append("_").append(operation);
+sdk::sdk_ret_t counted(size_t table, table_operation_e operation, sdk::sdk_ret_t ret) {
+    auto &counter = at(table).counters[operation];
+    (ret ? counter.failed : counter.done).fetch_add(1, std::memory_order_relaxed);
+    return ret;
 }
 
-sdk::sdk_ret_t table_create(size_t table, const void *spec) {
+operation_counts_s counts_of(const operation_counter_s &counter) { return {counter.done, counter.failed}; }
+
+sdk::sdk_ret_t create_entry(size_t table, const void *spec) {
     const auto key = key_of_spec(table, spec);
     if (const auto ret = injected(table, "create", key)) {
         return ret;
     }
     std::unique_lock guard(at(table).lock);
     const bool created = at(table).entries.try_emplace(to_key(key), to_record(table, spec)).second;
+    at(table).most_entries = std::max(at(table).most_entries, at(table).entries.size());
     return created ? sdk::SDK_RET_OK : sdk::SDK_RET_ALREADY_PRESENT;
 }
 
-sdk::sdk_ret_t table_update(size_t table, const void *spec) {
+sdk::sdk_ret_t update_entry(size_t table, const void *spec) {
     const auto key = key_of_spec(table, spec);
     if (const auto ret = injected(table, "update", key)) {
         return ret;
@@ -74,7 +87,7 @@ sdk::sdk_ret_t table_update(size_t table, const void *spec) {
     return sdk::SDK_RET_OK;
 }
 
-sdk::sdk_ret_t table_delete(size_t table, const void *key_record) {
+sdk::sdk_ret_t delete_entry(size_t table, const void *key_record) {
     const auto key = bytes(key_record, table_infos()[table].key_size);
     if (const auto ret = injected(table, "delete", key)) {
         return ret;
@@ -83,7 +96,7 @@ sdk::sdk_ret_t table_delete(size_t table, const void *key_record) {
     return at(table).entries.erase(to_key(key)) ? sdk::SDK_RET_OK : sdk::SDK_RET_LOOKUP_FAILURE;
 }
 
-sdk::sdk_ret_t table_read(size_t table, const void *key_record, void *spec) {
+sdk::sdk_ret_t read_entry(size_t table, const void *key_record, void *spec) {
     const auto key = bytes(key_record, table_infos()[table].key_size);
     if (const auto ret = injected(table, "read", key)) {
         return ret;
@@ -95,6 +108,39 @@ sdk::sdk_ret_t table_read(size_t table, const void *key_record, void *spec) {
     }
     memcpy(spec, entry->second.data(), entry->second.size());
     return sdk::SDK_RET_OK;
+}
+
+}  // namespace
+
+std::string table_operation(std::string_view table, std::string_view operation) {
+    return std::string("nyx_tbl_").append(table).append("_").append(operation);
+}
+
+sdk::sdk_ret_t table_create(size_t table, const void *spec) {
+    return counted(table, TABLE_CREATE, create_entry(table, spec));
+}
+
+sdk::sdk_ret_t table_update(size_t table, const void *spec) {
+    return counted(table, TABLE_UPDATE, update_entry(table, spec));
+}
+
+sdk::sdk_ret_t table_delete(size_t table, const void *key) {
+    return counted(table, TABLE_DELETE, delete_entry(table, key));
+}
+
+sdk::sdk_ret_t table_read(size_t table, const void *key, void *spec) {
+    return counted(table, TABLE_READ, read_entry(table, key, spec));
+}
+
+table_counts_s table_counts(size_t table) {
+    const auto &counters = at(table).counters;
+    std::shared_lock guard(at(table).lock);
+    return {.creates = counts_of(counters[TABLE_CREATE]),
+            .updates = counts_of(counters[TABLE_UPDATE]),
+            .deletes = counts_of(counters[TABLE_DELETE]),
+            .reads = counts_of(counters[TABLE_READ]),
+            .entries = at(table).entries.size(),
+            .most_entries = at(table).most_entries};
 }
 
 size_t table_entry_count(size_t table) {
@@ -115,6 +161,10 @@ void clear_tables() {
     for (size_t table = 0; table < table_infos().size(); table++) {
         std::unique_lock guard(at(table).lock);
         at(table).entries.clear();
+        at(table).most_entries = 0;
+        for (auto &counter : at(table).counters) {
+            counter.done = counter.failed = 0;
+        }
     }
 }
 

@@ -32,9 +32,21 @@ sdk::sdk_ret_t table_read(size_t table, const void *key,
 
 size_t table_entry_count(size_t table);
 
+struct operation_counts_s {
+    uint64_t done, failed;
+};
+
+// What has happened to a table since the start, or since clear_tables().
+struct table_counts_s {
+    operation_counts_s creates, updates, deletes, reads;
+    size_t entries, most_entries;
+};
+table_counts_s table_counts(size_t table);
+
 // Copies of all entry records of a table, in no order.
 std::vector<std::vector<uint8_t>> table_entries(size_t table);
 
+// Removes all entries and clears all counts.
 void clear_tables();
 
 }  // namespace sim

@@ -1,0 +1,165 @@
+#include "sim/card_ports.h"
+
+#include <deque>
+#include <mutex>
+#include <numeric>
+#include <span>
+#include <string_view>
+
+#include "agent_api/xcvr.h"
+#include "sim/card.h"
+#include "sim/link_event_trace.h"
+
+namespace {
+
+constexpr uint32_t k_xcvr_type_sfp = 1;
+
+sdk::platform::xcvr_s g_port_xcvr[] = {{sdk::platform::XCVR_TYPE_QSFP28}, {k_xcvr_type_sfp}};
+
+}  // namespace
+
+sdk::platform::xcvr_s *sdk::platform::g_xcvr[k_max_xcvr] = {&g_port_xcvr[0], &g_port_xcvr[1]};
+
+namespace sim {
+
+namespace {
+
+constexpr uint32_t k_port_if_index = 0x10000000;
+constexpr int64_t k_new_year_2026 = 1767225600;  // 2026-01-01 00:00:00 UTC
+
+struct xcvr_module_s {
+    uint8_t identifier;  // SFF-8024
+    std::string_view part_number;
+    std::string_view serial;
+    std::string_view revision;  // four bytes; QSFP class: two, then the wavelength in units of 0.05 nm
+};
+
+struct port_s {
+    sdk::types::port_type_t type;
+    uint32_t setting_b;
+    nyx_state_e link;
+    uint32_t num_counters;
+    const xcvr_module_s *xcvr;
+    std::span<const uint8_t> link_events;  // states entered
+};
+
+constexpr xcvr_module_s k_qsfp_module = {0x11, "AO-Q28-100G-LR4", "AO26010001", "1A\x66\x58"};
+constexpr xcvr_module_s k_sfp_module = {0x03, "AO-S28-25G-SR", "AO26010002", "2B04"};
+
+// More than one buffer of the trace holds, so that it switches.
+constexpr uint8_t k_up_events[] = {1, 2, 3, 5, 8, 9, 12, 3, 5, 8, 9, 12, 24};
+constexpr uint8_t k_down_events[] = {1, 2, 3, 5};
+constexpr uint8_t k_mgmt_events[] = {1, 2, 24};
+
+constexpr port_s k_ports[] = {
+    {sdk::types::PORT_TYPE_DATA, 6, NYX_STATE_UP, 89, &k_qsfp_module, k_up_events},
+    {sdk::types::PORT_TYPE_DATA, 4, NYX_STATE_DOWN, 89, &k_sfp_module, k_down_events},
+    {sdk::types::PORT_TYPE_MGMT, 1, NYX_STATE_UP, 32, nullptr, k_mgmt_events},
+};
+
+void put_text(uint8_t *to, size_t size, std::string_view text) {
+    memset(to, ' ', size);
+    memcpy(to, text.data(), text.size());
+}
+
+uint8_t checksum(const uint8_t *first, const uint8_t *last) {
+    return static_cast<uint8_t>(std::accumulate(first, last, 0u));
+}
+
+// SFF-8472 address A0h and SFF-8636 page 00h have these fields at the same places.
+void fill_xcvr_id(const xcvr_module_s &module, uint8_t *id) {
+    id[0] = module.identifier;
+    id[2] = 0x07;  // LC connector
+    put_text(id + 20, 16, "ACME OPTICS");
+    const uint8_t oui[] = {0x02, 0xac, 0x3e};
+    memcpy(id + 37, oui, sizeof(oui));
+    put_text(id + 40, 16, module.part_number);
+    put_text(id + 56, 4, module.revision);
+    id[63] = checksum(id, id + 63);
+    put_text(id + 68, 16, module.serial);
+    put_text(id + 84, 8, "260101");
+    id[95] = checksum(id + 64, id + 95);
+}
+
+void fill_xcvr(uint8_t number, const xcvr_module_s &module, port_status_s *status) {
+    status->xcvr_number = number;
+    for (uint32_t i = 0; i < 6; i++) {
+        status->xcvr_value[i] = number * 10u + i;
+    }
+    fill_xcvr_id(module, status->xcvr_id);
+}
+
+// Traces are never freed: a record that somebody copied before a reset still leads to its trace.
+const link_event_tracer_s *traced(std::span<const uint8_t> events) {
+    static std::mutex lock;
+    static std::deque<link_event_trace> traces;
+    std::lock_guard guard(lock);
+    auto &trace = traces.emplace_back();
+    for (int64_t i = 0; i < std::ssize(events); i++) {
+        const int64_t milliseconds = 12'000 + 350 * i * i;
+        const link_event_time_s elapsed = {milliseconds / 1000, milliseconds % 1000 * 1'000'000};
+        trace.append(events[i], {k_new_year_2026 + elapsed.seconds, elapsed.nanoseconds}, elapsed);
+    }
+    return trace.tracer();
+}
+
+port_spec_s spec_of(const port_s &port) {
+    return {.setting_a = 2,
+            .port_type = port.type,
+            .setting_b = port.setting_b,
+            .setting_c = 1,
+            .flag_a = 1,
+            .number_a = 9216,
+            .number_b = 1000,
+            .setting_d = 1,
+            .flag_b = 1,
+            .flag_c = 0,
+            .setting_e = 2,
+            .number_c = 4};
+}
+
+port_status_s status_of(uint8_t number, const port_s &port) {
+    const bool is_up = port.link == NYX_STATE_UP;
+    auto status = port_status_s();
+    status.link_state = is_up ? 2 : 1;
+    status.link_setting_b = is_up ? port.setting_b : 0;
+    status.link_flag = is_up;
+    status.link_number = is_up ? 4 : 0;
+    status.link_setting_c = 1;
+    if (port.xcvr) {
+        fill_xcvr(number, *port.xcvr, &status);
+    }
+    status.link_sm_state = port.link_events.back();
+    status.status_word_1 = number;
+    status.status_word_2 = static_cast<uint32_t>(port.link_events.size());
+    status.link_event_tracer = traced(port.link_events);
+    return status;
+}
+
+void fill_stats(uint8_t number, const port_s &port, nyx_if_stats_s *stats) {
+    for (uint32_t i = 0; i < port.num_counters; i++) {
+        stats->mac_counter[i] = number * 1'000'000u + i + 1;
+    }
+    stats->stats_word = number;
+    snprintf(stats->timing_text, sizeof(stats->timing_text), "up to state %u", port.link_events.back());
+    stats->timing_word_1 = 250'000'000;
+    stats->timing_word_2 = number;
+}
+
+}  // namespace
+
+nyx_if_info_s card_port(uint8_t number) {
+    const port_s &port = k_ports[number - 1];
+    auto info = nyx_if_info_s();
+    info.spec.key = port_key(number);
+    info.spec.type = NYX_IF_TYPE_ETH;
+    info.spec.admin_state = NYX_STATE_UP;
+    info.spec.port = spec_of(port);
+    info.status.if_index = k_port_if_index | number << 16;
+    info.status.oper_state = port.link;
+    info.status.port = status_of(number, port);
+    fill_stats(number, port, &info.stats);
+    return info;
+}
+
+}  // namespace sim

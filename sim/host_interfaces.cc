@@ -1,0 +1,116 @@
+#include "sim/host_interfaces.h"
+
+#include <algorithm>
+#include <boost/property_tree/ptree.hpp>
+#include <charconv>
+#include <cstring>
+#include <stdexcept>
+#include <system_error>
+#include <vector>
+
+#include "base/json_file.h"
+#include "sim/if_records.h"
+
+namespace sim {
+
+namespace {
+
+struct recorded_s {
+    std::string name;
+    mac_addr_s mac;
+};
+
+std::string parse_name(const std::string &text) {
+    if (text.empty() || text.size() >= sizeof(host_if_spec_s::name) || text.find('\0') != text.npos) {
+        throw std::runtime_error("'" + text + "' is no name of a host interface");
+    }
+    return text;
+}
+
+mac_addr_s parse_mac(const std::string &text) {
+    mac_addr_s mac;
+    bool good = text.size() == 17;
+    for (size_t i = 0; good && i < 6; i++) {
+        const char *digits = text.data() + 3 * i;
+        const auto [end, error] = std::from_chars(digits, digits + 2, mac.bytes[i], 16);
+        good = error == std::errc() && end == digits + 2 && (i == 5 || *end == ':');
+    }
+    if (!good) {
+        throw std::runtime_error("'" + text + "' is no MAC address");
+    }
+    return mac;
+}
+
+std::vector<recorded_s> recorded_in(const boost::property_tree::ptree &file) {
+    const auto &list = file.get_child("host-interface");
+    if (!list.data().empty()) {
+        throw std::runtime_error("host-interface is no list");
+    }
+    std::vector<recorded_s> recorded;
+    for (const auto &[member, element] : list) {
+        if (!member.empty()) {
+            throw std::runtime_error("host-interface is no list");
+        }
+        recorded.push_back(
+            {parse_name(element.get<std::string>("name")), parse_mac(element.get<std::string>("mac"))});
+    }
+    return recorded;
+}
+
+// The keys of all other interfaces of the card begin with another byte.
+nyx_obj_key_s key_of(const std::string &name) {
+    nyx_obj_key_s key = {.id = {0x0b}, .terminator = 0};
+    memcpy(key.id + 1, name.data(), name.size());
+    return key;
+}
+
+nyx_if_info_s *find_or_add(if_records_s *records, const std::string &name) {
+    for (auto &[key, info] : records->interfaces) {
+        const char *const present = info.spec.host.name;
+        if (info.spec.type == NYX_IF_TYPE_HOST &&
+            name == std::string(present, strnlen(present, sizeof(info.spec.host.name)))) {
+            return &info;
+        }
+    }
+    auto &info = records->interfaces[key_of(name)];
+    info.spec.key = key_of(name);
+    info.spec.type = NYX_IF_TYPE_HOST;
+    info.spec.admin_state = info.status.oper_state = NYX_STATE_UP;
+    info.status.if_index = records->next_if_index++;
+    memcpy(info.spec.host.name, name.data(), name.size());
+    memcpy(info.status.host.name, name.data(), name.size());
+    return &info;
+}
+
+void take(const std::vector<recorded_s> &recorded) {
+    (void)change_if_records([&](if_records_s &records) {
+        for (const auto &[name, mac] : recorded) {
+            nyx_if_info_s *const info = find_or_add(&records, name);
+            info->spec.host.mac = info->status.host.mac = mac;
+        }
+        return sdk::SDK_RET_OK;
+    });
+}
+
+bool is_missing_file(const std::exception &error) {
+    const auto *const system = dynamic_cast<const std::system_error *>(&error);
+    return system && system->code() == std::errc::no_such_file_or_directory;
+}
+
+}  // namespace
+
+bool load_host_interfaces(const std::string &path, std::string *error) {
+    try {
+        take(recorded_in(base::read_json_file(path)));
+    } catch (const std::exception &exception) {
+        if (is_missing_file(exception)) {
+            return true;
+        }
+        const std::string text = exception.what();
+        *error = text.starts_with(path) ? text : path + ": " + text;
+        return false;
+    }
+    return true;
+}
+
+}  // namespace sim

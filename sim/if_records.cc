@@ -1,0 +1,62 @@
+#include "sim/if_records.h"
+
+#include <mutex>
+#include <shared_mutex>
+
+#include "sim/card.h"
+#include "sim/faults.h"
+
+namespace sim {
+
+namespace {
+
+struct holder_s {
+    std::mutex change_lock;  // held over a whole change, so that none is lost
+    std::shared_mutex lock;  // of the pointer alone
+    std::shared_ptr<const if_records_s> records = std::make_shared<if_records_s>(card_records());
+};
+
+holder_s &holder() {
+    static holder_s holder;
+    return holder;
+}
+
+}  // namespace
+
+std::shared_ptr<const if_records_s> if_records() {
+    std::shared_lock guard(holder().lock);
+    return holder().records;
+}
+
+sdk::sdk_ret_t change_if_records(std::span<const if_change> changes) {
+    std::lock_guard change_guard(holder().change_lock);
+    const auto next = std::make_shared<if_records_s>(*if_records());
+    for (const auto &change : changes) {
+        if (const auto ret = change(*next)) {
+            return ret;
+        }
+    }
+    std::unique_lock guard(holder().lock);
+    holder().records = next;
+    return sdk::SDK_RET_OK;
+}
+
+sdk::sdk_ret_t change_if_records(const if_change &change) { return change_if_records(std::span(&change, 1)); }
+
+sdk::sdk_ret_t copy_if_record(const if_record_map &records, const nyx_obj_key_s &key, nyx_if_info_s *info) {
+    const auto record = records.find(key);
+    if (record == records.end()) {
+        return sdk::SDK_RET_LOOKUP_FAILURE;
+    }
+    *info = record->second;
+    return sdk::SDK_RET_OK;
+}
+
+sdk::sdk_ret_t walk_if_records(std::string_view operation, std::vector<nyx_if_info_s> records,
+                               nyx_read_cb_t callback, void *ctxt) {
+    return walk(
+        operation, records, [](const nyx_if_info_s &info) { return key_bytes(info.spec.key); },
+        [&](nyx_if_info_s &info) { callback(&info, ctxt); });
+}
+
+}  // namespace sim

@@ -1,0 +1,50 @@
+// The records of interfaces and ports. Readers work on snapshots; each change leads to the next one. Any thread.
+
+#pragma once
+
+#include <cstdint>
+#include <cstring>
+#include <functional>
+#include <map>
+#include <memory>
+#include <span>
+#include <string_view>
+#include <vector>
+
+#include "agent_api/interface.h"
+
+namespace sim {
+
+struct key_less {
+    bool operator()(const nyx_obj_key_s &a, const nyx_obj_key_s &b) const {
+        return memcmp(&a, &b, sizeof(a)) < 0;
+    }
+};
+
+using if_record_map = std::map<nyx_obj_key_s, nyx_if_info_s, key_less>;
+
+struct if_records_s {
+    if_record_map interfaces;
+    if_record_map ports;
+    uint32_t next_if_index;  // of the next interface that is created
+};
+
+// What is there now; later changes don't show in it.
+std::shared_ptr<const if_records_s> if_records();
+
+using if_change = std::function<sdk::sdk_ret_t(if_records_s &)>;
+
+// Makes the changes in their order, all of them or, when one fails, none. Returns the code of the failing one.
+sdk::sdk_ret_t change_if_records(std::span<const if_change> changes);
+sdk::sdk_ret_t change_if_records(const if_change &change);
+
+// Fills `info` from the map; SDK_RET_LOOKUP_FAILURE when it has no such record.
+sdk::sdk_ret_t copy_if_record(const if_record_map &records, const nyx_obj_key_s &key, nyx_if_info_s *info);
+
+// Passes the records to the callback of a walk, up to the first fault of the operation.
+sdk::sdk_ret_t walk_if_records(std::string_view operation, std::vector<nyx_if_info_s> records,
+                               nyx_read_cb_t callback, void *ctxt);
+
+inline std::span<const uint8_t> key_bytes(const nyx_obj_key_s &key) { return key.id; }
+
+}  // namespace sim

@@ -1,0 +1,23 @@
+// The stand-in's internal switch, as tests see it.
+
+#pragma once
+
+#include <vector>
+
+#include "agent_api/internal_switch.h"
+
+namespace sim {
+
+struct switch_port_s {
+    sdk::iswitch::iswitch_port_status_s_ status;
+    sdk::iswitch::iswitch_port_stats_s_ stats;
+    const char *descr;  // stays in place for ever; null when there is none
+};
+
+// The ports that a card starts with: seven.
+std::vector<switch_port_s> default_switch_ports();
+
+// Any thread.
+void put_switch_ports(std::vector<switch_port_s> ports);
+
+}  // namespace sim

@@ -1,0 +1,39 @@
+// The stand-in's LIF library and the implementation objects of its LIFs. Any thread.
+
+#pragma once
+
+#include <cstdint>
+#include <memory>
+#include <vector>
+
+#include "agent_api/lif.h"
+#include "agent_api/lif_impl.h"
+
+namespace sim {
+
+// What an implementation object answers.
+struct lif_impl_s {
+    bool vlan_insert, vlan_strip, rdma, rdma_sniff, trunk;
+    bool broadcast, all_multicast, promiscuous;
+    uint32_t pinned_if_idx;
+    uint32_t impl_value;
+    std::vector<uint64_t> macs;
+    std::vector<uint32_t> vlans;
+    std::vector<api::impl::mac_vlan_filter_s> mac_vlans;
+};
+
+std::unique_ptr<api::impl::lif_impl> make_lif_impl(lif_impl_s answers);
+
+// Adds or replaces a LIF as it stands, whatever the record says. For tests.
+void put_lif(const nyx_lif_info_s &info);
+
+// Sets the entry of the implementation table; a null object takes it out. Objects are never freed: those that a
+// request has looked up stay good. For tests.
+void put_lif_impl(uint16_t lif_id, std::unique_ptr<api::impl::lif_impl> object);
+
+// How often the statistics of a LIF were reset; 0 for an unknown one.
+uint64_t lif_stats_resets(const nyx_obj_key_s &key);
+
+void reset_lifs();
+
+}  // namespace sim

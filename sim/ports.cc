@@ -1,0 +1,90 @@
+#include "sim/ports.h"
+
+#include "sim/batches.h"
+#include "sim/faults.h"
+#include "sim/if_records.h"
+
+namespace sim {
+
+namespace {
+
+void clear_counters(nyx_if_info_s *info) { memset(&info->stats, 0, sizeof(info->stats.mac_counter)); }
+
+sdk::sdk_ret_t clear_counters(if_records_s &records, const nyx_obj_key_s &key) {
+    if (key.valid() && !records.ports.contains(key)) {
+        return sdk::SDK_RET_LOOKUP_FAILURE;
+    }
+    for (auto &[port_key, info] : records.ports) {
+        if (!key.valid() || memcmp(&port_key, &key, sizeof(key)) == 0) {
+            clear_counters(&info);
+        }
+    }
+    return sdk::SDK_RET_OK;
+}
+
+sdk::sdk_ret_t update(if_records_s &records, const nyx_if_spec_s &spec) {
+    const auto record = records.ports.find(spec.key);
+    if (record == records.ports.end()) {
+        return sdk::SDK_RET_LOOKUP_FAILURE;
+    }
+    record->second.spec.port = spec.port;
+    return sdk::SDK_RET_OK;
+}
+
+}  // namespace
+
+void put_port(const nyx_if_info_s &info) {
+    (void)change_if_records([&](if_records_s &records) {
+        records.ports[info.spec.key] = info;
+        return sdk::SDK_RET_OK;
+    });
+}
+
+}  // namespace sim
+
+sdk::sdk_ret_t api::port_get(nyx_obj_key_s *key, nyx_if_info_s *info) {
+    if (const auto ret = sim::fault("api::port_get", sim::key_bytes(*key))) {
+        return ret;
+    }
+    const auto records = sim::if_records();
+    if (!sim::copy_if_record(records->ports, *key, info)) {
+        return sdk::SDK_RET_OK;
+    }
+    const auto uplink = records->interfaces.find(*key);
+    if (uplink == records->interfaces.end() || uplink->second.spec.type != NYX_IF_TYPE_UPLINK) {
+        return sdk::SDK_RET_LOOKUP_FAILURE;
+    }
+    *info = uplink->second;
+    return sdk::SDK_RET_OK;
+}
+
+sdk::sdk_ret_t api::port_get_all(nyx_read_cb_t callback, void *ctxt) {
+    const auto records = sim::if_records();
+    std::vector<nyx_if_info_s> known;
+    for (const auto &[key, info] : records->ports) {
+        known.push_back(info);
+    }
+    for (const auto &[key, info] : records->interfaces) {
+        if (info.spec.type == NYX_IF_TYPE_UPLINK) {
+            known.push_back(info);
+        }
+    }
+    return sim::walk_if_records("api::port_get_all", std::move(known), callback, ctxt);
+}
+
+sdk::sdk_ret_t api::port_update(nyx_if_spec_s *spec, uint64_t batch) {
+    if (const auto ret = sim::fault("api::port_update", sim::key_bytes(spec->key))) {
+        return ret;
+    }
+    if (!sim::if_records()->ports.contains(spec->key)) {
+        return sdk::SDK_RET_LOOKUP_FAILURE;
+    }
+    return sim::add_change(batch, [spec = *spec](auto &records) { return sim::update(records, spec); });
+}
+
+sdk::sdk_ret_t api::port_stats_reset(const nyx_obj_key_s *key) {
+    if (const auto ret = sim::fault("api::port_stats_reset", sim::key_bytes(*key))) {
+        return ret;
+    }
+    return sim::change_if_records([key](auto &records) { return sim::clear_counters(records, *key); });
+}

@@ -1,0 +1,40 @@
+// The stand-in's system API, queue credits and system manager, as tests see them.
+
+#pragma once
+
+#include <cstdint>
+#include <string>
+#include <vector>
+
+#include "agent_api/queue_credits.h"
+#include "agent_api/system.h"
+
+namespace sim {
+
+struct port_credits_s {
+    uint32_t port;
+    sdk::asic::pd::port_queue_credit_s credits;
+};
+
+// Three ports: with eight queues, with four, with none.
+std::vector<port_credits_s> default_port_credits();
+
+// The values an adapter starts with.
+struct system_state_s {
+    nyx_system_voltage_s voltage = {{12040, 851, 852}};        // mV: card, core, Arm cores
+    nyx_system_power_s power = {{24300, 14200, 6100}};         // mW: card, core, Arm cores
+    nyx_system_clock_freq_s frequency = {{1100, 2000, 1500}};  // MHz: core, Arm cores, pipeline stages
+    nyx_system_temperature_s temperature = {{58, 43, 39}};     // Celsius: die, card, transceiver cage
+    std::string die_id = "0b7c-51e2-9a30-44d8";
+    uint32_t led = 1;
+    uint32_t reset_reason = 1;
+    bool recovery_enabled = true;
+    bool recovery_suspended = false;
+    std::vector<port_credits_s> credits = default_port_credits();
+};
+
+// Any thread. put_system_state({}) goes back to the start.
+system_state_s system_state();
+void put_system_state(system_state_s state);
+
+}  // namespace sim

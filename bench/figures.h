@@ -11,6 +11,8 @@ namespace bench {
 
 void add_conversion(ratio_table *table);
 void add_grpc(ratio_table *table);
+void add_mac_file(ratio_table *table);
+void add_walks(ratio_table *table);
 
 // The service thread must outlive the table.
 void add_socket(ratio_table *table, service_thread *service);

@@ -57,6 +57,8 @@ void measure(const options_s &options, bench::service_thread *service) {
     bench::ratio_table table;
     bench::add_conversion(&table);
     bench::add_grpc(&table);
+    bench::add_walks(&table);
+    bench::add_mac_file(&table);
     bench::add_socket(&table, service);
     bench::add_page_faults(&table, service);
     table.filter(options.filter);

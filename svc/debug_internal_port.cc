@@ -42,7 +42,7 @@ bool append_ports(uint8_t port_number, nyx::InternalPortResponseMsg *rsp) {
         return false;
     }
     const uint32_t first = port_number ? port_number - 1 : 0;
-    const uint32_t last = port_number ? port_number : std::min<uint32_t>(count, UINT8_MAX);
+    const uint32_t last = port_number ? port_number : std::min<uint32_t>(count, UINT8_MAX + 1);
     for (uint32_t port = first; port < last; port++) {
         marvell_get_port_info(static_cast<uint8_t>(port), rsp);
     }

@@ -52,11 +52,10 @@ class folder_lock {
     }
 
     // Throws when the folder is not there or somebody has kept it for too long.
-    int held() const {
+    void check() const {
         if (error_) {
             fail(error_, g_host_if_mac_file + ": its folder can't be locked");
         }
-        return fd_.get();
     }
 
  private:
@@ -153,8 +152,9 @@ void keep_mode(int fd, const std::string &path) {
     }
 }
 
-// Under the folder's lock, so that the new file's name is nobody else's.
-void replace(const std::string &path, std::string_view text, int folder) {
+// Under the folder's lock, so that the new file's name is nobody else's. The folder is not synced, which would cost as
+// much again: a power cut within seconds can bring the old file back, whole.
+void replace(const std::string &path, std::string_view text) {
     const std::string fresh = path + ".new";
     unlink(fresh.c_str());
     base::unique_fd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
@@ -171,7 +171,6 @@ void replace(const std::string &path, std::string_view text, int folder) {
         unlink(fresh.c_str());
         throw;
     }
-    fsync(folder);  // the new content is there already; a folder that can't be synced can't take it back
 }
 
 std::string to_json(const pt::ptree &records) {
@@ -197,7 +196,9 @@ sdk::sdk_ret_t host_if_mac_update(char *name, unsigned char *mac) {
     try {
         const std::string path = real_path();
         const folder_lock lock(std::filesystem::path(path).parent_path());
-        replace(path, to_json(changed_records(path, change)), lock.held());
+        const std::string text = to_json(changed_records(path, change));
+        lock.check();
+        replace(path, text);
     } catch (const std::exception &error) {
         std::cerr << error.what() << std::endl;
         SVC_TRACE_ERR("Failed to update mac address %s for host interface %s in %s");

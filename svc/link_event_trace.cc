@@ -3,11 +3,12 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
-#include <cstdio>
 #include <cstring>
 #include <ctime>
+#include <iterator>
 #include <optional>
 #include <string>
+#include <string_view>
 #include <tuple>
 
 #include "svc/common/converters.h"
@@ -16,7 +17,6 @@ namespace {
 
 constexpr uint64_t k_nanoseconds_per_second = 1'000'000'000;
 constexpr int64_t k_nanoseconds_per_millisecond = 1'000'000;
-constexpr size_t k_text_size = 30;  // of both texts, terminator included
 
 struct record_s {
     link_event_header_s header;
@@ -61,17 +61,50 @@ class trace_reader {
     const link_event_tracer_s &tracer_;
 };
 
+// A short text made of numbers; what does not fit is cut.
+class number_text {
+ public:
+    // At least `width` digits.
+    number_text &number(uint64_t number, int width = 1) {
+        char digits[20];
+        char *first = std::end(digits);
+        do {
+            *--first = static_cast<char>('0' + number % 10);
+            number /= 10;
+        } while (number || std::end(digits) - first < width);
+        return append({first, std::end(digits)});
+    }
+
+    number_text &append(std::string_view text) {
+        text = text.substr(0, sizeof(text_) - size_);
+        memcpy(text_ + size_, text.data(), text.size());
+        size_ += text.size();
+        return *this;
+    }
+
+    std::string str() const { return std::string(text_, size_); }
+
+ private:
+    char text_[29];
+    size_t size_ = 0;
+};
+
 // "2026-01-31 23:59:58.7"; empty for a time that has no date.
 std::string timestamp_text(const link_event_time_s &time) {
     const time_t seconds = time.seconds;
     tm local;
-    char text[k_text_size] = "";
-    if (localtime_r(&seconds, &local)) {
-        const size_t size = strftime(text, sizeof(text), "%Y-%m-%d %H:%M:%S", &local);
-        snprintf(text + size, sizeof(text) - size, ".%lu",
-                 static_cast<unsigned long>(time.nanoseconds / k_nanoseconds_per_millisecond));
+    if (!localtime_r(&seconds, &local)) {
+        return {};
     }
-    return text;
+    number_text text;
+    text.number(static_cast<uint64_t>(local.tm_year + 1900L));
+    text.append("-").number(static_cast<uint64_t>(local.tm_mon + 1), 2);
+    text.append("-").number(static_cast<uint64_t>(local.tm_mday), 2);
+    text.append(" ").number(static_cast<uint64_t>(local.tm_hour), 2);
+    text.append(":").number(static_cast<uint64_t>(local.tm_min), 2);
+    text.append(":").number(static_cast<uint64_t>(local.tm_sec), 2);
+    text.append(".").number(static_cast<uint64_t>(time.nanoseconds / k_nanoseconds_per_millisecond));
+    return text.str();
 }
 
 bool is_later(const link_event_time_s &time, const link_event_time_s &other) {
@@ -87,9 +120,7 @@ std::string elapsed_text(const link_event_time_s &time, const link_event_time_s 
         nanoseconds = static_cast<uint64_t>(time.nanoseconds) - static_cast<uint64_t>(previous.nanoseconds) +
                       borrows * k_nanoseconds_per_second;
     }
-    char text[k_text_size];
-    snprintf(text, sizeof(text), "%lu.%.9lu", seconds, nanoseconds);
-    return text;
+    return number_text().number(seconds).append(".").number(nanoseconds, 9).str();
 }
 
 }  // namespace

@@ -5,6 +5,7 @@
 #include <algorithm>
 #include <span>
 #include <string>
+#include <string_view>
 
 #include "agent_api/xcvr.h"
 
@@ -27,8 +28,9 @@ constexpr field_s k_vendor_serial = {68, 16};
 
 // The field without the blanks that fill it up; what is not printable ASCII becomes an underscore.
 std::string text_of(memory_t memory, field_s field) {
-    std::string text(memory.begin() + field.offset, memory.begin() + field.offset + field.size);
-    text.resize(text.find_last_not_of(' ') + 1);
+    const std::string_view bytes(reinterpret_cast<const char *>(memory.data()), memory.size());
+    const std::string_view filled = bytes.substr(field.offset, field.size);
+    std::string text(filled.substr(0, filled.find_last_not_of(' ') + 1));
     std::ranges::replace_if(
         text, [](char c) { return c < 32 || c > 126; }, '_');
     return text;

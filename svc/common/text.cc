@@ -56,6 +56,9 @@ std::string_view first_character(std::string_view bytes) {
 }  // namespace
 
 std::string svc::to_utf8(std::string_view bytes) {
+    if (std::ranges::all_of(bytes, [](char c) { return lies_in(c, 0x00, 0x7f); })) {
+        return std::string(bytes);
+    }
     std::string text;
     text.reserve(bytes.size());
     while (!bytes.empty()) {

@@ -16,6 +16,8 @@ Faults, to rehearse failures (may be given more than once):
   --fault nyx_tbl_flow_create:code=6,nth=3      only the third one
   --fault nyx_tbl_flow_info_read:code=4,key=07  reads of keys that start with byte 07
   --fault debug::nyx_handle_cmd:delay=300       debug commands take 300 ms longer
+  --fault nyx_if_read_all:code=10,nth=2         a walk over all interfaces fails at the second one
+  --fault nyx_flow_summary_get:code=3           a device mode without a flow summary
 
 Exit codes: 0 stopped by SIGTERM or SIGINT, 1 could not start or serve, 2 bad command line.)";
 

@@ -70,12 +70,11 @@ nyx_table_stats_s stats_of_table(size_t table) {
 }
 
 std::vector<nyx_table_stats_s> tables() {
-    if (auto put = debug_stats_state().tables) {
-        return *std::move(put);
-    }
-    std::vector<nyx_table_stats_s> stats;
-    for (size_t table = 0; table < table_infos().size(); table++) {
-        stats.push_back(stats_of_table(table));
+    auto stats = debug_stats_state().tables;
+    if (stats.empty()) {
+        for (size_t table = 0; table < table_infos().size(); table++) {
+            stats.push_back(stats_of_table(table));
+        }
     }
     return stats;
 }

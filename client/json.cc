@@ -2,8 +2,8 @@
 
 #include <google/protobuf/util/json_util.h>
 
-#include "client/json_bytes.h"
 #include "client/json_dom.h"
+#include "client/json_texts.h"
 
 namespace pb = google::protobuf;
 
@@ -25,7 +25,7 @@ outcome_s json_to_message(std::string_view json, pb::Message *message) {
     const std::string subject = "JSON of " + type->full_name() + ": ";
     json_t dom;
     std::string error;
-    if (!parse_json(json, &dom, &error) || !texts_to_base64(&dom, type, &error)) {
+    if (!parse_json(json, &dom, &error) || !texts_to_canonical(&dom, type, &error)) {
         return usage_failure(subject + error);
     }
     const pb::util::Status status = pb::util::JsonStringToMessage(dump_json(dom), message);
@@ -40,16 +40,17 @@ outcome_s message_to_json(const pb::Message &message, std::string *json) {
     pb::util::JsonPrintOptions options;
     options.always_print_primitive_fields = true;
     options.preserve_proto_field_names = true;
-    const pb::util::Status status = pb::util::MessageToJsonString(message, json, options);
+    std::string canonical;
+    const pb::util::Status status = pb::util::MessageToJsonString(message, &canonical, options);
     if (!status.ok()) {
         return local_failure("cannot show " + type->full_name() + " as JSON: " + status_text(status));
     }
     json_t dom;
     std::string error;
-    if (!parse_json(*json, &dom, &error)) {
+    if (!parse_json(canonical, &dom, &error)) {
         return local_failure("cannot show " + type->full_name() + " as JSON: " + error);
     }
-    base64_to_texts(&dom, type);
+    canonical_to_texts(&dom, type);
     *json = dump_json(dom, 2);
     return {};
 }

@@ -1,5 +1,5 @@
-// Messages as JSON and back, in protobuf's own mapping except that bytes are texts of bytes_text.h, never
-// plain base64. Works on descriptors alone, also inside google.protobuf.Any of any message in the process.
+// Messages as JSON and back, in protobuf's own mapping except that bytes are texts of bytes_text.h, never plain
+// base64, and addresses in integers are texts of number_text.h. Works on descriptors alone, also inside google.protobuf.Any of any message in the process.
 
 #pragma once
 

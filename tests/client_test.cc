@@ -10,6 +10,8 @@
 #include "client/status_fields.h"
 #include "client/symbols.h"
 #include "nyx/debug_command.pb.h"
+#include "nyx/interface.pb.h"
+#include "nyx/lif.pb.h"
 #include "nyx/tables/flow.pb.h"
 #include "nyx/tables/tunnel.pb.h"
 
@@ -69,6 +71,33 @@ TEST(BytesText, DoubtfulTexts_AreRefusedWithTheirValueAndWhatIsAllowed) {
         EXPECT_NE(error.find('"' + c.text + '"'), error.npos) << error;
         EXPECT_NE(error.find(c.bytes), error.npos) << error;
     }
+}
+
+TEST(NumberText, AddressesInIntegers_AreWrittenAndShownAsTexts) {
+    nyx::LoopbackIfSpec loopback;
+    nyx::FilterMac filter;
+    std::string json;
+    ASSERT_TRUE(nyxctl::json_to_message(R"({"prefix": {"addr": {"v4_addr": "10.0.0.1"}}})", &loopback).ok());
+    EXPECT_EQ(loopback.prefix().addr().v4_addr(), 0x0a000001U);
+    ASSERT_TRUE(nyxctl::message_to_json(loopback, &json).ok());
+    EXPECT_NE(json.find(R"("v4_addr": "10.0.0.1")"), json.npos) << json;
+
+    const char *macs =
+        R"({"mac_address": ["00:1a:2b:3c:4d:5e", "001a.2b3c.4d5f", "7", 8, "18446744073709551615"]})";
+    ASSERT_TRUE(nyxctl::json_to_message(macs, &filter).ok());
+    EXPECT_EQ(std::vector<uint64_t>(filter.mac_address().begin(), filter.mac_address().end()),
+              (std::vector<uint64_t>{0x1a2b3c4d5e, 0x1a2b3c4d5f, 7, 8, UINT64_MAX}));
+    ASSERT_TRUE(nyxctl::message_to_json(filter, &json).ok());
+    EXPECT_NE(json.find("\"00:00:00:00:00:08\",\n    \"18446744073709551615\""), json.npos) << json;
+
+    for (const char *wrong : {"10.0.0", "::1", "10.0.0.1/24"}) {
+        const auto outcome = nyxctl::json_to_message(
+            std::string(R"({"prefix": {"addr": {"v4_addr": ")") + wrong + "\"}}}", &loopback);
+        EXPECT_EQ(outcome.exit_code, nyxctl::NYXCTL_EXIT_USAGE) << wrong;
+        EXPECT_NE(outcome.text.find("prefix.addr.v4_addr: \"" + std::string(wrong)), std::string::npos)
+            << outcome.text;
+    }
+    EXPECT_FALSE(nyxctl::json_to_message(R"({"mac_address": ["00:1a:2b:3c:4d"]})", &filter).ok());
 }
 
 TEST(BytesText, ShownTexts_UseTheNotationOfTheFormAndReadBack) {

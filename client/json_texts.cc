@@ -1,8 +1,8 @@
-#include "client/json_bytes.h"
+#include "client/json_texts.h"
 
 #include <google/protobuf/descriptor.pb.h>
 
-#include <functional>
+#include <charconv>
 #include <set>
 #include <string_view>
 #include <utility>
@@ -10,6 +10,7 @@
 
 #include "client/bytes_text.h"
 #include "client/nearest.h"
+#include "client/number_text.h"
 #include "client/symbols.h"
 
 namespace pb = google::protobuf;
@@ -19,12 +20,22 @@ namespace {
 
 constexpr std::string_view k_type_key = "@type";
 
-// Changes one bytes value in place; returns what is wrong with it, or nothing.
-using convert_t = std::function<std::string(json_t &value, types::BytesText form)>;
+// How people write the values of a field.
+struct forms_s {
+    types::BytesText bytes = types::BYTES_TEXT_HEX;
+    types::NumberText number = types::NUMBER_TEXT_DECIMAL;
+};
 
-types::BytesText bytes_form(const pb::FieldDescriptor *field) {
-    return field->options().GetExtension(types::bytes_text);
+forms_s forms_of(const pb::FieldDescriptor *field) {
+    return {.bytes = field->options().GetExtension(types::bytes_text),
+            .number = field->options().GetExtension(types::number_text)};
 }
+
+// Each changes one value in place and returns what is wrong with it, or nothing. Bytes values are strings.
+struct conversions_s {
+    std::string (*bytes)(json_t &value, types::BytesText form);
+    std::string (*number)(json_t &value, types::NumberText form);
+};
 
 // Either of the two spellings that protobuf's reader accepts.
 const pb::FieldDescriptor *field_of_key(const pb::Descriptor *type, const std::string &key) {
@@ -49,16 +60,16 @@ std::string unknown_field_text(const pb::Descriptor *type, const std::string &ke
 }
 
 // Visits a tree once. Every function returns false after the first refusal.
-class bytes_walk {
+class text_walk {
  public:
-    explicit bytes_walk(convert_t convert) : convert_(std::move(convert)) {}
+    explicit text_walk(conversions_s convert) : convert_(convert) {}
 
-    bool walk_message(json_t &value, const pb::Descriptor *type, types::BytesText form) {
+    bool walk_message(json_t &value, const pb::Descriptor *type, forms_s forms) {
         switch (type->well_known_type()) {
             case pb::Descriptor::WELLKNOWNTYPE_ANY:
                 return walk_any(value);
             case pb::Descriptor::WELLKNOWNTYPE_BYTESVALUE:
-                return walk_bytes(value, form);
+                return walk_bytes(value, forms.bytes);
             case pb::Descriptor::WELLKNOWNTYPE_UNSPECIFIED:
                 return walk_fields(value, type);
             default:
@@ -123,15 +134,15 @@ class bytes_walk {
     bool walk_field(json_t &value, const pb::FieldDescriptor *field) {
         if (field->is_map()) {
             return walk_elements(value, value.is_object(), field->message_type()->map_value(),
-                                 bytes_form(field));
+                                 forms_of(field));
         }
         if (field->is_repeated()) {
-            return walk_elements(value, value.is_array(), field, bytes_form(field));
+            return walk_elements(value, value.is_array(), field, forms_of(field));
         }
-        return walk_value(value, field, bytes_form(field));
+        return walk_value(value, field, forms_of(field));
     }
 
-    bool walk_elements(json_t &value, bool fits, const pb::FieldDescriptor *field, types::BytesText form) {
+    bool walk_elements(json_t &value, bool fits, const pb::FieldDescriptor *field, forms_s forms) {
         if (!fits) {
             return value.is_null() ||
                    refuse("found " + std::string(value.type_name()) +
@@ -139,7 +150,7 @@ class bytes_walk {
                           (field->containing_type()->options().map_entry() ? "{...}" : "[...]"));
         }
         for (auto &[key, element] : value.items()) {
-            if (!below("[" + key + "]", [&, &e = element] { return walk_element(e, field, form); })) {
+            if (!below("[" + key + "]", [&, &e = element] { return walk_element(e, field, forms); })) {
                 return false;
             }
         }
@@ -147,17 +158,21 @@ class bytes_walk {
     }
 
     // protobuf would leave it out, and the values behind it would take other places.
-    bool walk_element(json_t &value, const pb::FieldDescriptor *field, types::BytesText form) {
+    bool walk_element(json_t &value, const pb::FieldDescriptor *field, forms_s forms) {
         return value.is_null() ? refuse("null can't stand in a list; leave it out")
-                               : walk_value(value, field, form);
+                               : walk_value(value, field, forms);
     }
 
-    bool walk_value(json_t &value, const pb::FieldDescriptor *field, types::BytesText form) {
+    bool walk_value(json_t &value, const pb::FieldDescriptor *field, forms_s forms) {
         if (field->type() == pb::FieldDescriptor::TYPE_BYTES) {
-            return walk_bytes(value, form);
+            return walk_bytes(value, forms.bytes);
+        }
+        if (forms.number != types::NUMBER_TEXT_DECIMAL) {
+            std::string reason = convert_.number(value, forms.number);
+            return reason.empty() || refuse(std::move(reason));
         }
         const pb::Descriptor *type = field->message_type();
-        return type == nullptr || walk_message(value, type, form);
+        return type == nullptr || walk_message(value, type, forms);
     }
 
     bool walk_bytes(json_t &value, types::BytesText form) {
@@ -165,7 +180,7 @@ class bytes_walk {
             return true;
         }
         std::string reason =
-            value.is_string() ? convert_(value, form)
+            value.is_string() ? convert_.bytes(value, form)
                               : "found " + std::string(value.type_name()) + ", but bytes are a JSON string";
         return reason.empty() || refuse(std::move(reason));
     }
@@ -186,10 +201,10 @@ class bytes_walk {
             return walk_fields(value, type);
         }
         // Types with JSON of their own stand in an Any under this key.
-        return !value.contains("value") || walk_message(value["value"], type, types::BYTES_TEXT_HEX);
+        return !value.contains("value") || walk_message(value["value"], type, {});
     }
 
-    convert_t convert_;
+    const conversions_s convert_;
     std::string path_;
     std::string reason_;
 };
@@ -212,21 +227,45 @@ std::string base64_to_text(json_t &value, types::BytesText form) {
     return {};
 }
 
+std::string text_to_number(json_t &value, types::NumberText form) {
+    if (!value.is_string() || !is_number_text(value.get_ref<const std::string &>(), form)) {
+        return {};
+    }
+    uint64_t number = 0;
+    std::string reason;
+    if (!number_from_text(value.get_ref<const std::string &>(), form, &number, &reason)) {
+        return reason;
+    }
+    value = number;
+    return {};
+}
+
+// protobuf writes numbers of 64 bits as strings.
+std::string number_to_text(json_t &value, types::NumberText form) {
+    const std::string digits = value.is_string() ? value.get<std::string>() : value.dump();
+    uint64_t number = 0;
+    std::from_chars(digits.data(), digits.data() + digits.size(), number);
+    if (auto text = nyxctl::number_to_text(number, form)) {
+        value = *text;
+    }
+    return {};
+}
+
 }  // namespace
 
-bool texts_to_base64(json_t *dom, const pb::Descriptor *type, std::string *error) {
-    bytes_walk walk(text_to_base64);
-    if (walk.walk_message(*dom, type, types::BYTES_TEXT_HEX)) {
+bool texts_to_canonical(json_t *dom, const pb::Descriptor *type, std::string *error) {
+    text_walk walk({.bytes = text_to_base64, .number = text_to_number});
+    if (walk.walk_message(*dom, type, {})) {
         return true;
     }
     *error = walk.error();
     return false;
 }
 
-void base64_to_texts(json_t *dom, const pb::Descriptor *type) {
+void canonical_to_texts(json_t *dom, const pb::Descriptor *type) {
     // Nothing is refused here: the tree comes from protobuf's own writer.
-    bytes_walk walk(base64_to_text);
-    static_cast<void>(walk.walk_message(*dom, type, types::BYTES_TEXT_HEX));
+    text_walk walk({.bytes = base64_to_text, .number = number_to_text});
+    static_cast<void>(walk.walk_message(*dom, type, {}));
 }
 
 }  // namespace nyxctl

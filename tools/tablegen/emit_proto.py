@@ -14,32 +14,36 @@ ADDRESS_TEXT = {6: "BYTES_TEXT_MAC", 16: "BYTES_TEXT_IPV6"}
 
 
 def _field(field, start):
-    options = [f"(types.record_width) = {field.size}"]
+    first = start + field.offset
+    options = [f"(types.record_width) = {field.size}", f"(types.record_offset) = {first}"]
     if field.is_bytes and field.size in ADDRESS_TEXT:
         options.append(f"(types.bytes_text) = {ADDRESS_TEXT[field.size]}")
-    first = start + field.offset
-    last = first + field.size - 1
-    where = f"record byte {first}" if first == last else f"record bytes {first} to {last}"
     number = field.name[1:]
-    return f"  {field.proto_type} {field.name} = {number} [{', '.join(options)}];  // {where}\n"
+    return f"  {field.proto_type} {field.name} = {number} [{', '.join(options)}];\n"
 
 
-def _fields_message(comment, name, fields, start):
+def _fields_message(comment, name, fields, start, record_size=None):
     body = "".join(_field(f, start) for f in fields)
+    if record_size is not None:
+        body = f"  option (types.record_size) = {record_size};\n{body}"
     return f"// {comment}\nmessage {name} {{\n{body}}}\n\n"
 
 
 def _spec_message(table):
     name, numbers = table.name, iter(range(1, 6))
-    lines = [f"  {name}_key_t key = {next(numbers)};\n"]
+    lines = [
+        f"  option (types.record_size) = {table.record_size};\n",
+        f"  {name}_key_t key = {next(numbers)};\n",
+    ]
     if table.ternary:
         lines += [
             f"  {name}_key_mask_t key_mask = {next(numbers)};  // read when key_mask_valid is set\n",
-            f"  uint32 key_mask_valid = {next(numbers)} [(types.record_width) = 1];"
+            f"  uint32 key_mask_valid = {next(numbers)} [(types.record_width) = 1,"
+            f" (types.record_offset) = {table.mask_offset}];"
             "  // a flag: 0 is no mask, all else a mask\n",
         ]
     lines += [
-        f"  uint32 action_id = {next(numbers)} [(types.record_width) = 1];  // {_action_ids(table)}\n",
+        f"  uint32 action_id = {next(numbers)} [(types.record_width) = 1, (types.record_offset) = 0];  // {_action_ids(table)}\n",
         f"  uint64 client_tag = {next(numbers)};"
         "  // free for the client: the service neither reads nor writes it\n",
     ]
@@ -47,8 +51,8 @@ def _spec_message(table):
         lines.append("  oneof Data {\n")
         for action in table.actions:
             lines.append(
-                f"    {name}_{action.name}_data_t {action.name}_data = {action.member_number};"
-                f"  // goes with action_id {action.id}\n"
+                f"    {name}_{action.name}_data_t {action.name}_data = {action.member_number}"
+                f" [(types.action_id) = {action.id}];\n"
             )
         lines.append("  }\n")
     return (
@@ -104,7 +108,7 @@ def _table_messages(table):
     parts = [
         _fields_message(
             f"Key of {name} ({kind}; key record {table.key_size} bytes, entry record {table.record_size}).",
-            f"{name}_key_t", table.key, 1,
+            f"{name}_key_t", table.key, 1, table.key_size,
         )
     ]
     if table.ternary:

@@ -1,7 +1,6 @@
 #include "svc/host_if_mac.h"
 
 #include <fcntl.h>
-#include <stdlib.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -28,7 +27,8 @@ namespace {
 namespace pt = boost::property_tree;
 
 constexpr auto k_lock_patience = std::chrono::seconds(5);
-constexpr auto k_lock_pause = std::chrono::milliseconds(5);
+constexpr auto k_lock_pause = std::chrono::milliseconds(1);
+constexpr int k_max_links = 40;
 constexpr const char *k_list = "host-interface";
 constexpr const char *k_no_name = "default";
 constexpr const char *k_no_mac = "00:00:00:00:00:00";
@@ -76,10 +76,15 @@ class folder_lock {
     int error_;
 };
 
-// The file itself where the path is a symbolic link to it.
-std::string real_path() {
-    const std::unique_ptr<char, decltype(&free)> path(realpath(g_host_if_mac_file.c_str(), nullptr), free);
-    return path ? path.get() : std::filesystem::absolute(g_host_if_mac_file).string();
+namespace fs = std::filesystem;
+
+// The file itself, there or not, where the path is a symbolic link to it.
+fs::path real_path() {
+    fs::path path = fs::absolute(g_host_if_mac_file);
+    for (int i = 0; i < k_max_links && fs::is_symlink(path); i++) {
+        path = path.parent_path() / fs::read_symlink(path);
+    }
+    return path;
 }
 
 // A reason that lies with this process or with the disk: replacing the file for it would lose what it holds.
@@ -115,18 +120,18 @@ bool append_changed(pt::ptree &records, const pt::ptree &list, const host_if_mac
     return found;
 }
 
-// The records of the file with the change made in them. A missing or broken file counts as one without records.
-pt::ptree changed_records(const std::string &path, const host_if_mac_s &change) {
+// The records of the file with the change made in them. A missing or broken file counts as one without records, and
+// `error` says what is wrong with it.
+pt::ptree changed_records(const fs::path &path, const host_if_mac_s &change, std::string *error) {
     pt::ptree records;
     bool found = false;
     try {
         found = append_changed(records, base::read_json_file(path).get_child(k_list), change);
-    } catch (const std::exception &error) {
-        if (is_passing(error)) {
+    } catch (const std::exception &exception) {
+        if (is_passing(exception)) {
             throw;
         }
-        std::cerr << error.what() << std::endl;
-        SVC_TRACE_ERR("Error updating %s");
+        *error = exception.what();
     }
     if (!found && !change.mac.empty()) {
         records.push_back({"", element(change.name, change.mac)});
@@ -144,27 +149,33 @@ void write_whole(int fd, std::string_view text, const std::string &path) {
     }
 }
 
-// A new file gets the permissions of the one that it replaces.
-void keep_mode(int fd, const std::string &path) {
+// Permissions for the new file: those of the one that it replaces. What is there and is no file is not replaced, a
+// device node for example.
+mode_t mode_for(const fs::path &path) {
     struct stat status = {};
-    if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode)) {
-        fchmod(fd, status.st_mode & 0777);
+    if (stat(path.c_str(), &status) != 0) {
+        return 0644;
     }
+    if (!S_ISREG(status.st_mode)) {
+        throw std::runtime_error(path.string() + ": not a regular file");
+    }
+    return status.st_mode & 0777;
 }
 
 // Under the folder's lock, so that the new file's name is nobody else's. The folder is not synced, which would cost as
 // much again: a power cut within seconds can bring the old file back, whole.
-void replace(const std::string &path, std::string_view text) {
-    const std::string fresh = path + ".new";
+void replace(const fs::path &path, std::string_view text) {
+    const mode_t mode = mode_for(path);
+    const std::string fresh = path.string() + ".new";
     unlink(fresh.c_str());
-    base::unique_fd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0644));
+    base::unique_fd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
     if (!file.valid()) {
         fail(errno, fresh);
     }
     try {
-        keep_mode(file.get(), path);
         write_whole(file.get(), text, fresh);
-        if (fsync(file.get()) != 0 || file.close() != 0 || rename(fresh.c_str(), path.c_str()) != 0) {
+        if (fchmod(file.get(), mode) != 0 || fsync(file.get()) != 0 || file.close() != 0 ||
+            rename(fresh.c_str(), path.c_str()) != 0) {
             fail(errno, fresh);
         }
     } catch (...) {
@@ -194,9 +205,14 @@ sdk::sdk_ret_t host_if_mac_update(char *name, unsigned char *mac) {
     // A name that was cut within a character would make the whole file unreadable.
     const host_if_mac_s change = {.name = svc::to_utf8(name), .mac = removes ? "" : macaddr2str(mac, false)};
     try {
-        const std::string path = real_path();
-        const folder_lock lock(std::filesystem::path(path).parent_path());
-        const std::string text = to_json(changed_records(path, change));
+        const fs::path path = real_path();
+        const folder_lock lock(path.parent_path());
+        std::string broken;
+        const std::string text = to_json(changed_records(path, change, &broken));
+        if (!broken.empty()) {
+            std::cerr << broken << std::endl;
+            SVC_TRACE_ERR("Error updating %s");
+        }
         lock.check();
         replace(path, text);
     } catch (const std::exception &error) {

@@ -27,15 +27,17 @@ MAY_INCLUDE = {
 
 OWN_FOLDER = re.compile(r'#include "((?:base|agent_api|svc|sim|host|client|nyx|tests)/[^"]+)"')
 
+SERVICES = {"NyxTblSvcImpl", "IfSvcImpl", "LifClassicSvcImpl", "PortSvcImpl", "SystemSvcImpl", "PipelineSvcImpl",
+            "DebugSvcImpl"}
+
 # What the product may offer besides its service classes.
 OFFERED = re.compile(r"core::svc_server_|handle_svc_req\(|nyx_svc_|nyx_\w+_proto_to_api_spec\(|"
-                     r"sdk::operator<<\(|(sdk|tbl_svc)_ret_to_api_status\(")
+                     r"ippfx_proto_spec_to_api_spec\(|nyx_\w+_to_(config_)?proto\(|macaddr2str\(|"
+                     r"marvell_get_port_info\(|host_if_mac_update\(|g_host_if_mac_file\[|sdk::operator<<\(|(sdk|tbl_svc)_ret_to_api_status\(")
 
-# The agent's libraries, as far as the product may need them.
-NEEDED = re.compile(r"core::g_trace_logger$|utils::log::logger\(|debug::nyx_handle_cmd\(|sdk::lib::thread::|"
-                    r"sdk::event_thread::|nyx_tbl_\w+_(create|update|delete|read)$")
+# What the product may need besides the agent's libraries.
 LIBRARIES = re.compile(r"google::|grpc|absl::|spdlog::|fmt::|std::|nyx::|types::|__cxa|__gxx|_ITM|__gmon|_Unwind|"
-                       r"operator (new|delete)|(vtable|typeinfo|VTT) for |descriptor_table_")
+                       r"operator (new|delete)|(vtable|typeinfo|VTT) for (nyx::|__cxx|grpc|google)|descriptor_table_")
 
 
 def symbols(option):
@@ -57,17 +59,23 @@ class StructureTest(unittest.TestCase):
 
     def test_product_offers_its_entry_points_and_nothing_else(self):
         offered = symbols("--defined-only")
-        self.assertEqual([n for n in offered if not OFFERED.match(n) and "NyxTblSvcImpl" not in n], [])
+        of_services = re.compile("|".join(SERVICES))
+        self.assertEqual([n for n in offered if not OFFERED.match(n) and not of_services.search(n)], [])
         for name in ("handle_svc_req(", "core::svc_server_thread_init(", "core::svc_server_thread_exit(",
                      "core::svc_server_thread_suspend_cb(", "core::svc_server_thread_resume_cb(",
-                     "NyxTblSvcImpl::~NyxTblSvcImpl(", "vtable for NyxTblSvcImpl", "nyx_flow_info_proto_to_api_spec("):
+                     "nyx_flow_info_proto_to_api_spec(", "g_host_if_mac_file[", "host_if_mac_update(",
+                     *(f"vtable for {service}" for service in SERVICES),
+                     *(f"{service}::~{service}(" for service in SERVICES)):
             self.assertTrue(any(n.startswith(name) for n in offered), name)
-        self.assertEqual(sum(n.startswith("nyx_svc_") for n in offered), 148)
+        self.assertEqual(sum(n.startswith("nyx_svc_") for n in offered), 148 + 4 + 2)  # tables, interfaces, ports
 
-    def test_platform_operations_stay_undefined(self):
+    def test_platform_operations_stay_undefined_and_are_declared(self):
         needed = [n for n in symbols("--undefined-only") if not LIBRARIES.search(n)]
-        self.assertEqual([n for n in needed if not NEEDED.match(n)], [])
         self.assertEqual(sum(n.startswith("nyx_tbl_") for n in needed), 148)
+        headers = "\n".join(h.read_text(encoding="utf-8") for h in sorted((ROOT / "agent_api").glob("*.h")))
+        declared = set(re.findall(r"\w+", headers))
+        names = [re.sub(r"\(.*| const$|typeinfo for ", "", n).split("::")[-1] for n in needed]
+        self.assertEqual([n for n in names if n not in declared and not n.startswith("nyx_tbl_")], [])
 
 
 if __name__ == "__main__":

@@ -1,11 +1,11 @@
 #include "client/command_line.h"
 
-#include <CLI/CLI.hpp>
-#include <functional>
 #include <sstream>
 
+#include "client/command.h"
 #include "client/commands.h"
 #include "client/debug_command.h"
+#include "client/nearest.h"
 #include "client/text_io.h"
 
 namespace nyxctl {
@@ -49,13 +49,11 @@ Examples:
   nyxctl debug tables -o tables.txt
   nyxctl debug interrupt-dump --args IntrDumpArgs '{"selector": 1}')";
 
-struct command_line_s {
-    global_options_s global;
+struct command_line_s : context_s {
     std::string service;
     std::string symbol;
     call_options_s call;
     debug_options_s debug;
-    std::function<outcome_s()> run;  // set by the command that was named
 };
 
 std::string check_timeout(const std::string &text) {
@@ -78,6 +76,8 @@ void add_globals(CLI::App *app, global_options_s *options) {
         ->type_name("SECONDS")
         ->check(check_timeout)
         ->capture_default_str();
+    app->add_flag("-j,--json", options->json,
+                  "Results as one JSON document, and failures as one JSON object on stderr");
     auto *ca = app->add_option("--tls-ca", options->tls_ca, "Use TLS and trust these certificates")
                    ->type_name("FILE");
     auto *cert = app->add_option("--tls-cert", options->tls_cert, "Certificate to show to the agent")
@@ -86,14 +86,6 @@ void add_globals(CLI::App *app, global_options_s *options) {
         app->add_option("--tls-key", options->tls_key, "Private key of --tls-cert")->type_name("FILE");
     cert->needs(ca)->needs(key);
     key->needs(cert);
-}
-
-CLI::App *add_command(CLI::App *app, const std::string &name, const std::string &description,
-                      const std::string &footer) {
-    CLI::App *command = app->add_subcommand(name, description);
-    command->fallthrough();
-    command->footer(footer);
-    return command;
 }
 
 void add_list(CLI::App *app, command_line_s *line) {
@@ -132,11 +124,15 @@ void add_debug(CLI::App *app, command_line_s *line) {
 
 std::string parse_error_text(const CLI::App &app, const CLI::ParseError &error) {
     const std::vector<std::string> unknown = app.remaining();
-    if (app.get_subcommands().empty() && !unknown.empty()) {
-        return "unknown command or option \"" + unknown.front() +
-               "\"; the commands are list, describe, call, debug";
+    if (!app.get_subcommands().empty() || unknown.empty()) {
+        return error.what();
     }
-    return error.what();
+    std::vector<std::string> names;
+    for (const CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
+        names.push_back(command->get_name());
+    }
+    return "unknown command or option \"" + unknown.front() + "\"" +
+           nearest_names_text(unknown.front(), names);
 }
 
 // Help and version leave the parser as exceptions too, with exit code 0.

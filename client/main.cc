@@ -1,11 +1,14 @@
 // nyxctl: the command-line client of the dataplane agent.
 
+#include <algorithm>
 #include <csignal>
 #include <exception>
 #include <iostream>
+#include <string_view>
 
 #include "base/standard_descriptors.h"
 #include "client/command_line.h"
+#include "client/json_dom.h"
 
 namespace {
 
@@ -17,13 +20,22 @@ nyxctl::outcome_s run(int argc, char **argv) {
     }
 }
 
+// Also of a command line that is wrong otherwise.
+bool wants_json(int argc, char **argv) {
+    return std::any_of(argv, argv + argc,
+                       [](std::string_view text) { return text == "-j" || text == "--json"; });
+}
+
 }  // namespace
 
 int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
     base::occupy_standard_descriptors();
     const nyxctl::outcome_s outcome = run(argc, argv);
-    if (!outcome.text.empty()) {
+    if (!outcome.ok() && wants_json(argc, argv)) {
+        std::cerr << nyxctl::dump_json({{"exit_code", outcome.exit_code}, {"error", outcome.text}})
+                  << std::endl;
+    } else if (!outcome.text.empty()) {
         std::cerr << "nyxctl: " << outcome.text << std::endl;
     }
     return outcome.exit_code;

@@ -17,6 +17,7 @@ struct global_options_s {
     std::string tls_ca;                       // path; TLS is used when it is not empty
     std::string tls_cert;                     // path; both of these or none
     std::string tls_key;
+    bool json = false;  // results and failures for scripts
 
     std::chrono::milliseconds timeout() const {
         return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(timeout_seconds));

@@ -44,6 +44,8 @@ class quill_lif_impl : public lif_impl {
     bool promiscuous() const;
 
     uint32_t pinned_if_idx() const;
+
+    // The number that the classic view reports beside the others; which one is the platform's choice.
     uint32_t impl_value() const;
 
     // Each stores at most `capacity` filters, and in `count` how many it stored.

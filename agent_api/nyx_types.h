@@ -24,7 +24,7 @@ static_assert(sizeof(nyx_obj_key_s) == 17);
 inline constexpr nyx_obj_key_s k_nyx_obj_key_invalid = {};
 
 // Callback of a walk over objects: called once per object with its record, before the walk returns and on the
-// walk's own thread. The record is gone when it returns. `ctxt` is what the walk was given.
+// walk's own thread. The record is gone when it returns. It may throw std::bad_alloc: the walk holds no lock meanwhile. `ctxt` is what the walk was given.
 using nyx_read_cb_t = void (*)(void *record, void *ctxt);
 
 // Address families of ip_addr_s.

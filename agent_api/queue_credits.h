@@ -14,6 +14,7 @@ struct queue_credit_s {
     uint32_t credit;
 } __attribute__((packed));
 
+// The records of this library's ports have room for as many queues; of a larger count the first 64 are read.
 struct port_queue_credit_s {
     uint32_t num_queues;
     queue_credit_s queues[64];

@@ -6,6 +6,7 @@
 
 namespace sdk::platform {
 
+// The platform's table has at least as many places.
 inline constexpr uint32_t k_max_xcvr = 16;
 
 // Transceiver types with the memory layout of SFF-8636 (QSFP class); all others have that of SFF-8472 (SFP class).

@@ -65,14 +65,14 @@ inline std::string read_file(const std::string &path) {
         }
         text.append(block, static_cast<size_t>(std::max<ssize_t>(size, 0)));
         if (text.size() > k_max_json_size) {
-            throw std::runtime_error(path + ": larger than " + std::to_string(k_max_json_size) + " bytes");
+            throw std::system_error(EFBIG, std::generic_category(), path);
         }
     }
     return text;
 }
 
-// Throws std::system_error when the file can't be opened or read, and another std::exception when it is not a
-// regular file, above k_max_json_size, deeper than k_max_json_depth (the parser recurses, and would overflow the
+// Throws std::system_error when the file can't be opened or read or is above k_max_json_size (EFBIG), and another
+// std::exception when it is not a regular file, deeper than k_max_json_depth (the parser recurses, and would overflow the
 // stack), or not JSON.
 inline boost::property_tree::ptree read_json_file(const std::string &path) {
     const std::string text = read_file(path);

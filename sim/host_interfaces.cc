@@ -4,6 +4,7 @@
 #include <boost/property_tree/ptree.hpp>
 #include <charconv>
 #include <cstring>
+#include <optional>
 #include <stdexcept>
 #include <system_error>
 #include <vector>
@@ -20,14 +21,11 @@ struct recorded_s {
     mac_addr_s mac;
 };
 
-std::string parse_name(const std::string &text) {
-    if (text.empty() || text.size() >= sizeof(host_if_spec_s::name) || text.find('\0') != text.npos) {
-        throw std::runtime_error("'" + text + "' is no name of a host interface");
-    }
-    return text;
+bool is_name(const std::string &text) {
+    return !text.empty() && text.size() < sizeof(host_if_spec_s::name) && text.find('\0') == text.npos;
 }
 
-mac_addr_s parse_mac(const std::string &text) {
+std::optional<mac_addr_s> parse_mac(const std::string &text) {
     mac_addr_s mac;
     bool good = text.size() == 17;
     for (size_t i = 0; good && i < 6; i++) {
@@ -35,10 +33,7 @@ mac_addr_s parse_mac(const std::string &text) {
         const auto [end, error] = std::from_chars(digits, digits + 2, mac.bytes[i], 16);
         good = error == std::errc() && end == digits + 2 && (i == 5 || *end == ':');
     }
-    if (!good) {
-        throw std::runtime_error("'" + text + "' is no MAC address");
-    }
-    return mac;
+    return good ? std::optional(mac) : std::nullopt;
 }
 
 std::vector<recorded_s> recorded_in(const boost::property_tree::ptree &file) {
@@ -51,8 +46,11 @@ std::vector<recorded_s> recorded_in(const boost::property_tree::ptree &file) {
         if (!member.empty()) {
             throw std::runtime_error("host-interface is no list");
         }
-        recorded.push_back(
-            {parse_name(element.get<std::string>("name")), parse_mac(element.get<std::string>("mac"))});
+        const auto name = element.get<std::string>("name", "default");
+        const auto mac = parse_mac(element.get<std::string>("mac", "00:00:00:00:00:00"));
+        if (is_name(name) && mac) {
+            recorded.push_back({name, *mac});
+        }
     }
     return recorded;
 }

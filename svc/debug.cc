@@ -23,7 +23,7 @@ constexpr uint32_t k_all_llc_types = 0xffffffff;
 constexpr uint32_t k_max_llc_type = 32;
 constexpr uint32_t k_max_reported_llc_type = 10;
 
-// mallinfo() is what agents of all C libraries have; its figures wrap around above 2 GiB.
+// The response has 32 bits for a figure, so that mallinfo2() would tell no more.
 struct mallinfo heap_figures() {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"

@@ -42,27 +42,32 @@ struct host_if_mac_s {
     std::string mac;  // empty: no record
 };
 
-// Keeps other threads and other processes away from the files of a folder. A file system without locks keeps
-// threads away alone.
-class folder_lock {
+namespace fs = std::filesystem;
+
+// Keeps other threads and other processes away from a file, for as long as it lives, by a lock file beside it that only
+// the agent's user can open. A file system without locks keeps threads away alone.
+class file_lock {
  public:
-    explicit folder_lock(const std::string &folder)
-        : threads_(g_threads), fd_(open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC)) {
-        error_ = fd_.valid() ? wait() : errno;
+    explicit file_lock(const fs::path &file)
+        : deadline_(clock::now() + k_lock_patience),
+          threads_(g_threads, deadline_),
+          fd_(open((file.string() + ".lock").c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600)) {
+        error_ = !threads_.owns_lock() ? ETIMEDOUT : fd_.valid() ? wait_for_processes() : errno;
     }
 
-    // Throws when the folder is not there or somebody has kept it for too long.
+    // Throws when the folder is not there or somebody has kept the lock for too long.
     void check() const {
         if (error_) {
-            fail(error_, g_host_if_mac_file + ": its folder can't be locked");
+            fail(error_, g_host_if_mac_file + ".lock");
         }
     }
 
  private:
-    int wait() const {
-        const auto deadline = std::chrono::steady_clock::now() + k_lock_patience;
+    using clock = std::chrono::steady_clock;
+
+    int wait_for_processes() const {
         while (flock(fd_.get(), LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-            if (std::chrono::steady_clock::now() > deadline) {
+            if (clock::now() > deadline_) {
                 return ETIMEDOUT;
             }
             std::this_thread::sleep_for(k_lock_pause);
@@ -70,13 +75,12 @@ class folder_lock {
         return 0;
     }
 
-    static inline std::mutex g_threads;
-    const std::lock_guard<std::mutex> threads_;
+    static inline std::timed_mutex g_threads;
+    const clock::time_point deadline_;
+    const std::unique_lock<std::timed_mutex> threads_;
     const base::unique_fd fd_;
     int error_;
 };
-
-namespace fs = std::filesystem;
 
 // The file itself, there or not, where the path is a symbolic link to it.
 fs::path real_path() {
@@ -87,13 +91,21 @@ fs::path real_path() {
     return path;
 }
 
-// A reason that lies with this process or with the disk: replacing the file for it would lose what it holds.
-bool is_passing(const std::exception &error) {
+// Whether the reason lies with the file: it is not there, not ours to read, or holds something else. For any other one,
+// a want of descriptors or memory or an error of the disk, replacing the file would lose what it holds.
+bool is_no_such_file(const std::exception &error) {
     if (const auto *system = dynamic_cast<const std::system_error *>(&error)) {
         const int number = system->code().value();
-        return number == EMFILE || number == ENFILE || number == ENOMEM || number == EIO;
+        return number == ENOENT || number == EACCES || number == EPERM;
     }
-    return dynamic_cast<const std::bad_alloc *>(&error);
+    return !dynamic_cast<const std::bad_alloc *>(&error);
+}
+
+// A name that was cut within a character would make the whole file unreadable.
+host_if_mac_s to_change(const char *name, const unsigned char *mac) {
+    const bool removes = std::all_of(mac, mac + sizeof(mac_addr_s), [](uint8_t byte) { return byte == 0; });
+    return {.name = svc::to_utf8(svc::without_cut_character(name)),
+            .mac = removes ? "" : macaddr2str(mac, false)};
 }
 
 pt::ptree element(const std::string &name, const std::string &mac) {
@@ -128,7 +140,7 @@ pt::ptree changed_records(const fs::path &path, const host_if_mac_s &change, std
     try {
         found = append_changed(records, base::read_json_file(path).get_child(k_list), change);
     } catch (const std::exception &exception) {
-        if (is_passing(exception)) {
+        if (!is_no_such_file(exception)) {
             throw;
         }
         *error = exception.what();
@@ -162,7 +174,7 @@ mode_t mode_for(const fs::path &path) {
     return status.st_mode & 0777;
 }
 
-// Under the folder's lock, so that the new file's name is nobody else's. The folder is not synced, which would cost as
+// Under the file's lock, so that the new file's name is nobody else's. The folder is not synced, which would cost as
 // much again: a power cut within seconds can bring the old file back, whole.
 void replace(const fs::path &path, std::string_view text) {
     const mode_t mode = mode_for(path);
@@ -201,14 +213,11 @@ sdk::sdk_ret_t host_if_mac_update(char *name, unsigned char *mac) {
     if (!name || !*name) {
         return sdk::SDK_RET_INVALID_ARG;
     }
-    const bool removes = std::all_of(mac, mac + sizeof(mac_addr_s), [](uint8_t byte) { return byte == 0; });
-    // A name that was cut within a character would make the whole file unreadable.
-    const host_if_mac_s change = {.name = svc::to_utf8(name), .mac = removes ? "" : macaddr2str(mac, false)};
     try {
         const fs::path path = real_path();
-        const folder_lock lock(path.parent_path());
+        const file_lock lock(path);
         std::string broken;
-        const std::string text = to_json(changed_records(path, change, &broken));
+        const std::string text = to_json(changed_records(path, to_change(name, mac), &broken));
         if (!broken.empty()) {
             std::cerr << broken << std::endl;
             SVC_TRACE_ERR("Error updating %s");

@@ -34,8 +34,8 @@ sdk::sdk_ret_t create_host(nyx_if_spec_s &spec) {
         ret = host_if_mac_update(spec.host.name, spec.host.mac.bytes);
     }
     if (ret != sdk::SDK_RET_OK) {
-        SVC_TRACE_ERR("Failed to update host interface {} config with MAC {}", svc::text_of(spec.host.name),
-                      macaddr2str(spec.host.mac.bytes, false));
+        SVC_TRACE_ERR("Failed to update host interface {} config with MAC {}",
+                      svc::log_text_of(spec.host.name), macaddr2str(spec.host.mac.bytes, false));
     }
     return ret;
 }
@@ -66,7 +66,7 @@ bool is_host_by_name(const nyx_if_spec_s &spec) {
 sdk::sdk_ret_t update_host_mac(nyx_if_spec_s &spec) {
     const auto ret = host_if_mac_update(spec.host.name, spec.host.mac.bytes);
     if (ret != sdk::SDK_RET_OK) {
-        SVC_TRACE_ERR("Failed to update interface {} to mac {} association", svc::text_of(spec.host.name),
+        SVC_TRACE_ERR("Failed to update interface {} to mac {} association", svc::log_text_of(spec.host.name),
                       macaddr2str(spec.host.mac.bytes, false));
     }
     return ret;
@@ -112,28 +112,28 @@ sdk::sdk_ret_t remove(nyx_obj_key_s key, uint64_t batch) {
 }
 
 // Create and update: the entries in order up to the first failure, in the request's batch.
-sdk::sdk_ret_t write_all(const nyx::InterfaceRequest &req, svc::batch &batch,
+sdk::sdk_ret_t write_all(const nyx::InterfaceRequest &req, uint64_t batch,
                          sdk::sdk_ret_t (*write)(nyx_if_spec_s &spec, uint64_t batch)) {
     for (const auto &proto : req.request()) {
         nyx_if_spec_s spec{};
         auto ret = nyx_if_proto_to_api_spec(&spec, proto);
         if (ret == sdk::SDK_RET_OK) {
-            ret = write(spec, batch.handle());
+            ret = write(spec, batch);
         }
         if (ret != sdk::SDK_RET_OK) {
             return ret;
         }
     }
-    return batch.finish(sdk::SDK_RET_OK);
+    return sdk::SDK_RET_OK;
 }
 
-sdk::sdk_ret_t remove_all(const nyx::InterfaceDeleteRequest &req, svc::batch &batch) {
+sdk::sdk_ret_t remove_all(const nyx::InterfaceDeleteRequest &req, uint64_t batch) {
     for (const auto &id : req.id()) {
-        if (const auto ret = remove(svc::key_to_api(id), batch.handle())) {
+        if (const auto ret = remove(svc::key_to_api(id), batch)) {
             return ret;
         }
     }
-    return batch.finish(sdk::SDK_RET_OK);
+    return sdk::SDK_RET_OK;
 }
 
 }  // namespace
@@ -151,7 +151,7 @@ sdk::sdk_ret_t nyx_svc_interface_create(const nyx::InterfaceRequest *req, nyx::I
         rsp->set_api_status(types::API_STATUS_ERROR);
         return sdk::SDK_RET_GENERIC_ERROR;
     }
-    const auto ret = write_all(*req, batch, create);
+    const auto ret = batch.finish(write_all(*req, batch.handle(), create));
     rsp->set_api_status(sdk_ret_to_api_status(ret));
     return ret;
 }
@@ -167,7 +167,7 @@ sdk::sdk_ret_t nyx_svc_interface_update(const nyx::InterfaceRequest *req, nyx::I
         rsp->set_api_status(types::API_STATUS_ERROR);
         return sdk::SDK_RET_GENERIC_ERROR;
     }
-    const auto ret = write_all(*req, batch, update);
+    const auto ret = batch.finish(write_all(*req, batch.handle(), update));
     rsp->set_api_status(sdk_ret_to_api_status(ret));
     return ret;
 }
@@ -184,7 +184,7 @@ sdk::sdk_ret_t nyx_svc_interface_delete(const nyx::InterfaceDeleteRequest *req,
         rsp->add_api_status(types::API_STATUS_ERROR);
         return sdk::SDK_RET_GENERIC_ERROR;
     }
-    const auto ret = remove_all(*req, batch);
+    const auto ret = batch.finish(remove_all(*req, batch.handle()));
     for (int i = 0; batch.is_own() && i < req->id_size(); i++) {
         rsp->add_api_status(sdk_ret_to_api_status(ret));
     }

@@ -75,8 +75,7 @@ void keys_to_proto(google::protobuf::RepeatedPtrField<std::string> *ids, const n
 }
 
 void learning_to_proto(types::LearnSpec *proto, const host_if_spec_s &host) {
-    proto->set_learn_mode(
-        static_cast<types::LearnMode>(svc::known_or_none(host.learn_mode, types::LearnMode_MAX)));
+    proto->set_learn_mode(svc::enumerator_or_none(host.learn_mode, types::LearnMode_MAX));
     proto->set_aging_timeout(host.aging_timeout);
     auto *source = proto->mutable_learn_source();
     source->set_source_1(host.learn_source[0]);
@@ -92,8 +91,7 @@ void host_to_proto(nyx::HostIfSpec *proto, const host_if_spec_s &host) {
         proto->set_ref_id(svc::key_to_proto(host.ref));
     }
     proto->set_mac_address(svc::mac_addr_to_proto(host.mac));
-    proto->set_flow_log_action(static_cast<types::FlowLogAction>(
-        svc::known_or_none(host.flow_log_action, types::FlowLogAction_MAX)));
+    proto->set_flow_log_action(svc::enumerator_or_none(host.flow_log_action, types::FlowLogAction_MAX));
     if (host.has_flow_log_spec) {
         auto *flow_log = proto->mutable_flow_log_spec();
         flow_log->set_log_flag_1(host.log_flag[0]);

@@ -10,7 +10,7 @@
 namespace {
 
 void id_to_proto(nyx::LldpId *proto, uint32_t type, const char (&value)[64]) {
-    proto->set_type(static_cast<nyx::LldpIdType>(svc::known_or_none(type, nyx::LldpIdType_MAX)));
+    proto->set_type(svc::enumerator_or_none(type, nyx::LldpIdType_MAX));
     proto->set_value(svc::text_of(value));
 }
 
@@ -23,8 +23,7 @@ void chassis_to_proto(nyx::LldpIfChassisInfo *proto, const lldp_if_status_s &sta
     const size_t count = std::min<size_t>(status.num_capability, std::size(status.capability));
     for (size_t i = 0; i < count; i++) {
         auto *capability = proto->add_capability();
-        capability->set_cap_type(static_cast<nyx::LldpCapType>(
-            svc::known_or_none(status.capability[i].type, nyx::LldpCapType_MAX)));
+        capability->set_cap_type(svc::enumerator_or_none(status.capability[i].type, nyx::LldpCapType_MAX));
         capability->set_enabled(status.capability[i].enabled);
     }
 }
@@ -45,7 +44,7 @@ void tlv_to_proto(nyx::LldpUnknownTlvStatus *proto, const lldp_unknown_tlv_s &tl
 void side_to_proto(nyx::LldpIfStatus *proto, const lldp_if_status_s &status) {
     proto->set_if_name(svc::text_of(status.if_name));
     proto->set_value_1(status.number);
-    proto->set_kind(static_cast<nyx::LldpKind>(svc::known_or_none(status.kind, nyx::LldpKind_MAX)));
+    proto->set_kind(svc::enumerator_or_none(status.kind, nyx::LldpKind_MAX));
     proto->set_text(svc::to_utf8(status.text));
     chassis_to_proto(proto->mutable_chassis_info(), status);
     port_to_proto(proto->mutable_port_status(), status);

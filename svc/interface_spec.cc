@@ -13,8 +13,6 @@ namespace {
 constexpr int k_max_l3_prefixes = 2;
 constexpr int k_max_bgp_communities = 1;
 constexpr int k_max_mirror_sessions = 8;
-constexpr uint32_t k_last_flow_log_action = 2;
-constexpr uint32_t k_last_learn_mode = 2;
 constexpr uint32_t k_default_aging_timeout = 300;  // seconds
 
 sdk::sdk_ret_t refuse_mirroring(const nyx::InterfaceSpec &proto, const nyx_if_spec_s &spec,
@@ -140,7 +138,7 @@ sdk::sdk_ret_t mirroring_to_api(nyx_if_spec_s *spec, const nyx::InterfaceSpec &p
 sdk::sdk_ret_t flow_log_to_api(nyx_if_spec_s *spec, const nyx::HostIfSpec &proto) {
     host_if_spec_s &host = spec->host;
     const auto action = static_cast<uint32_t>(proto.flow_log_action());
-    host.flow_log_action = svc::known_or_none(action, k_last_flow_log_action);
+    host.flow_log_action = svc::known_or_none(action, types::FlowLogAction_MAX);
     if (!proto.has_flow_log_spec()) {
         return sdk::SDK_RET_OK;
     }
@@ -158,7 +156,7 @@ sdk::sdk_ret_t flow_log_to_api(nyx_if_spec_s *spec, const nyx::HostIfSpec &proto
 
 void learning_to_api(host_if_spec_s &host, const nyx::HostIfSpec &proto) {
     const types::LearnSpec &learn = proto.learn_spec();
-    host.learn_mode = svc::known_or_none(static_cast<uint32_t>(learn.learn_mode()), k_last_learn_mode);
+    host.learn_mode = svc::known_or_none(static_cast<uint32_t>(learn.learn_mode()), types::LearnMode_MAX);
     if (!host.learn_mode) {
         return;
     }

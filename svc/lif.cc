@@ -1,6 +1,7 @@
 #include "svc/lif.h"
 
 #include <algorithm>
+#include <cstddef>
 #include <span>
 
 #include "agent_api/lif.h"
@@ -15,9 +16,10 @@ using api::impl::quill_lif_impl;
 
 constexpr uint32_t k_max_filters = 64;
 
-// Null when the pipeline has none, or one of another kind.
-const quill_lif_impl *implementation(uint16_t lif_id) {
-    auto *impl = static_cast<api::impl::lif_impl *>(api::impl::lif_impl_db()->lookup(&lif_id));
+// Null when the pipeline has none, or one of another kind. The table gets the key in its place in the record.
+const quill_lif_impl *implementation(const nyx_lif_info_s &lif) {
+    const auto *key = reinterpret_cast<const uint8_t *>(&lif) + offsetof(nyx_lif_info_s, lif_id);
+    auto *impl = static_cast<api::impl::lif_impl *>(api::impl::lif_impl_db()->lookup(key));
     return dynamic_cast<const quill_lif_impl *>(impl);
 }
 
@@ -74,7 +76,7 @@ void nyx_lif_api_info_to_config_proto(void *info, void *ctxt) {
     auto *proto = static_cast<nyx::LifClassicGetResponse *>(ctxt)->add_response();
     proto->mutable_spec()->set_id(svc::key_to_proto(lif.key));
     proto->mutable_spec()->set_name(svc::text_of(lif.name));
-    if (const auto *impl = implementation(lif.lif_id)) {
+    if (const auto *impl = implementation(lif)) {
         status_to_proto(proto->mutable_status(), *impl, lif);
     }
 }

@@ -2,26 +2,14 @@
 
 #include "svc/common/ret_code.h"
 
-namespace {
-
-// Of the messages below api_status is absent after success.
-template <class Response>
-void report_failure(Response *rsp, sdk::sdk_ret_t ret) {
-    if (ret != sdk::SDK_RET_OK) {
-        rsp->set_api_status(sdk_ret_to_api_status(ret));
-    }
-}
-
-}  // namespace
-
 PipelineSvcImpl::~PipelineSvcImpl() = default;
 
 void nyx_meter_stats_to_proto(nyx_meter_stats_entry_s *, void *) {}
 
 grpc::Status PipelineSvcImpl::MeterStatsGet(grpc::ServerContext *, const nyx::MeterStatsGetRequest *req,
                                             nyx::MeterStatsGetResponse *rsp) {
-    report_failure(rsp, nyx_meter_stats_get(nyx_meter_stats_to_proto, req->stats_index_low(),
-                                            req->stats_index_high(), rsp));
+    rsp->set_api_status(sdk_ret_to_api_status(
+        nyx_meter_stats_get(nyx_meter_stats_to_proto, req->stats_index_low(), req->stats_index_high(), rsp)));
     return grpc::Status::OK;
 }
 
@@ -37,8 +25,8 @@ void nyx_session_stats_to_proto(uint32_t index, session_stats_entry_s *entry, vo
 
 grpc::Status PipelineSvcImpl::SessionStatsGet(grpc::ServerContext *, const nyx::SessionStatsGetRequest *req,
                                               nyx::SessionStatsGetResponse *rsp) {
-    report_failure(rsp, nyx_session_stats_get(nyx_session_stats_to_proto, req->stats_index_low(),
-                                              req->stats_index_high(), rsp));
+    rsp->set_api_status(sdk_ret_to_api_status(nyx_session_stats_get(
+        nyx_session_stats_to_proto, req->stats_index_low(), req->stats_index_high(), rsp)));
     return grpc::Status::OK;
 }
 

@@ -14,7 +14,7 @@ constexpr uint32_t k_setting_b_offset = 2;  // from the port API's numbers to th
 constexpr uint32_t k_mgmt_counters = 32;
 
 nyx::PortSetting setting_to_proto(uint32_t setting) {
-    return static_cast<nyx::PortSetting>(svc::known_or_none(setting, nyx::PortSetting_MAX));
+    return svc::enumerator_or_none(setting, nyx::PortSetting_MAX);
 }
 
 uint32_t setting_to_api(nyx::PortSetting setting) {
@@ -36,7 +36,7 @@ void spec_to_proto(nyx::PortSpec *proto, const nyx_if_info_s &info) {
     proto->set_id(svc::key_to_proto(info.spec.key));
     proto->set_port_number(info.status.if_index >> 16 & 0xff);
     proto->set_setting_a(setting_to_proto(port.setting_a));
-    proto->set_port_type(static_cast<nyx::PortType>(svc::known_or_none(port.port_type, nyx::PortType_MAX)));
+    proto->set_port_type(svc::enumerator_or_none(port.port_type, nyx::PortType_MAX));
     proto->set_setting_b(setting_b_to_proto(port.setting_b));
     proto->set_setting_c(setting_to_proto(port.setting_c));
     proto->set_number_a(port.number_a);
@@ -50,8 +50,7 @@ void spec_to_proto(nyx::PortSpec *proto, const nyx_if_info_s &info) {
 }
 
 void link_to_proto(nyx::PortLinkStatus *proto, const port_status_s &port) {
-    proto->set_link_state(
-        static_cast<nyx::PortLinkState>(svc::known_or_none(port.link_state, nyx::PortLinkState_MAX)));
+    proto->set_link_state(svc::enumerator_or_none(port.link_state, nyx::PortLinkState_MAX));
     proto->set_link_setting_b(setting_b_to_proto(port.link_setting_b));
     proto->set_link_flag(port.link_flag);
     proto->set_link_number(port.link_number);

@@ -34,7 +34,7 @@ nyx::LedStatus led_to_proto(uint32_t led) {
 }
 
 nyx::ResetReason reset_reason_to_proto(uint32_t reason) {
-    return static_cast<nyx::ResetReason>(svc::known_or_none(reason, nyx::ResetReason_MAX));
+    return svc::enumerator_or_none(reason, nyx::ResetReason_MAX);
 }
 
 void readings_to_proto(nyx::SystemGetResponse *rsp, const readings_s &readings) {

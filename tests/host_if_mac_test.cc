@@ -271,6 +271,7 @@ TEST_F(mac_file, AnyNameCanBeReadAgain) {
     for (uint8_t i = 0; i < number; i++) {
         EXPECT_EQ(all[i].second, mac_text(i + 1));
     }
+    EXPECT_EQ(all[0].first, "fourteen bytes");  // longer, it would be no name for those who read the file
     EXPECT_EQ(all[4].first, names[4]);
     EXPECT_EQ(all[6].first, names[6]);
     for (const auto &name : names) {

@@ -422,6 +422,12 @@ TEST_F(host_interface_service, UnwritableMacFileIsAnError) {
     EXPECT_EQ(sim::open_batches(), 0U);
 }
 
+TEST_F(host_interface_service, NamesNeitherEndNorColourALineOfTheLog) {
+    EXPECT_EQ(create_host("name: 'x\\n[y:1]\\033[31m'"), 2);
+    EXPECT_EQ(trace_.messages().back(),
+              "Failed to update host interface x?[y:1]?[31m config with MAC 00:00:00:00:00:00");
+}
+
 TEST_F(host_interface_service, ZeroKeyUpdatesTheMacFileByName) {
     EXPECT_EQ(update_by_name("name: 'h1' mac_address: 0xaecd010203"), 0);
     EXPECT_EQ(update_by_name("name: 'h2' mac_address: 1", "\\0\\0\\0"), 0);

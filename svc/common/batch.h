@@ -29,12 +29,17 @@ class batch {
     bool is_own() const { return own_; }
     uint64_t handle() const { return handle_; }
 
-    // Ends the request with the outcome of its entries: an own batch is committed after success, and left to the
-    // destructor after a failure. Returns the request's outcome.
+    // Ends the request with the outcome of its entries: an own batch is committed after success and destroyed after a
+    // failure. Returns the request's outcome.
     sdk::sdk_ret_t finish(sdk::sdk_ret_t ret) {
-        if (ret == sdk::SDK_RET_OK && own_) {
-            return nyx_batch_commit(std::exchange(handle_, 0));
+        if (!own_) {
+            return ret;
         }
+        const uint64_t handle = std::exchange(handle_, 0);
+        if (ret == sdk::SDK_RET_OK) {
+            return nyx_batch_commit(handle);
+        }
+        (void)nyx_batch_destroy(handle);
         return ret;
     }
 

@@ -48,4 +48,10 @@ constexpr uint32_t swapped_state(uint32_t state) { return state == 1 ? 2 : state
 // Numbers that mean the same on both sides from 1 to `last`, and nothing beyond.
 constexpr uint32_t known_or_none(uint32_t value, uint32_t last) { return value <= last ? value : 0; }
 
+// The same as an enumerator; `last` is the greatest one.
+template <class Enum>
+constexpr Enum enumerator_or_none(uint32_t value, Enum last) {
+    return static_cast<Enum>(known_or_none(value, static_cast<uint32_t>(last)));
+}
+
 }  // namespace svc

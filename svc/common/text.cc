@@ -68,3 +68,14 @@ std::string svc::to_utf8(std::string_view bytes) {
     }
     return text;
 }
+
+std::string_view svc::without_cut_character(std::string_view bytes) {
+    constexpr size_t k_max_size = 4;
+    for (size_t tail = 1; tail <= std::min(bytes.size(), k_max_size); tail++) {
+        const size_t start = bytes.size() - tail;
+        if (!lies_in(bytes[start], 0x80, 0xbf)) {
+            return character_size(bytes[start]) > tail ? bytes.substr(0, start) : bytes;
+        }
+    }
+    return bytes;
+}

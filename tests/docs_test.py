@@ -1,0 +1,58 @@
+"""The examples of docs/clients.md, run in their order as a reader would.
+
+A block of the language sh, python or cpp is run (cpp: saved as example.cc); a block of text behind it must stand in what
+it printed, line by line and in order.
+
+usage: docs_test.py REPOSITORY BUILD-FOLDER PYTHON [unittest options]
+"""
+
+import os
+import pathlib
+import re
+import subprocess
+import sys
+import tempfile
+import unittest
+
+ROOT, BUILD, PYTHON = (pathlib.Path(sys.argv.pop(1)).absolute() for _ in range(3))
+BLOCK = re.compile(r"^```(\w+)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
+TIMEOUT_S = 120
+
+
+class DocsTest(unittest.TestCase):
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+        os.symlink(ROOT / "proto", f"{self.folder}/proto")
+        agent = subprocess.Popen([BUILD / "bin/nyx-agent", "--grpc", f"unix:{self.folder}/grpc", "--socket",
+                                  f"{self.folder}/socket", "--sysconfig", self.folder, "--log-level", "error"],
+                                 stdout=subprocess.PIPE, text=True)
+        self.addCleanup(agent.communicate)
+        self.addCleanup(agent.terminate)
+        self.assertTrue(agent.stdout.readline().startswith("nyx-agent ready"))
+
+    def run_block(self, language, text):
+        if language == "cpp":
+            pathlib.Path(self.folder, "example.cc").write_text(text, encoding="utf-8")
+            return ""
+        command = [PYTHON, "-c", text] if language == "python" else ["bash", "-euc", text]
+        environment = os.environ | {"PATH": f"{BUILD}/bin:{os.environ['PATH']}", "NYX_BUILD": str(BUILD),
+                                    "NYX_GRPC": f"unix:{self.folder}/grpc", "NYX_SOCKET": f"{self.folder}/socket",
+                                    "PYTHONPATH": f"{self.folder}/stubs"}
+        result = subprocess.run(command, cwd=self.folder, env=environment, capture_output=True, text=True,
+                                timeout=TIMEOUT_S)
+        self.assertEqual(result.returncode, 0, f"{text}\n{result.stderr}")
+        return result.stdout
+
+    def test_examples_for_clients_print_what_they_promise(self):
+        printed = ""
+        blocks = BLOCK.findall((ROOT / "docs/clients.md").read_text(encoding="utf-8"))
+        self.assertGreater(len(blocks), 5)
+        for language, text in blocks:
+            if language == "text":
+                self.assertIn(text, printed)
+            else:
+                printed = self.run_block(language, text)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

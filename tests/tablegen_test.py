@@ -29,20 +29,21 @@ class TablegenTest(unittest.TestCase):
     def setUp(self):
         self.folder = pathlib.Path(self.enterContext(tempfile.TemporaryDirectory()))
 
-    def test_checked_in_protos_follow_from_the_schema(self):
-        result = tablegen(ROOT / "schema/quill.toml", "--check-proto", ROOT / "proto")
+    def test_checked_in_files_follow_from_the_schema(self):
+        result = tablegen(ROOT / "schema/quill.toml", "--check", ROOT)
         self.assertEqual(result.returncode, 0, result.stderr)
 
     def test_stale_and_left_over_protos_are_named(self):
         schema = self.folder / "s.toml"
         schema.write_text(GOOD)
-        self.assertEqual(tablegen(schema, "--proto", self.folder).returncode, 0)
-        self.assertEqual(tablegen(schema, "--check-proto", self.folder).returncode, 0)
-        (self.folder / "nyx/tables/old.proto").touch()
+        self.assertEqual(tablegen(schema, "--write", self.folder).returncode, 0)
+        self.assertEqual(tablegen(schema, "--check", self.folder).returncode, 0)
+        (self.folder / "proto/nyx/tables/old.proto").touch()
         schema.write_text(GOOD.replace("1 8", "1 4"))
-        result = tablegen(schema, "--check-proto", self.folder)
+        result = tablegen(schema, "--check", self.folder)
         self.assertEqual(result.returncode, 1)
         self.assertIn("f.proto", result.stderr)
+        self.assertIn("tables.md", result.stderr)
         self.assertIn("old.proto", result.stderr)
         self.assertNotIn("tbl_svc.proto", result.stderr)
 

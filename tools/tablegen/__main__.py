@@ -1,8 +1,8 @@
 """tablegen: writes everything per-table from the schema of the pipeline's tables.
 
-    python3 tools/tablegen SCHEMA --proto DIR        the .proto files (checked in)
-    python3 tools/tablegen SCHEMA --cpp DIR          the C++ (build tree only)
-    python3 tools/tablegen SCHEMA --check-proto DIR  exit 1 and name the files in DIR that are not up to date
+    python3 tools/tablegen SCHEMA --write DIR  what is checked in, below the repository DIR: .proto files, docs/tables.md
+    python3 tools/tablegen SCHEMA --check DIR  exit 1 and name the files of these that are not up to date
+    python3 tools/tablegen SCHEMA --cpp DIR    the C++ (build tree only)
 
 A file that is up to date is left untouched. Exit code: 0 done, 1 out of date, 2 the schema can't be used.
 """
@@ -12,6 +12,7 @@ import pathlib
 import sys
 
 import emit_cpp
+import emit_docs
 import emit_proto
 from model import SchemaError, read_schema
 
@@ -31,7 +32,7 @@ def _write(folder, files):
 def _stale(folder, files):
     stale = [folder / name for name, text in files.items() if not _is_current(folder / name, text)]
     left_over = [
-        path for path in folder.glob("nyx/tables/*.proto") if path.relative_to(folder).as_posix() not in files
+        path for path in folder.glob("proto/nyx/tables/*.proto") if path.relative_to(folder).as_posix() not in files
     ]
     return stale + left_over
 
@@ -39,20 +40,21 @@ def _stale(folder, files):
 def main():
     parser = argparse.ArgumentParser(prog="tablegen", description="Writes everything per-table from the schema.")
     parser.add_argument("schema", type=pathlib.Path)
-    parser.add_argument("--proto", type=pathlib.Path, metavar="DIR", help="write the .proto files below DIR")
+    parser.add_argument("--write", type=pathlib.Path, metavar="DIR", help="write what is checked in below DIR")
     parser.add_argument("--cpp", type=pathlib.Path, metavar="DIR", help="write the C++ below DIR")
-    parser.add_argument("--check-proto", type=pathlib.Path, metavar="DIR", help="compare, write nothing")
+    parser.add_argument("--check", type=pathlib.Path, metavar="DIR", help="compare, write nothing")
     arguments = parser.parse_args()
     try:
         tables = read_schema(arguments.schema)
     except SchemaError as error:
         print(f"tablegen: {error}", file=sys.stderr)
         return 2
-    if arguments.proto:
-        _write(arguments.proto, emit_proto.emit(tables))
+    checked_in = emit_proto.emit(tables) | emit_docs.emit(tables)
+    if arguments.write:
+        _write(arguments.write, checked_in)
     if arguments.cpp:
         _write(arguments.cpp, emit_cpp.emit(tables))
-    stale = _stale(arguments.check_proto, emit_proto.emit(tables)) if arguments.check_proto else []
+    stale = _stale(arguments.check, checked_in) if arguments.check else []
     for path in stale:
         print(f"tablegen: {path} does not follow from {arguments.schema}: run ./dev generate", file=sys.stderr)
     return 1 if stale else 0

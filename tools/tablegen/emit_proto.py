@@ -150,7 +150,7 @@ def _service_file(tables):
 
 
 def emit(tables):
-    """Returns {path below proto/: text}."""
-    files = {f"nyx/tables/{family}.proto": _family_file(group) for family, group in families(tables).items()}
-    files["nyx/tables/tbl_svc.proto"] = _service_file(tables)
+    """Returns {path below the repository: text}."""
+    files = {f"proto/nyx/tables/{family}.proto": _family_file(group) for family, group in families(tables).items()}
+    files["proto/nyx/tables/tbl_svc.proto"] = _service_file(tables)
     return files

@@ -19,7 +19,7 @@ sdk::sdk_ret_t port_get(nyx_obj_key_s *key, nyx_if_info_s *info);
 // Passes the nyx_if_info_s of every interface that the port API knows to the callback, ports and others.
 sdk::sdk_ret_t port_get_all(nyx_read_cb_t callback, void *ctxt);
 
-// Replaces all settings of the port with the specification's key when the batch is committed.
+// Replaces all settings of the port that `spec` names when the batch is committed.
 sdk::sdk_ret_t port_update(nyx_if_spec_s *spec, uint64_t batch);
 
 // Clears the counters of one port. The all-zero key names no particular port.

@@ -1,5 +1,6 @@
 #include "host/grpc_door.h"
 
+#include <google/protobuf/descriptor.h>
 #include <grpc/grpc.h>
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
 #include <grpcpp/grpcpp.h>
@@ -12,8 +13,10 @@
 #include <chrono>
 
 #include "host/credentials.h"
+#include "host/fault_service.h"
 #include "host/server_settings.h"
 #include "host/setup_error.h"
+#include "proto/proto_files.h"
 #include "svc/debug.h"
 #include "svc/grpc_nyx_tbl.h"
 #include "svc/interface.h"
@@ -37,7 +40,18 @@ std::vector<std::unique_ptr<grpc::Service>> make_services() {
     services.push_back(std::make_unique<SystemSvcImpl>());
     services.push_back(std::make_unique<PipelineSvcImpl>());
     services.push_back(std::make_unique<DebugSvcImpl>());
+    services.push_back(std::make_unique<FaultSvcImpl>());
     return services;
+}
+
+// Otherwise the health service tells of the server as a whole alone, and knows no service by name.
+void declare_healthy(grpc::Server *server) {
+    for (const char *path : nyx::proto_files()) {
+        const auto *file = google::protobuf::DescriptorPool::generated_pool()->FindFileByName(path);
+        for (int i = 0; i < file->service_count(); i++) {
+            server->GetHealthCheckService()->SetServingStatus(file->service(i)->full_name(), true);
+        }
+    }
 }
 
 }  // namespace
@@ -62,6 +76,7 @@ grpc_door::grpc_door(const options_s &options)
     if (!stop_.valid() || !server_) {
         throw setup_error(options.grpc + ": the gRPC server does not start");
     }
+    declare_healthy(server_.get());
     accept_thread_ = std::thread([this] { accept_until_stopped(); });
 }
 

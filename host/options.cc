@@ -12,12 +12,32 @@ namespace {
 
 constexpr const char *k_footer = R"(
 Faults, to rehearse failures (may be given more than once):
-  --fault nyx_tbl_flow_create:code=6            every flowCreate entry fails with code 6
-  --fault nyx_tbl_flow_create:code=6,nth=3      only the third one
-  --fault nyx_tbl_flow_info_read:code=4,key=07  reads of keys that start with byte 07
-  --fault debug::nyx_handle_cmd:delay=300       debug commands take 300 ms longer
-  --fault nyx_if_read_all:code=10,nth=2         a walk over all interfaces fails at the second one
-  --fault nyx_flow_summary_get:code=3           a device mode without a flow summary
+  OPERATION:code=CODE[,LIMIT...]    fail with a return code above 0, a number or a name
+  OPERATION:delay=MS[,LIMIT...]     take so much longer
+Without limits every call is struck. Limits count calls of the operation; a walk over objects counts as
+one call for each object:
+  key=HEX           only calls for objects whose key starts with these bytes
+  after=N           not the first N calls: a walk breaks after N records
+  nth=N             only the N-th call
+  every=N           every N-th call
+  chance=PERCENT    at random, the same calls in every run; seed=S (default 1) makes it others
+  full=N            nyx_tbl_<table>_create alone: fails while the table has N or more entries, with
+                    SDK_RET_RESOURCE_EXHAUSTION unless code= says otherwise
+Of nth, every, chance and full there can be one; nth and full go with no after, full with code alone.
+
+Examples:
+  --fault nyx_tbl_flow_create:code=6              every flowCreate entry fails with code 6
+  --fault nyx_tbl_flow_create:code=6,nth=3        only the third one
+  --fault nyx_tbl_flow_create:code=6,chance=20    one in five, the same ones in every run
+  --fault nyx_tbl_flow_create:full=1000           a table that is full at 1000 entries
+  --fault nyx_tbl_flow_info_read:code=4,key=07    reads of keys that start with byte 07
+  --fault debug::nyx_handle_cmd:delay=300,every=2 every second debug command takes 300 ms longer
+  --fault nyx_if_read_all:code=10,after=2         a walk over all interfaces breaks after two
+  --fault nyx_flow_summary_get:code=3             a device mode without a flow summary
+
+While the agent runs:
+  nyxctl fault list --operations [TEXT]           what can fail
+  nyxctl fault add SPEC, list, clear              arm faults, see what they struck, remove them
 
 Exit codes: 0 stopped by SIGTERM or SIGINT, 1 could not start or serve, 2 bad command line.)";
 

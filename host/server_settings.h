@@ -4,16 +4,15 @@
 
 #include <grpcpp/server_builder.h>
 
-namespace host {
+#include "base/request_limits.h"
 
-// The largest request that is taken.
-inline constexpr int k_max_receive_bytes = 64 * 1024 * 1024;
+namespace host {
 
 inline void apply_server_settings(grpc::ServerBuilder &builder) {
     using option = grpc::ServerBuilder::SyncServerOption;
     // With gRPC's default of two, threads come and go with every few calls of eight clients.
     constexpr int k_pollers = 16;
-    builder.SetMaxReceiveMessageSize(k_max_receive_bytes);
+    builder.SetMaxReceiveMessageSize(base::k_max_grpc_request_size);
     builder.SetSyncServerOption(option::MIN_POLLERS, k_pollers);
     builder.SetSyncServerOption(option::MAX_POLLERS, k_pollers);
 }

@@ -1,9 +1,10 @@
 #include "sim/faults.h"
 
 #include <algorithm>
-#include <charconv>
+#include <chrono>
+#include <iterator>
 #include <mutex>
-#include <stdexcept>
+#include <random>
 #include <thread>
 
 #include "sim/tables.h"
@@ -12,9 +13,11 @@ namespace sim {
 
 namespace {
 
-struct armed_fault_s {
+struct active_s {
+    uint32_t id;
     fault_s fault;
-    uint64_t calls = 0;
+    std::mt19937 random;  // its numbers are the same everywhere, unlike those of the distributions
+    uint64_t calls = 0, strikes = 0;
 };
 
 // Besides the operations of the tables.
@@ -74,121 +77,85 @@ constexpr std::string_view k_operations[] = {
 };
 
 std::mutex g_lock;
-std::vector<armed_fault_s> g_faults;
+std::vector<active_s> g_faults;
+uint32_t g_last_id = 0;
 std::atomic<bool> g_armed = false;
-
-[[noreturn]] void refuse(std::string_view text, const std::string &why) {
-    throw std::invalid_argument("fault '" + std::string(text) + "': " + why);
-}
-
-template <class T>
-T value_or_refuse(const std::optional<T> &value, std::string_view text, const std::string &why) {
-    if (!value) {
-        refuse(text, why);
-    }
-    return *value;
-}
-
-std::optional<uint64_t> to_number(std::string_view text, int base = 10) {
-    uint64_t number = 0;
-    const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, base);
-    return error == std::errc() && end == text.data() + text.size() ? std::optional(number) : std::nullopt;
-}
-
-std::optional<sdk::sdk_ret_t> to_code(std::string_view text) {
-#define SDK_RET_BY_NAME(name, value, description) \
-    if (text == #name) {                          \
-        return sdk::name;                         \
-    }
-    SDK_RET_CODES(SDK_RET_BY_NAME)
-#undef SDK_RET_BY_NAME
-    const auto number = to_number(text);
-    return number && *number > 0 && *number <= UINT32_MAX
-               ? std::optional(static_cast<sdk::sdk_ret_t>(*number))
-               : std::nullopt;
-}
-
-std::optional<std::vector<uint8_t>> to_bytes(std::string_view hex) {
-    std::vector<uint8_t> bytes;
-    for (size_t i = 0; i + 1 < hex.size(); i += 2) {
-        const auto byte = to_number(hex.substr(i, 2), 16);
-        if (!byte) {
-            return std::nullopt;
-        }
-        bytes.push_back(static_cast<uint8_t>(*byte));
-    }
-    return hex.empty() || hex.size() % 2 ? std::nullopt : std::optional(bytes);
-}
-
-uint64_t positive_number(std::string_view text, std::string_view name, std::string_view value) {
-    const auto number = to_number(value);
-    return value_or_refuse(number && *number > 0 && *number <= UINT32_MAX ? number : std::nullopt, text,
-                           std::string(name) + " must be a number from 1 to 4294967295");
-}
-
-void parse_setting(std::string_view text, std::string_view setting, fault_s *fault) {
-    const size_t equals = std::min(setting.find('='), setting.size());
-    const auto name = setting.substr(0, equals);
-    const auto value = setting.substr(std::min(equals + 1, setting.size()));
-    if (name == "code") {
-        fault->code =
-            value_or_refuse(to_code(value), text, "code must be a return code above 0, a number or a name");
-    } else if (name == "delay") {
-        fault->delay = std::chrono::milliseconds(positive_number(text, name, value));
-    } else if (name == "nth") {
-        fault->nth = positive_number(text, name, value);
-    } else if (name == "key") {
-        fault->key = value_or_refuse(to_bytes(value), text, "key must be pairs of hexadecimal digits");
-    } else {
-        refuse(text, "'" + std::string(setting) + "' is unknown, allowed are code=, delay=, nth= and key=");
-    }
-}
 
 bool starts_with(std::span<const uint8_t> key, const std::vector<uint8_t> &start) {
     return key.size() >= start.size() && std::equal(start.begin(), start.end(), key.begin());
 }
 
-bool strikes(armed_fault_s &armed, std::string_view operation, std::span<const uint8_t> key) {
-    if (armed.fault.operation != operation || !starts_with(key, armed.fault.key)) {
+// Whether the call that was counted last is within the limits.
+bool is_due(active_s &active) {
+    const fault_s &fault = active.fault;
+    const uint64_t spared = fault.after.value_or(0);
+    if (active.calls <= spared) return false;
+    if (fault.nth) return active.calls == *fault.nth;
+    if (fault.every) return (active.calls - spared) % *fault.every == 0;
+    return !fault.chance || active.random() % 100 < *fault.chance;
+}
+
+bool count_strike(active_s &active, bool struck) {
+    active.strikes += struck;
+    return struck;
+}
+
+bool strikes(active_s &active, std::string_view operation, std::span<const uint8_t> key) {
+    if (active.fault.full || active.fault.operation != operation || !starts_with(key, active.fault.key)) {
         return false;
     }
-    armed.calls++;
-    return !armed.fault.nth || armed.calls == *armed.fault.nth;
+    active.calls++;
+    return count_strike(active, is_due(active));
+}
+
+armed_fault_s to_armed(const active_s &active) {
+    return {.id = active.id, .text = active.fault.text, .calls = active.calls, .strikes = active.strikes};
+}
+
+// Without ids: all.
+bool is_chosen(const active_s &active, std::span<const uint32_t> ids) {
+    return ids.empty() || std::ranges::count(ids, active.id);
 }
 
 }  // namespace
 
-fault_s parse_fault(std::string_view text) {
-    fault_s fault;
-    const size_t colon = text.rfind(':');
-    if (colon == text.npos) {
-        refuse(text, "must be OPERATION:code=CODE or OPERATION:delay=MS");
-    }
-    fault.operation = text.substr(0, colon);
-    if (!std::ranges::count(fault_operations(), fault.operation)) {
-        refuse(text, "there is no operation '" + fault.operation + "'");
-    }
-    for (std::string_view rest = text.substr(colon + 1); !rest.empty();) {
-        const size_t comma = std::min(rest.find(','), rest.size());
-        parse_setting(text, rest.substr(0, comma), &fault);
-        rest.remove_prefix(std::min(comma + 1, rest.size()));
-    }
-    if (fault.code == sdk::SDK_RET_OK && fault.delay.count() == 0) {
-        refuse(text, "needs code= or delay=");
-    }
-    return fault;
+uint32_t add_fault(fault_s fault) {
+    std::lock_guard guard(g_lock);
+    std::mt19937 random(static_cast<uint32_t>(fault.seed.value_or(1)));
+    g_faults.push_back({.id = ++g_last_id, .fault = std::move(fault), .random = random});
+    g_armed = true;
+    return g_last_id;
 }
 
-void add_fault(fault_s fault) {
+std::vector<armed_fault_s> armed_faults() {
     std::lock_guard guard(g_lock);
-    g_faults.push_back({std::move(fault)});
-    g_armed = true;
+    std::vector<armed_fault_s> armed;
+    std::ranges::transform(g_faults, std::back_inserter(armed), to_armed);
+    return armed;
+}
+
+std::optional<uint32_t> remove_faults(std::span<const uint32_t> ids, std::vector<armed_fault_s> *removed) {
+    std::lock_guard guard(g_lock);
+    for (const uint32_t id : ids) {
+        if (!std::ranges::count(g_faults, id, &active_s::id)) {
+            return id;
+        }
+    }
+    removed->clear();
+    std::erase_if(g_faults, [&](const active_s &active) {
+        const bool chosen = is_chosen(active, ids);
+        if (chosen) {
+            removed->push_back(to_armed(active));
+        }
+        return chosen;
+    });
+    g_armed = !g_faults.empty();
+    return std::nullopt;
 }
 
 void clear_faults() {
-    std::lock_guard guard(g_lock);
-    g_faults.clear();
-    g_armed = false;
+    std::vector<armed_fault_s> removed;
+    remove_faults({}, &removed);
 }
 
 std::vector<std::string> fault_operations() {
@@ -198,24 +165,38 @@ std::vector<std::string> fault_operations() {
             operations.push_back(table_operation(table.name, operation));
         }
     }
+    std::ranges::sort(operations);
     return operations;
 }
 
 bool faults_armed() { return g_armed; }
 
 sdk::sdk_ret_t injected_fault(std::string_view operation, std::span<const uint8_t> key) {
-    std::chrono::milliseconds delay{0};
+    uint64_t delay_ms = 0;
     sdk::sdk_ret_t code = sdk::SDK_RET_OK;
     {
         std::lock_guard guard(g_lock);
-        for (auto &armed : g_faults) {
-            if (strikes(armed, operation, key)) {
-                delay += armed.fault.delay;
-                code = code ? code : armed.fault.code;
+        for (auto &active : g_faults) {
+            if (strikes(active, operation, key)) {
+                delay_ms += active.fault.delay_ms.value_or(0);
+                code = code ? code : active.fault.code;
             }
         }
     }
-    std::this_thread::sleep_for(delay);
+    std::this_thread::sleep_for(std::chrono::milliseconds(delay_ms));
+    return code;
+}
+
+sdk::sdk_ret_t full_table_fault(std::string_view operation, size_t entries) {
+    std::lock_guard guard(g_lock);
+    sdk::sdk_ret_t code = sdk::SDK_RET_OK;
+    for (auto &active : g_faults) {
+        if (active.fault.full && active.fault.operation == operation) {
+            active.calls++;
+            const bool struck = count_strike(active, entries >= *active.fault.full);
+            code = struck && !code ? active.fault.code : code;
+        }
+    }
     return code;
 }
 

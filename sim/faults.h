@@ -1,17 +1,25 @@
 // Faults of the stand-in, as data: what an operation of the agent's libraries does instead of its work.
 //
 // A fault is written
-//     OPERATION:code=CODE[,nth=N][,key=HEX]   fail with a return code
-//     OPERATION:delay=MS[,nth=N][,key=HEX]    take so many milliseconds, then go on
-// where CODE is a number or a name (6, SDK_RET_RESOURCE_EXHAUSTION), nth=N limits it to the N-th call from
-// now on, and key=HEX to calls for the object with these first key bytes. Without limits it lasts for ever.
-// A walk over objects counts as one call for each object, so that nth= and key= let it fail halfway; a walk over
-// nothing counts as one call. Any thread.
+//     OPERATION:code=CODE[,LIMIT...]   fail with a return code
+//     OPERATION:delay=MS[,LIMIT...]    take so many milliseconds, then go on (with code= too: then fail)
+// where CODE is a number or a name (6, SDK_RET_RESOURCE_EXHAUSTION). Without limits every call is struck, until the
+// fault is removed. Limits count the calls of the operation from when the fault was added:
+//     key=HEX               only calls for objects whose key starts with these bytes; others are not counted
+//     after=N               not the first N calls
+//     nth=N                 only the N-th call
+//     every=N               every N-th call, with after= of those behind it
+//     chance=PERCENT        at random; seed=S (default 1) makes it the same calls in every run
+//     full=N                only nyx_tbl_<table>_create: fails while the table has N or more entries, by default with
+//                           SDK_RET_RESOURCE_EXHAUSTION
+// Of nth=, every=, chance= and full= there can be one; nth= and full= go with no after=, full= with code= alone.
+//
+// A walk over objects asks once before each object, so that nth= and key= let it fail halfway and after=M lets it
+// break after M records; a walk over nothing counts as one call. Any thread.
 
 #pragma once
 
 #include <atomic>
-#include <chrono>
 #include <cstdint>
 #include <optional>
 #include <span>
@@ -24,20 +32,38 @@
 namespace sim {
 
 struct fault_s {
+    std::string text;  // as it was written
     std::string operation;
     sdk::sdk_ret_t code = sdk::SDK_RET_OK;
-    std::chrono::milliseconds delay{0};
-    std::optional<uint64_t> nth;  // counts from 1
+    std::optional<uint64_t> delay_ms;
+    std::optional<uint64_t> after, nth, every, full, chance, seed;  // above
     std::vector<uint8_t> key;
 };
+
+// Longer texts are no faults.
+inline constexpr size_t k_max_fault_size = 512;  // bytes
 
 // Throws std::invalid_argument with a text for people when `text` is no fault or names no operation.
 fault_s parse_fault(std::string_view text);
 
-void add_fault(fault_s fault);
+// Returns the fault's id: 1, 2, and so on, never used again.
+uint32_t add_fault(fault_s fault);
+
+struct armed_fault_s {
+    uint32_t id;
+    std::string text;
+    uint64_t calls, strikes;  // of its operation for its key since it was added, and how many were struck
+};
+
+// In the order they were added.
+std::vector<armed_fault_s> armed_faults();
+
+// Removes these faults, all for no ids, and sets `removed` to what they were. Without a fault of one of the ids
+// returns that id and removes none.
+std::optional<uint32_t> remove_faults(std::span<const uint32_t> ids, std::vector<armed_fault_s> *removed);
 void clear_faults();
 
-// Names of all operations that can fail.
+// Names of all operations that can fail, in alphabetical order.
 std::vector<std::string> fault_operations();
 std::string table_operation(std::string_view table, std::string_view operation);
 
@@ -48,7 +74,10 @@ bool faults_armed();
 // fail with, or SDK_RET_OK.
 sdk::sdk_ret_t injected_fault(std::string_view operation, std::span<const uint8_t> key = {});
 
-// The same, free while there is no fault.
+// The same for full=, without waiting: to be called while the table is locked, which has `entries` entries.
+sdk::sdk_ret_t full_table_fault(std::string_view operation, size_t entries);
+
+// The same as injected_fault(), free while there is no fault.
 inline sdk::sdk_ret_t fault(std::string_view operation, std::span<const uint8_t> key = {}) {
     return faults_armed() ? injected_fault(operation, key) : sdk::SDK_RET_OK;
 }

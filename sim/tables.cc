@@ -54,6 +54,12 @@ sdk::sdk_ret_t injected(size_t table, const char *operation, std::span<const uin
                           : sdk::SDK_RET_OK;
 }
 
+// With the table locked, so that no two creates take the last place.
+sdk::sdk_ret_t injected_full(size_t table, size_t entries) {
+    return faults_armed() ? full_table_fault(table_operation(table_infos()[table].name, "create"), entries)
+                          : sdk::SDK_RET_OK;
+}
+
 sdk::sdk_ret_t counted(size_t table, table_operation_e operation, sdk::sdk_ret_t ret) {
     auto &counter = at(table).counters[operation];
     (ret ? counter.failed : counter.done).fetch_add(1, std::memory_order_relaxed);
@@ -68,6 +74,9 @@ sdk::sdk_ret_t create_entry(size_t table, const void *spec) {
         return ret;
     }
     std::unique_lock guard(at(table).lock);
+    if (const auto ret = injected_full(table, at(table).entries.size())) {
+        return ret;
+    }
     const bool created = at(table).entries.try_emplace(to_key(key), to_record(table, spec)).second;
     at(table).most_entries = std::max(at(table).most_entries, at(table).entries.size());
     return created ? sdk::SDK_RET_OK : sdk::SDK_RET_ALREADY_PRESENT;

@@ -2,11 +2,20 @@
 
 #include <sstream>
 
+#include "client/alias_commands.h"
 #include "client/command.h"
 #include "client/commands.h"
+#include "client/completion_command.h"
 #include "client/debug_command.h"
+#include "client/fault_commands.h"
+#include "client/field_words.h"
 #include "client/nearest.h"
+#include "client/status_command.h"
+#include "client/table/table_commands.h"
 #include "client/text_io.h"
+#include "client/view/show_commands.h"
+#include "client/view/snapshot_commands.h"
+#include "client/view/watch_command.h"
 
 namespace nyxctl {
 namespace {
@@ -38,8 +47,13 @@ JSON is a JSON object, @FILE, or - for stdin; without it the request is empty.
 Bytes are hex digits ("00a1ff", "00:a1:ff"), MAC, IPv6 or UUID text where the field holds one, or
 "base64:" and base64.
 
-Example:
-  nyxctl call flowGet '{"key": [{"k1": "2001:db8::1"}]}')";
+PATH=VALUE sets a field by its path: lists with an index, enumerations as people say them, types.IPPrefix as
+10.0.0.0/24. JSON comes first.
+
+Examples:
+  nyxctl call flowGet '{"key": [{"k1": "2001:db8::1"}]}'
+  nyxctl call InterfaceCreate request[0].id=0c request[0].loopback_if_spec.prefix=10.0.0.1/32
+  nyxctl call flowGet @keys.json --canonical)";
 
 constexpr char k_debug_footer[] =
     R"(COMMAND is a number or a name of nyx.Command in either spelling, tables or COMMAND_TABLES.
@@ -52,6 +66,7 @@ Examples:
 struct command_line_s : context_s {
     std::string service;
     std::string symbol;
+    bool as_template = false;
     call_options_s call;
     debug_options_s debug;
 };
@@ -98,16 +113,36 @@ void add_list(CLI::App *app, command_line_s *line) {
 void add_describe(CLI::App *app, command_line_s *line) {
     CLI::App *command =
         add_command(app, "describe", "Show a service, method, message or enum; needs no agent",
-                    "Example:\n  nyxctl describe flow_key_t");
+                    "Examples:\n  nyxctl describe flow_key_t\n"
+                    "  nyxctl describe InterfaceCreate --template > request.json");
     command->add_option("SYMBOL", line->symbol, "Full name or an ending of it")->required();
-    command->callback([line] { line->run = [line] { return run_describe(line->symbol); }; });
+    command->add_flag("--template", line->as_template,
+                      "JSON with every field at its default, for call; choices go to stderr");
+    command->callback([line] {
+        line->run = [line] {
+            return line->as_template ? run_template(line->global, line->symbol) : run_describe(line->symbol);
+        };
+    });
 }
 
 void add_call(CLI::App *app, command_line_s *line) {
     CLI::App *command = add_command(app, "call", "Call a gRPC method with JSON", k_call_footer);
     command->add_option("METHOD", line->call.method, "The method")->required();
     command->add_option("JSON", line->call.json, "The request")->type_name("[JSON|@FILE|-]");
-    command->callback([line] { line->run = [line] { return run_call(line->global, line->call); }; });
+    command->add_option("FIELD", line->call.fields, "Fields to set behind the JSON or without it")
+        ->type_name("PATH=VALUE");
+    command->add_flag(
+        "--canonical", line->call.canonical,
+        "JSON of request and response as protobuf has it: base64, lowerCamelCase, plain numbers");
+    command->add_flag("--cut", line->call.cut,
+                      "Send values that do not fit in a table's record, for the agent to cut");
+    command->callback([line] {
+        if (line->call.json && is_field_word(*line->call.json)) {
+            line->call.fields.insert(line->call.fields.begin(), *line->call.json);
+            line->call.json.reset();
+        }
+        line->run = [line] { return run_call(line->global, line->call); };
+    });
 }
 
 void add_debug(CLI::App *app, command_line_s *line) {
@@ -122,14 +157,31 @@ void add_debug(CLI::App *app, command_line_s *line) {
     command->callback([line] { line->run = [line] { return run_debug(line->global, line->debug); }; });
 }
 
-std::string parse_error_text(const CLI::App &app, const CLI::ParseError &error) {
-    const std::vector<std::string> unknown = app.remaining();
-    if (!app.get_subcommands().empty() || unknown.empty()) {
+// The command that was named last, and its name with those of the commands above it.
+const CLI::App *named_command(const CLI::App *app, std::string *name) {
+    *name = app->get_name();
+    while (!app->get_subcommands().empty()) {
+        app = app->get_subcommands().front();
+        *name += " " + app->get_name();
+    }
+    return app;
+}
+
+std::string parse_error_text(const CLI::App &app, const CLI::App &command, const CLI::ParseError &error) {
+    std::vector<std::string> names;
+    std::string list;
+    for (const CLI::App *below : command.get_subcommands([](const CLI::App *) { return true; })) {
+        if (!below->get_group().empty()) {
+            names.push_back(below->get_name());
+            list += (list.empty() ? "" : ", ") + below->get_name();
+        }
+    }
+    const std::vector<std::string> unknown = app.remaining(true);
+    if (names.empty()) {
         return error.what();
     }
-    std::vector<std::string> names;
-    for (const CLI::App *command : app.get_subcommands([](const CLI::App *) { return true; })) {
-        names.push_back(command->get_name());
+    if (unknown.empty()) {
+        return std::string(error.what()) + ": " + list;
     }
     return "unknown command or option \"" + unknown.front() + "\"" +
            nearest_names_text(unknown.front(), names);
@@ -138,7 +190,9 @@ std::string parse_error_text(const CLI::App &app, const CLI::ParseError &error) 
 // Help and version leave the parser as exceptions too, with exit code 0.
 outcome_s parse_error(const CLI::App &app, const CLI::ParseError &error) {
     if (error.get_exit_code() != 0) {
-        return usage_failure(parse_error_text(app, error) + "; see nyxctl --help");
+        std::string name;
+        const CLI::App *command = named_command(&app, &name);
+        return usage_failure(parse_error_text(app, *command, error) + "; see " + name + " --help");
     }
     std::ostringstream out;
     std::ostringstream err;
@@ -159,6 +213,14 @@ outcome_s run_command_line(int argc, char **argv) {
     add_describe(&app, &line);
     add_call(&app, &line);
     add_debug(&app, &line);
+    add_alias_commands(&app, &line);
+    add_completion_commands(&app, &line);
+    add_fault_commands(&app, &line);
+    add_status_command(&app, &line);
+    add_table_commands(&app, &line);
+    add_show_commands(&app, &line);
+    add_snapshot_commands(&app, &line);
+    add_watch_command(&app, &line);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

@@ -8,10 +8,13 @@
 
 #include "client/debug_command.h"
 #include "client/debug_socket.h"
+#include "client/field_words.h"
 #include "client/grpc_call.h"
 #include "client/json.h"
 #include "client/status_fields.h"
 #include "client/symbols.h"
+#include "client/table/record_width.h"
+#include "client/template.h"
 #include "client/text_io.h"
 
 namespace pb = google::protobuf;
@@ -26,20 +29,31 @@ void append_service(const pb::ServiceDescriptor *service, std::string *text) {
     }
 }
 
-outcome_s read_request(const call_options_s &options, pb::Message *request) {
-    if (!options.json) {
-        return {};
-    }
-    std::string json;
-    if (outcome_s outcome = read_argument(*options.json, &json); !outcome.ok()) {
-        return outcome;
-    }
-    return json_to_message(json, request);
+json_style_e style_of(const call_options_s &options) {
+    return options.canonical ? json_style_e::canonical : json_style_e::people;
 }
 
-outcome_s show_response(const pb::MethodDescriptor *method, const pb::Message &response) {
+outcome_s read_request(const call_options_s &options, pb::Message *request) {
+    std::string json = "{}";
+    if (options.json) {
+        if (outcome_s outcome = read_argument(*options.json, &json); !outcome.ok()) {
+            return outcome;
+        }
+    }
+    if (outcome_s outcome = json_to_message(json, request, style_of(options)); !outcome.ok()) {
+        return outcome;
+    }
+    for (const std::string &field : options.fields) {
+        if (outcome_s outcome = set_field(request, field); !outcome.ok()) {
+            return outcome;
+        }
+    }
+    return {};
+}
+
+outcome_s show_response(const pb::MethodDescriptor *method, const pb::Message &response, json_style_e style) {
     std::string json;
-    if (outcome_s outcome = message_to_json(response, &json); !outcome.ok()) {
+    if (outcome_s outcome = message_to_json(response, &json, style); !outcome.ok()) {
         return outcome;
     }
     if (outcome_s outcome = write_stdout(json + "\n"); !outcome.ok()) {
@@ -89,6 +103,18 @@ outcome_s run_describe(const std::string &symbol) {
     return outcome.ok() ? write_stdout(text) : outcome;
 }
 
+outcome_s run_template(const global_options_s &global, const std::string &symbol) {
+    const pb::Descriptor *type = nullptr;
+    if (outcome_s outcome = find_template_type(symbol, &type); !outcome.ok()) {
+        return outcome;
+    }
+    const template_s filled = message_template(type);
+    for (const std::string &choice : filled.choices) {
+        std::cerr << (global.json ? "" : "# " + choice + "\n");
+    }
+    return write_stdout(dump_json(filled.json, 2) + "\n");
+}
+
 outcome_s run_call(const global_options_s &global, const call_options_s &options) {
     const pb::MethodDescriptor *method = nullptr;
     if (outcome_s outcome = find_method(options.method, &method); !outcome.ok()) {
@@ -98,9 +124,13 @@ outcome_s run_call(const global_options_s &global, const call_options_s &options
     if (outcome_s outcome = read_request(options, request.get()); !outcome.ok()) {
         return outcome;
     }
+    const bool of_table = method->service()->full_name() == "nyx.NyxTblSvc";
+    if (outcome_s outcome = check_widths(*request); of_table && !options.cut && !outcome.ok()) {
+        return outcome;
+    }
     const auto response = new_message(method->output_type());
     outcome_s outcome = grpc_call(global, method, *request, response.get());
-    return outcome.ok() ? show_response(method, *response) : outcome;
+    return outcome.ok() ? show_response(method, *response, style_of(options)) : outcome;
 }
 
 outcome_s run_debug(const global_options_s &global, const debug_options_s &options) {

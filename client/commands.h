@@ -16,6 +16,9 @@ outcome_s run_list(const std::string &service);
 // Prints the definition of a service, method, message or enumeration.
 outcome_s run_describe(const std::string &symbol);
 
+// Prints a request with all fields at their defaults for a message or method, and its choices on stderr, for people.
+outcome_s run_template(const global_options_s &global, const std::string &symbol);
+
 // Calls a method and prints the response as JSON, also when an api_status in it is not API_STATUS_OK.
 outcome_s run_call(const global_options_s &global, const call_options_s &options);
 

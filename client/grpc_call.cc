@@ -155,6 +155,14 @@ bool wait_until_connected(grpc::Channel *channel, const global_options_s &option
 
 }  // namespace
 
+outcome_s grpc_channel(const global_options_s &options, std::shared_ptr<grpc::Channel> *channel) {
+    // The library's own lines on stderr say again, and at length, what the status says.
+    setenv("GRPC_VERBOSITY", "NONE", 0);
+    // Taken and never given back: shutting the library down can take ten seconds after a large request.
+    grpc_init();
+    return make_channel(options, channel);
+}
+
 outcome_s grpc_call(const global_options_s &options, const pb::MethodDescriptor *method,
                     const pb::Message &request, pb::Message *response) {
     const std::string path = method_path(method);
@@ -162,12 +170,8 @@ outcome_s grpc_call(const global_options_s &options, const pb::MethodDescriptor 
         return usage_failure(
             path + " is a streaming method; nyxctl calls methods with one request and one response");
     }
-    // The library's own lines on stderr say again, and at length, what the status says.
-    setenv("GRPC_VERBOSITY", "NONE", 0);
-    // Taken and never given back: shutting the library down can take ten seconds after a large request.
-    grpc_init();
     std::shared_ptr<grpc::Channel> channel;
-    if (outcome_s outcome = make_channel(options, &channel); !outcome.ok()) {
+    if (outcome_s outcome = grpc_channel(options, &channel); !outcome.ok()) {
         return outcome;
     }
     const bool connected = wait_until_connected(channel.get(), options);

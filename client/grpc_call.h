@@ -5,10 +5,20 @@
 #include <google/protobuf/descriptor.h>
 #include <google/protobuf/message.h>
 
+#include <memory>
+
 #include "client/options.h"
 #include "client/outcome.h"
 
+namespace grpc {
+class Channel;
+}
+
 namespace nyxctl {
+
+// Sets `channel` to a channel to the agent that connects when it is used first. Failures: usage (an address without
+// port), local (a TLS file).
+outcome_s grpc_channel(const global_options_s &options, std::shared_ptr<grpc::Channel> *channel);
 
 // Connects, calls and waits, at most for the timeout; a refused connection fails at once. `request` and
 // `response` are of the method's types. `response` is set on success alone. Failures: usage (a streaming

@@ -20,12 +20,13 @@ std::unique_ptr<pb::Message> new_message(const pb::Descriptor *type) {
     return std::unique_ptr<pb::Message>(pb::MessageFactory::generated_factory()->GetPrototype(type)->New());
 }
 
-outcome_s json_to_message(std::string_view json, pb::Message *message) {
+outcome_s json_to_message(std::string_view json, pb::Message *message, json_style_e style) {
     const pb::Descriptor *type = message->GetDescriptor();
     const std::string subject = "JSON of " + type->full_name() + ": ";
     json_t dom;
     std::string error;
-    if (!parse_json(json, &dom, &error) || !texts_to_canonical(&dom, type, &error)) {
+    if (!parse_json(json, &dom, &error) ||
+        (style == json_style_e::people && !texts_to_canonical(&dom, type, &error))) {
         return usage_failure(subject + error);
     }
     const pb::util::Status status = pb::util::JsonStringToMessage(dump_json(dom), message);
@@ -35,11 +36,11 @@ outcome_s json_to_message(std::string_view json, pb::Message *message) {
     return {};
 }
 
-outcome_s message_to_json(const pb::Message &message, std::string *json) {
+outcome_s message_to_json(const pb::Message &message, std::string *json, json_style_e style) {
     const pb::Descriptor *type = message.GetDescriptor();
     pb::util::JsonPrintOptions options;
     options.always_print_primitive_fields = true;
-    options.preserve_proto_field_names = true;
+    options.preserve_proto_field_names = style == json_style_e::people;
     std::string canonical;
     const pb::util::Status status = pb::util::MessageToJsonString(message, &canonical, options);
     if (!status.ok()) {
@@ -50,7 +51,9 @@ outcome_s message_to_json(const pb::Message &message, std::string *json) {
     if (!parse_json(canonical, &dom, &error)) {
         return local_failure("cannot show " + type->full_name() + " as JSON: " + error);
     }
-    canonical_to_texts(&dom, type);
+    if (style == json_style_e::people) {
+        canonical_to_texts(&dom, type);
+    }
     *json = dump_json(dom, 2);
     return {};
 }

@@ -3,9 +3,9 @@
 #include <algorithm>
 #include <cctype>
 #include <compare>
-#include <numeric>
-#include <utility>
 #include <vector>
+
+#include "base/edit_distance.h"
 
 namespace nyxctl {
 namespace {
@@ -30,24 +30,9 @@ std::string_view last_parts(std::string_view name, size_t dots) {
     return name.substr(at + 1);
 }
 
-// Levenshtein's distance, one row of the table at a time.
-size_t edit_distance(std::string_view a, std::string_view b) {
-    std::vector<size_t> row(b.size() + 1);
-    std::iota(row.begin(), row.end(), size_t{0});
-    for (size_t i = 0; i < a.size(); ++i) {
-        size_t diagonal = std::exchange(row[0], i + 1);
-        for (size_t j = 0; j < b.size(); ++j) {
-            const size_t substituted = diagonal + (a[i] == b[j] ? 0 : 1);
-            diagonal = row[j + 1];
-            row[j + 1] = std::min({substituted, row[j] + 1, row[j + 1] + 1});
-        }
-    }
-    return row.back();
-}
-
 // A name that contains the given one is as good as one with a single wrong letter.
 size_t score(std::string_view given, std::string_view name) {
-    const size_t distance = edit_distance(given, name);
+    const size_t distance = base::edit_distance(given, name);
     const bool contained = given.size() >= 3 && name.find(given) != name.npos;
     return contained ? std::min<size_t>(distance, 1) : distance;
 }

@@ -27,6 +27,9 @@ struct global_options_s {
 struct call_options_s {
     std::string method;
     std::optional<std::string> json;  // JSON, "@FILE" or "-"; none is an empty request
+    std::vector<std::string> fields;  // words of field_words.h, set behind the JSON
+    bool cut = false;                 // send what the records of tables are too narrow for
+    bool canonical = false;           // JSON to and from the agent as protobuf has it
 };
 
 struct debug_options_s {

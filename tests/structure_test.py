@@ -22,7 +22,9 @@ MAY_INCLUDE = {
     "svc": {"svc/common", "agent_api", "base", "nyx/types", "nyx"},
     "sim": {"agent_api", "base"},
     "host": {"svc", "svc/channel", "sim", "agent_api", "base", "nyx/types", "nyx"},
-    "client": {"base", "nyx/types", "nyx"},
+    "client": {"client/table", "client/view", "base", "nyx/types", "nyx"},
+    "client/table": {"client", "base", "nyx/types", "nyx"},
+    "client/view": {"client", "client/table", "base", "nyx/types", "nyx"},
 }
 
 OWN_FOLDER = re.compile(r'#include "((?:base|agent_api|svc|sim|host|client|nyx|tests)/[^"]+)"')

@@ -1,0 +1,136 @@
+#include "client/table/record_codec.h"
+
+#include <algorithm>
+
+namespace pb = google::protobuf;
+
+namespace nyxctl {
+namespace {
+
+constexpr size_t k_key_offset = 1;  // of the key in the entry record
+
+uint64_t get_number(const pb::Message &message, const pb::FieldDescriptor *field) {
+    const pb::Reflection &get = *message.GetReflection();
+    return field->type() == pb::FieldDescriptor::TYPE_UINT64 ? get.GetUInt64(message, field)
+                                                             : get.GetUInt32(message, field);
+}
+
+void set_number(pb::Message *message, const pb::FieldDescriptor *field, uint64_t number) {
+    const pb::Reflection &set = *message->GetReflection();
+    if (field->type() == pb::FieldDescriptor::TYPE_UINT64) {
+        set.SetUInt64(message, field, number);
+    } else {
+        set.SetUInt32(message, field, static_cast<uint32_t>(number));
+    }
+}
+
+// What the value takes in the record, exactly `width` bytes.
+std::string value_bytes(const pb::Message &message, const record_field_s &field) {
+    std::string bytes;
+    if (field.field->type() == pb::FieldDescriptor::TYPE_BYTES) {
+        bytes = message.GetReflection()->GetString(message, field.field);
+        bytes.resize(field.width);
+        return bytes;
+    }
+    uint64_t number = get_number(message, field.field);
+    if (field.part == RECORD_MASK_FLAG) {
+        number = number != 0;
+    }
+    for (size_t i = 0; i < field.width; i++, number >>= 8) {
+        bytes.push_back(static_cast<char>(number & 0xff));
+    }
+    return bytes;
+}
+
+void set_value(pb::Message *message, const record_field_s &field, std::string_view bytes) {
+    if (field.field->type() == pb::FieldDescriptor::TYPE_BYTES) {
+        message->GetReflection()->SetString(message, field.field, std::string(bytes));
+        return;
+    }
+    uint64_t number = 0;
+    for (size_t i = bytes.size(); i > 0; i--) {
+        number = number << 8 | static_cast<unsigned char>(bytes[i - 1]);
+    }
+    set_number(message, field.field, field.part == RECORD_MASK_FLAG ? number != 0 : number);
+}
+
+const record_field_s *flag_field(const table_layout_s &layout) {
+    const auto found = std::ranges::find(layout.fields, RECORD_MASK_FLAG, &record_field_s::part);
+    return found == layout.fields.end() ? nullptr : &*found;
+}
+
+bool counts(const record_field_s &field, bool masked, uint8_t action_id) {
+    if (field.part == RECORD_MASK) return masked;
+    return field.part != RECORD_DATA || field.action_id == action_id;
+}
+
+outcome_s check_size(const table_layout_s &layout, std::string_view record, const char *kind, size_t size) {
+    if (record.size() == size) {
+        return {};
+    }
+    const char *other = record.size() == layout.key_size      ? "; that is the size of a key record (--key)"
+                        : record.size() == layout.record_size ? "; that is the size of an entry record"
+                                                              : "";
+    return usage_failure(layout.name + ": found " + std::to_string(record.size()) + " bytes, but its " +
+                         kind + " record has " + std::to_string(size) + other + "; see nyxctl explain " +
+                         layout.name);
+}
+
+}  // namespace
+
+std::string encode_record(const table_layout_s &layout, const pb::Message &spec) {
+    std::string record(layout.record_size, '\0');
+    const auto *flag = flag_field(layout);
+    const bool masked = flag && get_number(spec, flag->field) != 0;
+    for (const record_field_s &field : layout.fields) {
+        const auto action_id = static_cast<uint8_t>(record[0]);  // the first of the fields
+        if (counts(field, masked, action_id)) {
+            const pb::Message &holder =
+                field.member ? spec.GetReflection()->GetMessage(spec, field.member) : spec;
+            record.replace(field.offset, field.width, value_bytes(holder, field));
+        }
+    }
+    return record;
+}
+
+std::string encode_key(const table_layout_s &layout, const pb::Message &key) {
+    std::string record(layout.key_size, '\0');
+    for (const record_field_s &field : layout.fields) {
+        if (field.part == RECORD_KEY) {
+            record.replace(field.offset - k_key_offset, field.width, value_bytes(key, field));
+        }
+    }
+    return record;
+}
+
+outcome_s decode_record(const table_layout_s &layout, std::string_view record, pb::Message *spec) {
+    if (outcome_s outcome = check_size(layout, record, "entry", layout.record_size); !outcome.ok()) {
+        return outcome;
+    }
+    spec->Clear();
+    const auto *flag = flag_field(layout);
+    const bool masked = flag && record[flag->offset] != 0;
+    for (const record_field_s &field : layout.fields) {
+        if (counts(field, masked, static_cast<uint8_t>(record[0]))) {
+            pb::Message *holder =
+                field.member ? spec->GetReflection()->MutableMessage(spec, field.member) : spec;
+            set_value(holder, field, record.substr(field.offset, field.width));
+        }
+    }
+    return {};
+}
+
+outcome_s decode_key(const table_layout_s &layout, std::string_view record, pb::Message *key) {
+    if (outcome_s outcome = check_size(layout, record, "key", layout.key_size); !outcome.ok()) {
+        return outcome;
+    }
+    key->Clear();
+    for (const record_field_s &field : layout.fields) {
+        if (field.part == RECORD_KEY) {
+            set_value(key, field, record.substr(field.offset - k_key_offset, field.width));
+        }
+    }
+    return {};
+}
+
+}  // namespace nyxctl

@@ -1,0 +1,188 @@
+#include "client/table/record_rows.h"
+
+#include <google/protobuf/descriptor.pb.h>
+
+#include <algorithm>
+#include <optional>
+
+#include "client/people_value.h"
+#include "nyx/types/options.pb.h"
+
+namespace pb = google::protobuf;
+
+namespace nyxctl {
+namespace {
+
+constexpr size_t k_count_size = 8;
+
+const char *kind_of(const table_layout_s &layout) { return layout.ternary() ? "ternary" : "exact"; }
+
+json_t count_value(const std::string &bytes) {
+    uint64_t count = 0;
+    for (const unsigned char byte : bytes) {
+        count = count << 8 | byte;
+    }
+    return count;
+}
+
+json_t field_value(const pb::Message &message, const record_field_s &field, bool numbers) {
+    const bool count = numbers && field.part == RECORD_DATA && field.width == k_count_size &&
+                       field.field->type() == pb::FieldDescriptor::TYPE_BYTES;
+    return count ? count_value(message.GetReflection()->GetString(message, field.field))
+                 : people_value(message, field.field);
+}
+
+std::string type_text(const pb::FieldDescriptor *field) {
+    const auto form = field->options().GetExtension(types::bytes_text);
+    const char *text = form == types::BYTES_TEXT_MAC    ? " (MAC)"
+                       : form == types::BYTES_TEXT_IPV6 ? " (IPv6)"
+                                                        : "";
+    return field->type_name() + std::string(text);
+}
+
+std::vector<json_t> layout_row(const record_field_s &field) {
+    const bool data = field.part == RECORD_DATA;
+    return {field.offset,
+            field.width,
+            field.short_name(),
+            type_text(field.field),
+            field.part == RECORD_KEY ? json_t(field.offset - 1) : json_t(),
+            data ? json_t(field.action_id) : json_t(),
+            data ? json_t(field.member->name()) : json_t()};
+}
+
+// The end of the fields in the records of an action; of none for all fields but data.
+size_t end_of(const table_layout_s &layout, std::optional<uint32_t> action_id) {
+    size_t end = 0;
+    for (const record_field_s &field : layout.fields) {
+        if (field.part != RECORD_DATA || field.action_id == action_id) {
+            end = std::max(end, field.offset + field.width);
+        }
+    }
+    return end;
+}
+
+void add_unused(const table_layout_s &layout, const pb::FieldDescriptor *data, rows_s *rows) {
+    const auto action = data ? std::optional(action_of(data)) : std::nullopt;
+    const size_t end = end_of(layout, action);
+    if (end < layout.record_size) {
+        rows->rows.push_back({end, layout.record_size - end, nullptr, "unused", nullptr,
+                              action ? json_t(*action) : json_t(), data ? json_t(data->name()) : json_t()});
+    }
+}
+
+std::string part_text(const table_layout_s &layout, record_part_e part, const std::string &name) {
+    size_t first = layout.record_size;
+    size_t last = 0;
+    for (const record_field_s &field : layout.fields) {
+        if (field.part == part) {
+            first = std::min(first, field.offset);
+            last = std::max(last, field.offset + field.width - 1);
+        }
+    }
+    if (last < first) {
+        return "";
+    }
+    const std::string range = first == last ? "" : "-" + std::to_string(last);
+    return " [" + std::to_string(first) + range + " " + name + "]";
+}
+
+std::string actions_text(const table_layout_s &layout) {
+    std::string text;
+    for (const pb::FieldDescriptor *member : layout.data) {
+        text += (text.empty() ? "data of action " : " or ") + std::to_string(action_of(member));
+    }
+    return text;
+}
+
+rows_s empty_rows() { return {.subject = "fields", .columns = {"field", "value"}, .rows = {}}; }
+
+}  // namespace
+
+rows_s all_layout_rows() {
+    rows_s rows = {
+        .subject = "tables", .columns = {"name", "kind", "key_bytes", "record_bytes", "actions"}, .rows = {}};
+    for (const std::string &name : table_names()) {
+        table_layout_s layout{};
+        static_cast<void>(find_table(name, &layout));
+        json_t actions = json_t::array();
+        for (const pb::FieldDescriptor *member : layout.data) {
+            actions.push_back(action_of(member));
+        }
+        rows.rows.push_back({name, kind_of(layout), layout.key_size, layout.record_size, actions});
+    }
+    return rows;
+}
+
+rows_s layout_rows(const table_layout_s &layout) {
+    rows_s rows = {.subject = "fields",
+                   .columns = {"offset", "bytes", "field", "type", "key_offset", "action", "data"},
+                   .rows = {}};
+    const record_field_s *before = nullptr;
+    for (const record_field_s &field : layout.fields) {
+        if (before && before->part == RECORD_DATA && before->member != field.member) {
+            add_unused(layout, before->member, &rows);
+        }
+        rows.rows.push_back(layout_row(field));
+        before = &field;
+    }
+    add_unused(layout, before->part == RECORD_DATA ? before->member : nullptr, &rows);
+    return rows;
+}
+
+std::string layout_summary(const table_layout_s &layout) {
+    const auto part = [&](record_part_e kind, const std::string &name) {
+        return part_text(layout, kind, name);
+    };
+    const std::string parts = part(RECORD_ACTION, "action") + part(RECORD_KEY, "key") +
+                              part(RECORD_MASK_FLAG, "mask flag") + part(RECORD_MASK, "mask") +
+                              part(RECORD_DATA, actions_text(layout));
+    return layout.name + ": " + kind_of(layout) + ", key record " + std::to_string(layout.key_size) +
+           (layout.key_size == 1 ? " byte" : " bytes") + ", entry record " +
+           std::to_string(layout.record_size) + " bytes\n" + parts.substr(1) + "\n";
+}
+
+json_t layout_json(const table_layout_s &layout) {
+    json_t document = {{"table", layout.name},
+                       {"kind", kind_of(layout)},
+                       {"key_bytes", layout.key_size},
+                       {"record_bytes", layout.record_size}};
+    document.update(rows_to_json(layout_rows(layout)));
+    return document;
+}
+
+rows_s spec_rows(const table_layout_s &layout, const pb::Message &spec, bool numbers) {
+    rows_s rows = empty_rows();
+    const pb::Reflection &get = *spec.GetReflection();
+    for (const record_field_s &field : layout.fields) {
+        if (!field.member) {
+            rows.rows.push_back({field.short_name(), people_value(spec, field.field)});
+        } else if (field.part == RECORD_KEY || get.HasField(spec, field.member)) {
+            rows.rows.push_back(
+                {field.short_name(), field_value(get.GetMessage(spec, field.member), field, numbers)});
+        }
+    }
+    return rows;
+}
+
+rows_s key_rows(const table_layout_s &layout, const pb::Message &key) {
+    rows_s rows = empty_rows();
+    for (const record_field_s &field : layout.fields) {
+        if (field.part == RECORD_KEY) {
+            rows.rows.push_back({field.short_name(), people_value(key, field.field)});
+        }
+    }
+    return rows;
+}
+
+std::string key_text(const table_layout_s &layout, const pb::Message &key) {
+    std::string text;
+    for (const auto &row : key_rows(layout, key).rows) {
+        if (row[1] != json_t(0) && row[1] != json_t("")) {
+            text += (text.empty() ? "" : " ") + cell_text(row[0]) + "=" + cell_text(row[1]);
+        }
+    }
+    return text.empty() ? "a key of zeros" : text;
+}
+
+}  // namespace nyxctl

@@ -1,0 +1,39 @@
+#include "client/view/shown.h"
+
+#include <algorithm>
+#include <cctype>
+
+#include "nyx/types/options.pb.h"
+
+namespace pb = google::protobuf;
+
+namespace nyxctl {
+namespace {
+
+constexpr size_t k_hex_max = 64;
+constexpr size_t k_hex_kept = 32;
+
+void cut_hex(json_t *cell) {
+    if (!cell->is_string()) return;
+    const auto text = cell->get<std::string>();
+    const bool is_hex = std::ranges::all_of(text, [](unsigned char c) { return std::isxdigit(c); });
+    if (is_hex && text.size() > k_hex_max) {
+        *cell = text.substr(0, k_hex_kept) + "...";
+    }
+}
+
+}  // namespace
+
+unsigned counter_bits(const pb::FieldDescriptor *field) {
+    if (!field->options().GetExtension(types::counter)) return 0;
+    return field->cpp_type() == pb::FieldDescriptor::CPPTYPE_UINT64 ? 64 : 32;
+}
+
+rows_s rows_for_people(rows_s rows) {
+    for (auto &row : rows.rows) {
+        std::ranges::for_each(row, [](json_t &cell) { cut_hex(&cell); });
+    }
+    return rows;
+}
+
+}  // namespace nyxctl

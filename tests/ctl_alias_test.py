@@ -1,0 +1,163 @@
+"""nyxctl's short commands, its fields without JSON, its completion and its manuals.
+
+usage: ctl_alias_test.py FOLDER-OF-PROGRAMS [unittest options]
+"""
+
+import json
+import pathlib
+import shutil
+import subprocess
+import sys
+import tempfile
+import unittest
+
+BIN = pathlib.Path(sys.argv.pop(1)).resolve()
+PATIENCE_S = 60
+NOWHERE = "unix:/nonexistent/nyx.sock"
+COMPLETE = """source <("$0" completion bash); COMP_WORDS=("$0" "$@"); COMP_CWORD=$#; _nyxctl
+printf '%s\\n' "${COMPREPLY[@]}" """
+KINDS = {
+    "uplink": ["port_id=01"],
+    "l3": ["prefix=10.0.0.1/24", "prefix=2001:db8::1/64", "encap.type=dot1q", "encap.value.val_vlan=7"],
+    "loopback": ["prefix=10.0.0.2/32"],
+    "control": ["prefix=10.0.0.3/24", "mac_address=00:1a:2b:3c:4d:5e"],
+}
+
+
+class AliasTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        folder = cls.enterClassContext(tempfile.TemporaryDirectory())
+        cls.agent = cls.enterClassContext(subprocess.Popen(
+            [BIN / "nyx-agent", "--grpc", "127.0.0.1:0", "--socket", f"{folder}/s", "--sysconfig", folder],
+            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True))
+        cls.addClassCleanup(cls.agent.kill)
+        cls.grpc = cls.agent.stdout.readline().split()[3]
+        cls.mac_file = pathlib.Path(folder, "hostif_mac.json")
+
+    def ctl(self, *arguments, code=0, grpc=None):
+        result = subprocess.run([BIN / "nyxctl", "--grpc", grpc or self.grpc, *arguments],
+                                capture_output=True, text=True, timeout=PATIENCE_S)
+        self.assertEqual(result.returncode, code, result.stderr)
+        return result
+
+    def call(self, *arguments):
+        return json.loads(self.ctl("call", *arguments).stdout)
+
+    def interface(self, key):
+        return self.call("InterfaceGet", f"id={key}")["response"][0]["spec"]
+
+    def ports(self):
+        return {port["spec"]["port_number"]: port["spec"] for port in self.call("PortGet")["response"]}
+
+    def test_set_port_changes_what_is_named_and_keeps_the_rest(self):
+        before = self.ports()
+        self.assertEqual(self.ctl("set", "port", "1", "number_a=1234", "setting_a=none").stdout, "")
+        wanted = before | {1: before[1] | {"number_a": 1234, "setting_a": "PORT_SETTING_NONE"}}
+        self.assertEqual(self.ports(), wanted)
+        self.ctl("set", "port", before[1]["id"], f"number_a={before[1]['number_a']}", "flag_a=no")
+        self.assertEqual(self.ports()[1]["number_a"], before[1]["number_a"])
+
+    def test_refusals_name_what_is_wrong_and_send_nothing(self):
+        for arguments, text in ((["set", "port", "1", "nmber_a=1"], "nearest: number_a"),
+                                (["set", "port", "1", "id="], "can't be changed"),
+                                (["set", "recovery", "onn"], "give one of on, off"),
+                                (["set", "clock", "cpu=1"], "core=MHZ"),
+                                (["set", "trace-level", "loud"], "give one of none, error"),
+                                (["set", "foo"], "nyxctl set --help"),
+                                (["add", "interface", "l4", "id=1"], "nearest: l3"),
+                                (["add", "interface", "l3", "encap.value.val_vlan=65536"], "largest is 65535"),
+                                (["del", "interface", "00" * 17], "17 bytes"),
+                                (["call", "InterfaceGet", "id=0"], "odd number of hex digits")):
+            self.assertIn(text, self.ctl(*arguments, code=2, grpc=NOWHERE).stderr)
+        self.ctl("set", "quiesce", "on", code=3, grpc=NOWHERE)
+
+    def test_what_the_agent_refuses_is_exit_code_5(self):
+        for arguments, text in ((["set", "port", "99", "number_a=1"], "the agent has 1"),
+                                (["clear", "port-stats", "ffff"], "LOOKUP_FAILURE"),
+                                (["clear", "lif-stats", "ffff"], "LOOKUP_FAILURE"),
+                                (["set", "clock", "core=1"], "INVALID_ARG"),
+                                (["del", "interface", "ffff"], "LOOKUP_FAILURE")):
+            self.assertIn(text, self.ctl(*arguments, code=5).stderr)
+
+    def test_interfaces_of_each_kind_come_change_and_go(self):
+        for number, (kind, fields) in enumerate(KINDS.items(), start=0xA1):
+            self.ctl("add", "interface", kind, f"id={number:x}", "admin_status=up", *fields)
+            created = self.interface(f"{number:x}")
+            self.assertIn(f"{kind}{'' if kind == 'uplink' else '_if'}_spec", created)
+            self.ctl("set", "interface", kind, f"id={number:x}", "admin_status=down", *fields)
+            self.assertEqual(self.interface(f"{number:x}"), created | {"admin_status": "STATE_DOWN"})
+        ids = [f"{number:x}" for number in range(0xA1, 0xA1 + len(KINDS))]
+        self.ctl("del", "interface", *ids)
+        for key in ids:
+            self.ctl("call", "InterfaceGet", f"id={key}", code=5)
+        self.ctl("add", "interface", "host", "id=a9", "name=h9", "mac_address=00:1a:2b:3c:4d:5e")
+        self.assertIn("h9", self.mac_file.read_text())
+
+    def test_switches_and_resets_reach_the_agent(self):
+        self.ctl("set", "recovery", "off")
+        self.assertNotEqual(self.call("ProcessRecoveryGet")["recovery_status"], "RECOVERY_STATUS_ENABLED")
+        self.ctl("set", "recovery", "on")
+        self.assertEqual(self.call("ProcessRecoveryGet")["recovery_status"], "RECOVERY_STATUS_ENABLED")
+        self.ctl("set", "clock", "p4=1137", "core=900")
+        for arguments in (["set", "trace-level", "debug"], ["set", "statistics", "lifs", "off"],
+                          ["set", "quiesce", "off"], ["clear", "drop-stats"], ["clear", "lif-stats"]):
+            self.assertEqual(json.loads(self.ctl(*arguments, "-j").stdout), {"status": "ok"})
+
+    def test_clear_port_stats_clears_one_port(self):
+        def counts():
+            return [sum(int(entry["count"]) for entry in port["stats"]["mac_stats"])
+                    for port in self.call("PortGet")["response"][:2]]
+        first, second = counts()
+        self.ctl("clear", "port-stats", "1")
+        cleared = counts()
+        self.assertLess(cleared[0], first)
+        self.assertGreaterEqual(cleared[1], second)
+
+    def test_fields_complete_the_json_of_a_call_and_canonical_json_is_protobufs(self):
+        self.ctl("call", "flow_infoCreate", '{"request": [{"key": {"k1": 5}}]}',
+                 "request[0].flow_info_a_data.d2=0102030405060708")
+        got = json.loads(self.ctl("call", "flow_infoGet", "key[0].k1=5", "--canonical").stdout)
+        self.assertEqual(got["apiStatus"], "API_STATUS_OK")
+        self.assertEqual(got["response"][0]["spec"]["flowInfoAData"]["d2"], "AQIDBAUGBwg=")
+
+    def test_template_of_a_method_is_a_request_for_it(self):
+        result = self.ctl("describe", "LifGet", "--template", grpc=NOWHERE)
+        self.ctl("call", "LifGet", result.stdout)
+        result = self.ctl("describe", "InterfaceCreate", "--template", grpc=NOWHERE)
+        self.assertIn("# request[0].ifinfo: uplink_spec, or", result.stderr)
+
+    def complete(self, *words):
+        result = subprocess.run(["bash", "-c", COMPLETE, BIN / "nyxctl", *words], capture_output=True, text=True,
+                                timeout=PATIENCE_S, check=True)
+        self.assertEqual(result.stderr, "")
+        return result.stdout.split()
+
+    def test_completion_offers_what_can_stand_there(self):
+        for words, wanted in ((["descr"], "describe"), (["call", "flow_infoC"], "flow_infoCreate"),
+                              (["--grpc", "unix", ":", "/x", "call", "PortG"], "PortGet"),
+                              (["call", "nyx.PortSvc.PortG"], "nyx.PortSvc.PortGet"),
+                              (["list", "PortS"], "PortSvc"), (["set", "--time"], "--timeout"),
+                              (["set", "trace-level", "verb"], "verbose"), (["add", "interface", "loop"], "loopback"),
+                              (["set", "port", "1", "flag_a", "=", "y"], "yes"),
+                              (["call", "flow_infoCreate", "request[0].ke"], "request[0].key."),
+                              (["show", "table", "flow_inf"], "flow_info"),
+                              (["table", "add", "flow_info", "k1"], "k1="),
+                              (["debug", "--args", "IntrDump"], "IntrDumpArgs"), (["debug", "tabl"], "tables")):
+            self.assertEqual(self.complete(*words), [wanted])
+        self.assertNotIn("__complete", self.complete(""))
+        self.assertIn("completion", self.complete(""))
+
+    def test_manuals_name_every_command_and_have_no_faults(self):
+        manuals = [BIN.parent / "man" / name for name in ("man1/nyxctl.1", "man8/nyx-agent.8")]
+        for command in ("call", "set port", "del interface", "completion bash"):
+            self.assertIn(f".SS {command}\n", manuals[0].read_text())
+        self.assertIn("78 when the connection", manuals[0].read_text())
+        if shutil.which("groff"):
+            for manual in manuals:
+                shown = subprocess.run(["groff", "-man", "-Tutf8", "-ww", manual], capture_output=True, text=True)
+                self.assertEqual((shown.returncode, shown.stderr), (0, ""))
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -1,0 +1,164 @@
+"""Views, watch, snapshot and diff of nyxctl against an agent.
+
+usage: ctl_show_test.py FOLDER-OF-PROGRAMS [unittest options]
+"""
+
+import json
+import pathlib
+import re
+import signal
+import subprocess
+import sys
+import tempfile
+import unittest
+
+BIN = pathlib.Path(sys.argv.pop(1)).resolve()
+PATIENCE_S = 60
+VIEWS = ["ports", "port 1", "interfaces", "interface host0", "lifs", "lifs --classic", "lif 02:ac:3e:00:04:02",
+         "tables", "table flow_info k1=7", "system", "pipeline", "sessions 0 3", "heap", "slabs", "packet-buffer",
+         "switch-ports", "credits"]
+
+
+def start_agent(folder, *options):
+    process = subprocess.Popen([BIN / "nyx-agent", "--grpc", f"unix:{folder}/g.sock", "--socket", f"{folder}/s.sock",
+                                "--sysconfig", folder, *options], stdout=subprocess.PIPE, text=True)
+    process.stdout.readline()
+    return process
+
+
+def cell_text(cell):
+    if isinstance(cell, list):
+        return ",".join(map(cell_text, cell)) or "-"
+    if cell is None or isinstance(cell, bool):
+        return {None: "-", True: "yes", False: "no"}[cell]
+    text = str(cell) or "-"
+    return text[:32] if re.fullmatch("[0-9a-f]{65,}", text) else text
+
+
+class ShowTest(unittest.TestCase):
+    @classmethod
+    def setUpClass(cls):
+        cls.folder = cls.enterClassContext(tempfile.TemporaryDirectory())
+        agent = start_agent(cls.folder)
+        cls.addClassCleanup(agent.communicate)
+        cls.addClassCleanup(agent.kill)
+        entry = {"request": [{"key": {"k1": 7}, "flow_info_a_data": {"d2": "0000000000000005"}}]}
+        assert cls.ctl("call", "flow_infoCreate", json.dumps(entry)).returncode == 0
+
+    @classmethod
+    def command(cls, *words, folder=None):
+        return [BIN / "nyxctl", "--grpc", f"unix:{folder or cls.folder}/g.sock", *words]
+
+    @classmethod
+    def ctl(cls, *words, folder=None):
+        return subprocess.run(cls.command(*words, folder=folder), capture_output=True, text=True, timeout=PATIENCE_S)
+
+    def rows(self, *words):
+        result = self.ctl(*words, "-j")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        document = json.loads(result.stdout)
+        return next(iter(document.values()))
+
+    def snapshot(self, name):
+        path = f"{self.folder}/{name}"
+        result = self.ctl("snapshot", "-o", path)
+        self.assertEqual((result.returncode, result.stdout), (0, ""), result.stderr)
+        return path
+
+    def test_every_view_has_the_same_rows_as_text_and_as_json(self):
+        for view in VIEWS:
+            with self.subTest(view):
+                text = self.ctl("show", *view.split())
+                self.assertEqual((text.returncode, text.stderr), (0, ""))
+                lines = text.stdout.splitlines()
+                rows = self.rows("show", *view.split())
+                self.assertGreater(len(rows), 0)
+                self.assertEqual(len(lines), len(rows) + 1)
+                if view == "heap":  # moves between two calls
+                    continue
+                for line, row in zip(lines[1:], rows):
+                    for cell in row.values():
+                        self.assertIn(cell_text(cell), line)
+
+    def test_objects_are_found_by_what_people_call_them(self):
+        port = self.rows("show", "port", "2")
+        self.assertIn({"field": "spec.port_number", "value": 2}, port)
+        uuid = port[0]["value"]
+        self.assertEqual(self.rows("show", "port", uuid.replace("-", "").upper())[0], port[0])
+        for words, code, text in ((("port", "77"), 5, "there are 1, 2"), (("lif", "host0-li"), 5, "host0-lif"),
+                                  (("prots",), 2, "nearest: ports"), (("ports", "1"), 2, 'unexpected "1"'),
+                                  ((), 2, "views: ports"), (("table", "flow_inf"), 2, "flow_info"),
+                                  (("table", "flow_info", "k1=8"), 5, "flow_info")):
+            result = self.ctl("show", *words)
+            self.assertEqual((result.returncode, result.stdout), (code, ""), words)
+            self.assertIn(text, result.stderr)
+
+    def test_long_bytes_are_cut_for_people_alone(self):
+        text = self.ctl("show", "port", "1").stdout
+        self.assertRegex(text, r"(?m)^status\.xcvr_status\.id_data +[0-9a-f]{32}\.\.\.$")
+        data = [row["value"] for row in self.rows("show", "port", "1") if row["field"].endswith("id_data")]
+        self.assertEqual([len(text) for text in data], [512])
+
+    def test_watch_shows_rates_per_round(self):
+        result = self.ctl("watch", "table", "flow_info", "k1=7", "--rates", "--count", "2", "-n", "0.1", "-j")
+        self.assertEqual(result.returncode, 0, result.stderr)
+        first, second = map(json.loads, result.stdout.splitlines())
+        value = {row["field"]: row for row in second["fields"]}
+        self.assertEqual(value["d2"], {"field": "d2", "value": 5, "value_per_s": 0})
+        self.assertIsNone(value["k1"]["value_per_s"])
+        self.assertEqual({row["value_per_s"] for row in first["fields"]}, {None})
+        text = self.ctl("watch", "sessions", "0", "3", "--count", "2", "-n", "0.1").stdout
+        self.assertRegex(text, r"^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d  sessions 0 3\nSESSION INDEX [^\x1b]*){2}$")
+
+    def test_watch_ends_with_0_on_interrupt(self):
+        process = subprocess.Popen(self.command("watch", "ports", "-n", "100"), stdout=subprocess.PIPE, text=True)
+        self.addCleanup(process.communicate)
+        self.addCleanup(process.kill)
+        self.assertRegex(process.stdout.readline(), "ports$")
+        process.send_signal(signal.SIGINT)
+        self.assertEqual(process.wait(PATIENCE_S), 0)
+
+    def test_snapshots_differ_in_what_moved_alone(self):
+        before = self.snapshot("before")
+        document = json.loads(pathlib.Path(before).read_text())
+        self.assertEqual(list(document), sorted(document))
+        self.assertEqual(len(document["ports"]["response"]), 3)
+        result = self.ctl("diff", before, self.snapshot("same"))
+        moved = [line for line in result.stdout.splitlines() if not line.startswith(("heap.", "no differences"))]
+        self.assertEqual(moved, [])
+        self.assertEqual(self.ctl("diff", before, before).returncode, 0)
+        port = document["ports"]["response"].pop(1)
+        document["ports"]["response"][0]["status"]["if_index"] += 3
+        after = pathlib.Path(self.folder, "after")
+        after.write_text(json.dumps(document))
+        result = self.ctl("diff", before, str(after), "-j")
+        self.assertEqual(result.returncode, 1)
+        paths = {row["path"]: row["change"] for row in json.loads(result.stdout)["differences"]}
+        first = document["ports"]["response"][0]["spec"]["id"]
+        self.assertEqual(paths, {f"ports.response[{first}].status.if_index": 3,
+                                 f"ports.response[{port['spec']['id']}]": None})
+        after.write_text("{")
+        self.assertEqual(self.ctl("diff", before, str(after)).returncode, 2)
+        self.assertEqual(self.ctl("diff", before, f"{self.folder}/missing").returncode, 2)
+
+    def test_what_fails_does_not_take_the_rest_along(self):
+        with tempfile.TemporaryDirectory() as folder:
+            agent = start_agent(folder, "--fault", "debug::nyx_slab_get:code=6",
+                                "--fault", "nyx_if_read_all:code=10,after=2")
+            self.addCleanup(agent.communicate)
+            self.addCleanup(agent.kill)
+            shown = self.ctl("show", "interfaces", folder=folder)
+            self.assertEqual((shown.returncode, len(shown.stdout.splitlines())), (5, 3))
+            snapshot = self.ctl("snapshot", folder=folder)
+            self.assertEqual(snapshot.returncode, 5)
+            document = json.loads(snapshot.stdout)
+            self.assertIn("API_STATUS", document["slabs"]["error"])
+            self.assertNotEqual(document["interfaces"]["api_status"], "API_STATUS_OK")
+            self.assertNotIn("error", document["ports"])
+            agent.kill()
+            agent.wait()
+            self.assertEqual(self.ctl("snapshot", folder=folder).returncode, 3)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

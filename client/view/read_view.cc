@@ -29,13 +29,16 @@ const pb::Message &message_at(const pb::Message &message, const std::string &nam
     return field ? message.GetReflection()->GetMessage(message, field) : message;
 }
 
-// The form that ids are shown in.
-std::string handle_text(const std::string &given) {
+// An id of at least so many bytes in the form that ids are shown in, a short one followed by zeros; all else as it is.
+std::string handle_text(const std::string &given, size_t least_size) {
     std::string bytes;
     std::string error;
-    const bool is_id =
-        bytes_from_text(given, types::BYTES_TEXT_UUID, &bytes, &error) && bytes.size() == k_id_size;
-    return is_id ? bytes_to_text(bytes, types::BYTES_TEXT_UUID) : given;
+    if (!bytes_from_text(given, types::BYTES_TEXT_UUID, &bytes, &error) || bytes.size() < least_size ||
+        bytes.size() > k_id_size) {
+        return given;
+    }
+    bytes.resize(k_id_size);
+    return bytes_to_text(bytes, types::BYTES_TEXT_UUID);
 }
 
 // The texts that mean an element. Numbers of 0 and MAC addresses of 0 are no handles.
@@ -52,7 +55,7 @@ std::vector<std::string> handles_of(const element_view_s &view, const pb::Messag
 }
 
 // An id is one element's alone, whatever the names of others are.
-elements_t elements_meant(const element_view_s &view, const elements_t &elements, const std::string &handle) {
+elements_t elements_with(const element_view_s &view, const elements_t &elements, const std::string &handle) {
     elements_t found;
     for (const pb::Message *element : elements) {
         const auto handles = handles_of(view, *element);
@@ -64,6 +67,12 @@ elements_t elements_meant(const element_view_s &view, const elements_t &elements
         }
     }
     return found;
+}
+
+// A name that is also hex digits is rather a name than a short id.
+elements_t elements_meant(const element_view_s &view, const elements_t &elements, const std::string &given) {
+    const elements_t found = elements_with(view, elements, handle_text(given, k_id_size));
+    return found.empty() ? elements_with(view, elements, handle_text(given, 1)) : found;
 }
 
 // "1, 2" of ports: the handle behind the id, or the id where there is none.
@@ -162,7 +171,7 @@ outcome_s read_element_view(const global_options_s &global, const element_view_s
         return outcome;
     }
     const elements_t elements = elements_at(*response, "response");
-    const elements_t found = elements_meant(view, elements, handle_text(given));
+    const elements_t found = elements_meant(view, elements, given);
     if (found.size() != 1) {
         const auto refuse = found.empty() ? unknown_element : ambiguous_element;
         return outcome.ok() ? refuse(view, found.empty() ? elements : found, given) : outcome;

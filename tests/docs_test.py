@@ -1,7 +1,7 @@
-"""The examples of docs/clients.md, run in their order as a reader would.
+"""The examples of the documentation, run in their order as a reader would.
 
-A block of the language sh, python or cpp is run (cpp: saved as example.cc); a block of text behind it must stand in what
-it printed, line by line and in order.
+docs/clients.md: a block of the language sh, python or cpp is run (cpp: saved as example.cc); a block of text behind it
+must stand in what it printed. README.md: what is shown below a "$ nyxctl" must be all that the command prints.
 
 usage: docs_test.py REPOSITORY BUILD-FOLDER PYTHON [unittest options]
 """
@@ -52,6 +52,13 @@ class DocsTest(unittest.TestCase):
                 self.assertIn(text, printed)
             else:
                 printed = self.run_block(language, text)
+
+    def test_first_screen_shows_what_commands_print(self):
+        screen = (ROOT / "README.md").read_text(encoding="utf-8").split("## You are")[0]
+        shown = re.findall(r"^\$ (nyxctl .*)\n((?:(?!\$ |```).*\n)*)", screen, re.MULTILINE)
+        self.assertGreater(len(shown), 3)
+        for command, text in shown:
+            self.assertEqual(self.run_block("sh", command + " 2>&1 || true").strip(), text.strip(), command)
 
 
 if __name__ == "__main__":

@@ -62,8 +62,8 @@ void add_elements(CLI::App *parent, const request_t &request) {
         command->add_option("ID", request->name, "Its id, or what people call it")->required();
         command->callback([request, chosen = &view] {
             request->words = chosen->name + (" " + request->name);
-            request->read = [request, chosen](const global_options_s &global, shown_s *shown) {
-                return read_element_view(global, *chosen, request->name, shown);
+            request->read = [name = request->name, chosen](const global_options_s &global, shown_s *shown) {
+                return read_element_view(global, *chosen, name, shown);
             };
         });
     }
@@ -99,8 +99,9 @@ void add_tables(CLI::App *parent, const request_t &request) {
         ->type_name("key=value");
     table->callback([request] {
         request->words = "table " + request->name;
-        request->read = [request](const global_options_s &global, shown_s *shown) {
-            return read_table_view(global, request->name, request->key_words, shown);
+        request->read = [name = request->name, keys = request->key_words](const global_options_s &global,
+                                                                          shown_s *shown) {
+            return read_table_view(global, name, keys, shown);
         };
     });
 }

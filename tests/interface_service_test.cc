@@ -10,7 +10,6 @@
 #include "svc/host_if_mac.h"
 #include "svc/interface.h"
 #include "tests/card_fixture.h"
-#include "tests/trace_capture.h"
 
 namespace {
 
@@ -41,7 +40,10 @@ Request with_batch(uint64_t batch) {
 
 class interface_service : public test::card_service<nyx::IfSvc, IfSvcImpl> {
  protected:
-    interface_service() { g_host_if_mac_file = folder_ / "mac.json"; }
+    interface_service() {
+        g_host_if_mac_file = folder_ / "mac.json";
+        trace_.log().trace_level = 1;
+    }
 
     // Make one call each, and give the response's statuses.
     statuses create(const std::vector<std::string> &ids, uint64_t batch = 0) {
@@ -92,7 +94,6 @@ class interface_service : public test::card_service<nyx::IfSvc, IfSvcImpl> {
     }
 
     test::temporary_folder folder_;
-    test::trace_capture trace_{1};
 
  private:
     statuses write(const std::string &operation, const std::vector<std::string> &ids, int state,
@@ -239,11 +240,11 @@ TEST_P(failing_platform, CallersBatchKeepsTheEntriesBefore) {
 
 TEST_F(interface_service, DeleteAnswersOneStatusPerId_WhenOneIsUnknown) {
     create({k_ids[0], k_ids[2]});
-    test::trace_capture trace(4);
-    trace.log().logger()->set_level(spdlog::level::debug);
+    trace_.log().trace_level = 4;
+    trace_.log().logger()->set_level(spdlog::level::debug);
     EXPECT_THAT(remove(k_ids), ElementsAre(5, 5, 5));
     EXPECT_THAT(loopbacks(), ElementsAre(k_ids[0], k_ids[2]));
-    EXPECT_THAT(trace.messages(),
+    EXPECT_THAT(trace_.messages(),
                 ElementsAre("Deleting interface " + key_text('A'), "Deleting interface " + key_text('B'),
                             "Failed to delete interface " + key_text('B') + ", interface not found"));
 }

@@ -108,37 +108,52 @@ host_if_mac_s to_change(const char *name, const unsigned char *mac) {
             .mac = removes ? "" : macaddr2str(mac, false)};
 }
 
-pt::ptree element(const std::string &name, const std::string &mac) {
-    pt::ptree tree;
-    tree.put("name", name);
-    tree.put("mac", mac);
-    return tree;
+std::string member_of(const pt::ptree &record, const char *member, const char *if_missing) {
+    const auto found = record.find(member);
+    return found == record.not_found() ? if_missing : found->second.data();
 }
 
-// Appends the records of a list with the change made in it; true when the changed name was there.
-bool append_changed(pt::ptree &records, const pt::ptree &list, const host_if_mac_s &change) {
+// Makes a record hold these two members and no other. In place where it can be: building trees costs more than all else.
+void set_record(pt::ptree &record, const std::string &name, const std::string &mac) {
+    const bool in_place = record.size() == 2 && record.front().first == "name" &&
+                          record.back().first == "mac" && record.front().second.empty() &&
+                          record.back().second.empty();
+    if (!in_place) {
+        pt::ptree fresh;
+        fresh.push_back({"name", {}});
+        fresh.push_back({"mac", {}});
+        record.swap(fresh);
+    }
+    record.front().second.data() = name;
+    record.back().second.data() = mac;
+}
+
+// Moves the records of a list to `records` with the change made in them; true when the changed name was there.
+bool append_changed(pt::ptree &records, pt::ptree &list, const host_if_mac_s &change) {
     bool found = false;
-    for (const auto &[key, record] : list) {
-        const auto name = record.get<std::string>("name", k_no_name);
-        if (name != change.name) {
-            records.push_back({"", element(name, record.get<std::string>("mac", k_no_mac))});
+    for (auto &[key, record] : list) {
+        const std::string name = member_of(record, "name", k_no_name);
+        const bool changes = name == change.name;
+        found = found || changes;
+        if (changes && change.mac.empty()) {
             continue;
         }
-        found = true;
-        if (!change.mac.empty()) {
-            records.push_back({"", element(change.name, change.mac)});
-        }
+        pt::ptree &kept = records.push_back({"", {}})->second;
+        kept.swap(record);
+        set_record(kept, name, changes ? change.mac : member_of(kept, "mac", k_no_mac));
     }
     return found;
 }
 
-// The records of the file with the change made in them. A missing or broken file counts as one without records, and
-// `error` says what is wrong with it.
-pt::ptree changed_records(const fs::path &path, const host_if_mac_s &change, std::string *error) {
-    pt::ptree records;
+// What the file is to hold: its records with the change made in them. A missing or broken file counts as one without
+// records, and `error` says what is wrong with it.
+pt::ptree changed_file(const fs::path &path, const host_if_mac_s &change, std::string *error) {
+    pt::ptree tree;
+    pt::ptree &records = tree.add_child(k_list, {});
     bool found = false;
     try {
-        found = append_changed(records, base::read_json_file(path).get_child(k_list), change);
+        pt::ptree file = base::read_json_file(path);
+        found = append_changed(records, file.get_child(k_list), change);
     } catch (const std::exception &exception) {
         if (!is_no_such_file(exception)) {
             throw;
@@ -146,9 +161,9 @@ pt::ptree changed_records(const fs::path &path, const host_if_mac_s &change, std
         *error = exception.what();
     }
     if (!found && !change.mac.empty()) {
-        records.push_back({"", element(change.name, change.mac)});
+        set_record(records.push_back({"", {}})->second, change.name, change.mac);
     }
-    return records;
+    return tree;
 }
 
 void write_whole(int fd, std::string_view text, const std::string &path) {
@@ -179,8 +194,12 @@ mode_t mode_for(const fs::path &path) {
 void replace(const fs::path &path, std::string_view text) {
     const mode_t mode = mode_for(path);
     const std::string fresh = path.string() + ".new";
-    unlink(fresh.c_str());
-    base::unique_fd file(open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode));
+    const auto create = [&] { return open(fresh.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, mode); };
+    base::unique_fd file(create());
+    if (!file.valid() && errno == EEXIST &&
+        unlink(fresh.c_str()) == 0) {  // left behind by one that was killed
+        file.reset(create());
+    }
     if (!file.valid()) {
         fail(errno, fresh);
     }
@@ -196,9 +215,7 @@ void replace(const fs::path &path, std::string_view text) {
     }
 }
 
-std::string to_json(const pt::ptree &records) {
-    pt::ptree tree;
-    tree.add_child(k_list, records);
+std::string to_json(const pt::ptree &tree) {
     std::ostringstream text;
     pt::write_json(text, tree);
     if (text.view().size() > base::k_max_json_size) {
@@ -217,7 +234,7 @@ sdk::sdk_ret_t host_if_mac_update(char *name, unsigned char *mac) {
         const fs::path path = real_path();
         const file_lock lock(path);
         std::string broken;
-        const std::string text = to_json(changed_records(path, to_change(name, mac), &broken));
+        const std::string text = to_json(changed_file(path, to_change(name, mac), &broken));
         if (!broken.empty()) {
             std::cerr << broken << std::endl;
             SVC_TRACE_ERR("Error updating %s");

@@ -8,7 +8,6 @@
 #include <iterator>
 #include <optional>
 #include <string>
-#include <string_view>
 #include <tuple>
 
 #include "svc/common/converters.h"
@@ -72,13 +71,20 @@ class number_text {
             *--first = static_cast<char>('0' + number % 10);
             number /= 10;
         } while (number || std::end(digits) - first < width);
-        return append({first, std::end(digits)});
+        while (first != std::end(digits)) {
+            put(*first++);
+        }
+        return *this;
     }
 
-    number_text &append(std::string_view text) {
-        text = text.substr(0, sizeof(text_) - size_);
-        memcpy(text_ + size_, text.data(), text.size());
-        size_ += text.size();
+    number_text &two_digits(int number) {
+        return put(static_cast<char>('0' + number / 10)).put(static_cast<char>('0' + number % 10));
+    }
+
+    number_text &put(char c) {
+        if (size_ < sizeof(text_)) {
+            text_[size_++] = c;
+        }
         return *this;
     }
 
@@ -98,12 +104,14 @@ std::string timestamp_text(const link_event_time_s &time) {
     }
     number_text text;
     text.number(static_cast<uint64_t>(local.tm_year + 1900L));
-    text.append("-").number(static_cast<uint64_t>(local.tm_mon + 1), 2);
-    text.append("-").number(static_cast<uint64_t>(local.tm_mday), 2);
-    text.append(" ").number(static_cast<uint64_t>(local.tm_hour), 2);
-    text.append(":").number(static_cast<uint64_t>(local.tm_min), 2);
-    text.append(":").number(static_cast<uint64_t>(local.tm_sec), 2);
-    text.append(".").number(static_cast<uint64_t>(time.nanoseconds / k_nanoseconds_per_millisecond));
+    text.put('-').two_digits(local.tm_mon + 1).put('-').two_digits(local.tm_mday);
+    text.put(' ')
+        .two_digits(local.tm_hour)
+        .put(':')
+        .two_digits(local.tm_min)
+        .put(':')
+        .two_digits(local.tm_sec);
+    text.put('.').number(static_cast<uint64_t>(time.nanoseconds / k_nanoseconds_per_millisecond));
     return text.str();
 }
 
@@ -120,7 +128,7 @@ std::string elapsed_text(const link_event_time_s &time, const link_event_time_s 
         nanoseconds = static_cast<uint64_t>(time.nanoseconds) - static_cast<uint64_t>(previous.nanoseconds) +
                       borrows * k_nanoseconds_per_second;
     }
-    return number_text().number(seconds).append(".").number(nanoseconds, 9).str();
+    return number_text().number(seconds).put('.').number(nanoseconds, 9).str();
 }
 
 }  // namespace

@@ -44,6 +44,11 @@ outcome_s change(const global_options_s &global, const std::string &name, const 
     return outcome.ok() && global.json ? write_stdout("{\"status\": \"ok\"}\n") : outcome;
 }
 
+outcome_s with_subject(const std::string &subject, outcome_s outcome) {
+    outcome.text = subject + ": " + outcome.text;
+    return outcome;
+}
+
 outcome_s set_fields(std::span<pb::Message *const> messages, words_t words) {
     for (const std::string &word : words) {
         if (outcome_s outcome = set_field(messages, word); !outcome.ok()) {
@@ -79,7 +84,15 @@ outcome_s unknown_port(const std::string &port, const nyx::PortGetResponse &port
     return {NYXCTL_EXIT_API_STATUS, "port " + port + ": no such port; the agent has " + numbers};
 }
 
+// An unset variable of a script must not mean the object with the all-zero id.
+outcome_s refuse_empty(words_t ids) {
+    return std::ranges::count(ids, "") ? usage_failure("\"\" is no id") : outcome_s();
+}
+
 outcome_s read_port(const global_options_s &global, const std::string &port, nyx::PortSpec *spec) {
+    if (outcome_s outcome = refuse_empty({&port, 1}); !outcome.ok()) {
+        return outcome;
+    }
     uint32_t number = 0;
     const char *end = port.data() + port.size();
     const bool is_number = port.size() <= k_port_number_digits && !port.empty() &&
@@ -194,6 +207,9 @@ outcome_s clear_port_stats(const global_options_s &global, words_t port) {
 }
 
 outcome_s clear_lif_stats(const global_options_s &global, words_t ids) {
+    if (outcome_s outcome = refuse_empty(ids); !outcome.ok()) {
+        return outcome;
+    }
     types::Id id;
     if (!ids.empty()) {
         const std::string word = "id=" + ids.front();
@@ -230,10 +246,24 @@ outcome_s write_interface(const global_options_s &global, const std::string &met
     nyx::InterfaceSpec *spec = request.add_request();
     pb::Message *const messages[] = {spec, spec->GetReflection()->MutableMessage(spec, field)};
     outcome_s outcome = set_fields(messages, words);
-    return outcome.ok() ? change(global, method, request) : outcome;
+    if (outcome.ok() && spec->id().empty() && !spec->has_host_if_spec()) {
+        outcome = usage_failure("interface " + kind + ": it needs an id; give id=UUID or id=HEX");
+    }
+    if (outcome.ok()) {
+        outcome = change(global, method, request);
+    }
+    return outcome.exit_code == NYXCTL_EXIT_API_STATUS
+               ? with_subject(
+                     "interface " +
+                         people_value(*spec, spec->GetDescriptor()->FindFieldByName("id")).get<std::string>(),
+                     std::move(outcome))
+               : outcome;
 }
 
 outcome_s delete_interfaces(const global_options_s &global, words_t ids) {
+    if (outcome_s outcome = refuse_empty(ids); !outcome.ok()) {
+        return outcome;
+    }
     nyx::InterfaceDeleteRequest request;
     for (const std::string &text : ids) {
         types::Id id;  // checked one by one: the service takes a longer id as the all-zero one

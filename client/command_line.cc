@@ -25,6 +25,11 @@ constexpr double k_timeout_seconds_max = 1e6;
 constexpr char k_footer[] = R"(Options may stand before or after the command.
 
 Examples:
+  nyxctl status
+  nyxctl show ports
+  nyxctl watch sessions 0 100 --rates
+  nyxctl table add registered_mac k1=00:1a:2b:3c:4d:5e k2=100 d1=1
+  nyxctl set port 1 number_a=1500
   nyxctl list
   nyxctl describe flowCreate
   nyxctl call flowGet '{"key": [{"k1": "2001:db8::1", "k13": "2001:db8::2"}]}'
@@ -33,7 +38,8 @@ Examples:
 
 Exit codes:
   0   done
-  1   local failure: a file, the output, or the agent closed without an answer
+  1   local failure: a file, the output, or the agent closed without an answer; diff: the files
+      differ; status: something is degraded
   2   wrong command line or JSON; nothing was sent
   3   no agent reachable; nothing was sent
   4   no answer within --timeout
@@ -204,7 +210,9 @@ outcome_s parse_error(const CLI::App &app, const CLI::ParseError &error) {
 
 outcome_s run_command_line(int argc, char **argv) {
     command_line_s line;
-    CLI::App app("Client of the dataplane agent: any gRPC method with JSON, and debug commands.", "nyxctl");
+    CLI::App app(
+        "Client of the dataplane agent: what it has, what it can be told, any gRPC method, debug commands.",
+        "nyxctl");
     app.set_version_flag("--version", std::string("nyxctl ") + NYX_VERSION);
     app.footer(k_footer);
     app.require_subcommand(1);

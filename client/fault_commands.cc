@@ -26,7 +26,8 @@ constexpr char k_footer[] = R"(Examples:
 constexpr char k_add_footer[] =
     R"(SPEC is OPERATION:code=CODE or OPERATION:delay=MS, and limits, divided by commas:
   key=HEX           only calls for objects whose key starts with these bytes
-  after=N           not the first N calls: a walk breaks after N records
+  after=N           not the first N calls
+  walk=M            of a walk: each one breaks after M records
   nth=N             only the N-th call
   every=N           every N-th call
   chance=PERCENT    at random, the same calls in every run; seed=S (default 1) makes it others
@@ -38,7 +39,7 @@ it is removed.
 Examples:
   nyxctl fault add nyx_tbl_flow_create:code=SDK_RET_RETRY_OPERATION,chance=20,seed=7
   nyxctl fault add nyx_tbl_flow_create:full=1000
-  nyxctl fault add nyx_if_read_all:code=10,after=2
+  nyxctl fault add nyx_if_read_all:code=10,walk=2
   nyxctl fault add debug::nyx_handle_cmd:delay=300)";
 
 constexpr char k_list_footer[] =

@@ -20,6 +20,7 @@ namespace pb = google::protobuf;
 namespace nyxctl {
 namespace {
 
+using system_time_t = std::chrono::system_clock::time_point;
 using stub_t = grpc::TemplatedGenericStub<pb::Message, pb::Message>;
 
 constexpr std::array<std::string_view, 17> k_status_names = {
@@ -101,17 +102,20 @@ std::string address_hint(const global_options_s &options) {
                                     "that it uses TLS with these certificates";
 }
 
+outcome_s unreachable(const global_options_s &options, const std::string &path, const std::string &why) {
+    return {NYXCTL_EXIT_UNREACHABLE,
+            path + ": no agent reachable at " + options.grpc + ": " + why + "; " + address_hint(options)};
+}
+
 outcome_s failure(const global_options_s &options, const std::string &path, const grpc::Status &status,
                   bool connected) {
     const std::string message = status.error_message().empty() ? "no text given" : status.error_message();
     if (status.error_code() == grpc::StatusCode::UNAVAILABLE && !connected) {
-        return {NYXCTL_EXIT_UNREACHABLE, path + ": no agent reachable at " + options.grpc + ": " + message +
-                                             "; " + address_hint(options)};
+        return unreachable(options, path, message);
     }
     if (status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED) {
-        const std::string what = connected ? "no answer from " : "no connection to ";
-        return {NYXCTL_EXIT_DEADLINE, path + ": " + what + options.grpc + " within " + timeout_text(options) +
-                                          (connected ? "; raise --timeout" : "; " + address_hint(options))};
+        return {NYXCTL_EXIT_DEADLINE, path + ": no answer from " + options.grpc + " within " +
+                                          timeout_text(options) + "; raise --timeout"};
     }
     if (status.error_code() == grpc::StatusCode::UNAVAILABLE) {
         return {NYXCTL_EXIT_GRPC_BASE + static_cast<int>(status.error_code()),
@@ -123,10 +127,9 @@ outcome_s failure(const global_options_s &options, const std::string &path, cons
 }
 
 grpc::Status call_and_wait(const std::shared_ptr<grpc::Channel> &channel, const std::string &path,
-                           const global_options_s &options, const pb::Message &request,
-                           pb::Message *response) {
+                           system_time_t deadline, const pb::Message &request, pb::Message *response) {
     grpc::ClientContext context;
-    context.set_deadline(std::chrono::system_clock::now() + options.timeout());
+    context.set_deadline(deadline);
     grpc::CompletionQueue queue;
     stub_t stub(channel);
     const auto call = stub.PrepareUnaryCall(&context, "/" + path, request, &queue);
@@ -139,16 +142,14 @@ grpc::Status call_and_wait(const std::shared_ptr<grpc::Channel> &channel, const 
     return status;
 }
 
-// False at the first attempt that fails; the call itself then fails at once, and tells why.
-bool wait_until_connected(grpc::Channel *channel, const global_options_s &options) {
-    const auto deadline = std::chrono::system_clock::now() + options.timeout();
+// Ready; or in failure after the first attempt that failed, when the call itself fails at once and tells why; or still
+// connecting at the deadline.
+grpc_connectivity_state wait_until_connected(grpc::Channel *channel, system_time_t deadline) {
     for (;;) {
         const grpc_connectivity_state state = channel->GetState(true);
-        if (state == GRPC_CHANNEL_READY || state == GRPC_CHANNEL_TRANSIENT_FAILURE) {
-            return state == GRPC_CHANNEL_READY;
-        }
-        if (!channel->WaitForStateChange(state, deadline)) {
-            return false;
+        if (state == GRPC_CHANNEL_READY || state == GRPC_CHANNEL_TRANSIENT_FAILURE ||
+            !channel->WaitForStateChange(state, deadline)) {
+            return state;
         }
     }
 }
@@ -174,12 +175,13 @@ outcome_s grpc_call(const global_options_s &options, const pb::MethodDescriptor 
     if (outcome_s outcome = grpc_channel(options, &channel); !outcome.ok()) {
         return outcome;
     }
-    const bool connected = wait_until_connected(channel.get(), options);
-    const grpc::Status status = call_and_wait(channel, path, options, request, response);
-    if (status.ok()) {
-        return {};
+    const system_time_t deadline = std::chrono::system_clock::now() + options.timeout();
+    const auto state = wait_until_connected(channel.get(), deadline);
+    if (state != GRPC_CHANNEL_READY && state != GRPC_CHANNEL_TRANSIENT_FAILURE) {
+        return unreachable(options, path, "no connection within " + timeout_text(options));
     }
-    return failure(options, path, status, connected);
+    const grpc::Status status = call_and_wait(channel, path, deadline, request, response);
+    return status.ok() ? outcome_s() : failure(options, path, status, state == GRPC_CHANNEL_READY);
 }
 
 }  // namespace nyxctl

@@ -3,12 +3,11 @@
 #include <algorithm>
 #include <csignal>
 #include <exception>
-#include <iostream>
 #include <string_view>
 
 #include "base/standard_descriptors.h"
 #include "client/command_line.h"
-#include "client/json_dom.h"
+#include "client/text_io.h"
 
 namespace {
 
@@ -32,11 +31,6 @@ int main(int argc, char **argv) {
     std::signal(SIGPIPE, SIG_IGN);
     base::occupy_standard_descriptors();
     const nyxctl::outcome_s outcome = run(argc, argv);
-    if (!outcome.ok() && wants_json(argc, argv)) {
-        std::cerr << nyxctl::dump_json({{"exit_code", outcome.exit_code}, {"error", outcome.text}})
-                  << std::endl;
-    } else if (!outcome.text.empty()) {
-        std::cerr << "nyxctl: " << outcome.text << std::endl;
-    }
+    nyxctl::print_failure(outcome, wants_json(argc, argv));
     return outcome.exit_code;
 }

@@ -8,12 +8,6 @@ namespace {
 
 constexpr size_t k_gap = 2;
 
-std::string without_controls(std::string text) {
-    std::ranges::replace_if(
-        text, [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return text;
-}
-
 std::string list_text(const json_t &list) {
     std::string text;
     for (const json_t &element : list) {
@@ -66,6 +60,12 @@ std::string line_of(const std::vector<column_s> &columns, size_t index) {
 }
 
 }  // namespace
+
+std::string without_controls(std::string text) {
+    std::ranges::replace_if(
+        text, [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
+    return text;
+}
 
 std::string cell_text(const json_t &cell) {
     if (cell.is_null()) return "-";

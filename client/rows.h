@@ -22,6 +22,9 @@ std::string rows_to_text(const rows_s &rows);
 // {"ports": [{"id": ..., ...}, ...]}, also without rows.
 json_t rows_to_json(const rows_s &rows);
 
+// Control characters become '?': foreign texts with them could move the cursor, or pretend to be other lines.
+std::string without_controls(std::string text);
+
 // A cell as people read it: texts and numbers as they are, "yes" and "no", "-" for null and for an empty text, lists
 // divided by commas. Control characters of foreign texts become '?', so that they can't reach the terminal.
 std::string cell_text(const json_t &cell);

@@ -4,8 +4,11 @@
 
 #include <cerrno>
 #include <cstring>
+#include <iostream>
 
 #include "base/unique_fd.h"
+#include "client/json_dom.h"
+#include "client/rows.h"
 
 namespace nyxctl {
 namespace {
@@ -60,10 +63,18 @@ outcome_s write_stdout(std::string_view text) {
         if (written >= 0) {
             text.remove_prefix(written);
         } else if (errno != EINTR) {
-            return local_failure("cannot write to stdout: " + errno_text());
+            return local_failure(errno == EPIPE ? "" : "cannot write to stdout: " + errno_text());
         }
     }
     return {};
+}
+
+void print_failure(const outcome_s &outcome, bool json) {
+    if (!outcome.ok() && json) {
+        std::cerr << dump_json({{"exit_code", outcome.exit_code}, {"error", outcome.text}}) << std::endl;
+    } else if (!outcome.text.empty()) {
+        std::cerr << "nyxctl: " << without_controls(outcome.text) << std::endl;
+    }
 }
 
 }  // namespace nyxctl

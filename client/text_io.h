@@ -16,7 +16,11 @@ outcome_s read_argument(const std::string &argument, std::string *text);
 // Sets `text` to the file.
 outcome_s read_file(const std::string &path, std::string *text);
 
-// Writes everything to stdout, unbuffered, or says why not.
+// Writes everything to stdout, unbuffered, or says why not. A reader that has left is a failure without a text.
 outcome_s write_stdout(std::string_view text);
+
+// Tells people of a failure on stderr, or scripts with one JSON object; nothing of a success. Texts of others in it can
+// neither start a line nor reach the terminal as commands.
+void print_failure(const outcome_s &outcome, bool json);
 
 }  // namespace nyxctl

@@ -17,13 +17,14 @@ Faults, to rehearse failures (may be given more than once):
 Without limits every call is struck. Limits count calls of the operation; a walk over objects counts as
 one call for each object:
   key=HEX           only calls for objects whose key starts with these bytes
-  after=N           not the first N calls: a walk breaks after N records
+  after=N           not the first N calls
+  walk=M            of a walk: each one breaks after M records
   nth=N             only the N-th call
   every=N           every N-th call
   chance=PERCENT    at random, the same calls in every run; seed=S (default 1) makes it others
   full=N            nyx_tbl_<table>_create alone: fails while the table has N or more entries, with
                     SDK_RET_RESOURCE_EXHAUSTION unless code= says otherwise
-Of nth, every, chance and full there can be one; nth and full go with no after, full with code alone.
+Of nth, every, chance, walk and full there can be one; nth and full go with no after, full with code alone.
 
 Examples:
   --fault nyx_tbl_flow_create:code=6              every flowCreate entry fails with code 6
@@ -32,7 +33,7 @@ Examples:
   --fault nyx_tbl_flow_create:full=1000           a table that is full at 1000 entries
   --fault nyx_tbl_flow_info_read:code=4,key=07    reads of keys that start with byte 07
   --fault debug::nyx_handle_cmd:delay=300,every=2 every second debug command takes 300 ms longer
-  --fault nyx_if_read_all:code=10,after=2         a walk over all interfaces breaks after two
+  --fault nyx_if_read_all:code=10,walk=2          a walk over all interfaces breaks after two
   --fault nyx_flow_summary_get:code=3             a device mode without a flow summary
 
 While the agent runs:

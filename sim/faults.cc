@@ -86,11 +86,12 @@ bool starts_with(std::span<const uint8_t> key, const std::vector<uint8_t> &start
 }
 
 // Whether the call that was counted last is within the limits.
-bool is_due(active_s &active) {
+bool is_due(active_s &active, std::optional<uint64_t> record) {
     const fault_s &fault = active.fault;
     const uint64_t spared = fault.after.value_or(0);
     if (active.calls <= spared) return false;
     if (fault.nth) return active.calls == *fault.nth;
+    if (fault.walk) return record == fault.walk;
     if (fault.every) return (active.calls - spared) % *fault.every == 0;
     return !fault.chance || active.random() % 100 < *fault.chance;
 }
@@ -100,12 +101,13 @@ bool count_strike(active_s &active, bool struck) {
     return struck;
 }
 
-bool strikes(active_s &active, std::string_view operation, std::span<const uint8_t> key) {
+bool strikes(active_s &active, std::string_view operation, std::span<const uint8_t> key,
+             std::optional<uint64_t> record) {
     if (active.fault.full || active.fault.operation != operation || !starts_with(key, active.fault.key)) {
         return false;
     }
     active.calls++;
-    return count_strike(active, is_due(active));
+    return count_strike(active, is_due(active, record));
 }
 
 armed_fault_s to_armed(const active_s &active) {
@@ -171,13 +173,14 @@ std::vector<std::string> fault_operations() {
 
 bool faults_armed() { return g_armed; }
 
-sdk::sdk_ret_t injected_fault(std::string_view operation, std::span<const uint8_t> key) {
+sdk::sdk_ret_t injected_fault(std::string_view operation, std::span<const uint8_t> key,
+                              std::optional<uint64_t> record) {
     uint64_t delay_ms = 0;
     sdk::sdk_ret_t code = sdk::SDK_RET_OK;
     {
         std::lock_guard guard(g_lock);
         for (auto &active : g_faults) {
-            if (strikes(active, operation, key)) {
+            if (strikes(active, operation, key, record)) {
                 delay_ms += active.fault.delay_ms.value_or(0);
                 code = code ? code : active.fault.code;
             }

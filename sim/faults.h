@@ -10,12 +10,14 @@
 //     nth=N                 only the N-th call
 //     every=N               every N-th call, with after= of those behind it
 //     chance=PERCENT        at random; seed=S (default 1) makes it the same calls in every run
+//     walk=M                only of a walk: each one breaks after M records
 //     full=N                only nyx_tbl_<table>_create: fails while the table has N or more entries, by default with
 //                           SDK_RET_RESOURCE_EXHAUSTION
-// Of nth=, every=, chance= and full= there can be one; nth= and full= go with no after=, full= with code= alone.
+// Of nth=, every=, chance=, walk= and full= there can be one; nth= and full= go with no after=, full= with code= alone. A
+// delay is an hour at most.
 //
-// A walk over objects asks once before each object, so that nth= and key= let it fail halfway and after=M lets it
-// break after M records; a walk over nothing counts as one call. Any thread.
+// A walk over objects asks once before each object, so that nth=, after= and key= let it fail halfway too; a walk over
+// nothing counts as one call. Any thread.
 
 #pragma once
 
@@ -36,7 +38,7 @@ struct fault_s {
     std::string operation;
     sdk::sdk_ret_t code = sdk::SDK_RET_OK;
     std::optional<uint64_t> delay_ms;
-    std::optional<uint64_t> after, nth, every, full, chance, seed;  // above
+    std::optional<uint64_t> after, nth, every, walk, full, chance, seed;  // above
     std::vector<uint8_t> key;
 };
 
@@ -71,25 +73,28 @@ std::string table_operation(std::string_view table, std::string_view operation);
 bool faults_armed();
 
 // To be called once by each operation that begins: waits where a delay asks for it, and returns the code to
-// fail with, or SDK_RET_OK.
-sdk::sdk_ret_t injected_fault(std::string_view operation, std::span<const uint8_t> key = {});
+// fail with, or SDK_RET_OK. `record`: of a walk, how many records it has visited.
+sdk::sdk_ret_t injected_fault(std::string_view operation, std::span<const uint8_t> key = {},
+                              std::optional<uint64_t> record = {});
 
 // The same for full=, without waiting: to be called while the table is locked, which has `entries` entries.
 sdk::sdk_ret_t full_table_fault(std::string_view operation, size_t entries);
 
 // The same as injected_fault(), free while there is no fault.
-inline sdk::sdk_ret_t fault(std::string_view operation, std::span<const uint8_t> key = {}) {
-    return faults_armed() ? injected_fault(operation, key) : sdk::SDK_RET_OK;
+inline sdk::sdk_ret_t fault(std::string_view operation, std::span<const uint8_t> key = {},
+                            std::optional<uint64_t> record = {}) {
+    return faults_armed() ? injected_fault(operation, key, record) : sdk::SDK_RET_OK;
 }
 
 // Visits records up to the first fault. `key_of` gives the key bytes of a record, for faults limited to a key.
 template <class Records, class KeyOf, class Visit>
 sdk::sdk_ret_t walk(std::string_view operation, Records &&records, KeyOf key_of, Visit visit) {
     if (records.empty()) {
-        return fault(operation);
+        return fault(operation, {}, 0);
     }
+    uint64_t visited = 0;
     for (auto &record : records) {
-        if (const auto ret = fault(operation, key_of(record))) {
+        if (const auto ret = fault(operation, key_of(record), visited++)) {
             return ret;
         }
         visit(record);

@@ -45,6 +45,32 @@ std::optional<sdk::sdk_ret_t> to_code(std::string_view text) {
                : std::nullopt;
 }
 
+std::string nearest(const std::string &given, const std::vector<std::string> &names) {
+    constexpr size_t k_suggestions = 4;
+    std::vector<std::pair<size_t, std::string>> found;
+    for (const auto &operation : names) {
+        const bool contained = given.size() >= 3 && operation.find(given) != operation.npos;
+        const size_t distance = contained ? 1 : base::edit_distance(given, operation);
+        if (distance <= given.size() / 4 + 1) {
+            found.emplace_back(distance, operation);
+        }
+    }
+    std::ranges::sort(found);
+    std::string text;
+    for (size_t i = 0; i < std::min(found.size(), k_suggestions); i++) {
+        text += (i == 0 ? "; nearest: " : ", ") + found[i].second;
+    }
+    return text;
+}
+
+std::string nearest_code(std::string_view given) {
+    std::vector<std::string> names;
+#define SDK_RET_NAME(name, value, description) names.push_back(#name);
+    SDK_RET_CODES(SDK_RET_NAME)
+#undef SDK_RET_NAME
+    return nearest(std::string(given), names);
+}
+
 std::optional<std::vector<uint8_t>> to_bytes(std::string_view hex) {
     std::vector<uint8_t> bytes;
     for (size_t i = 0; i + 1 < hex.size(); i += 2) {
@@ -63,11 +89,13 @@ struct number_setting_s {
     uint64_t lowest, highest;
 };
 
+constexpr uint64_t k_max_delay_ms = 3'600'000;  // a stuck operation can't be woken
+
 constexpr number_setting_s k_number_settings[] = {
-    {"after", &fault_s::after, 1, k_max_number},    {"chance", &fault_s::chance, 1, 100},
-    {"delay", &fault_s::delay_ms, 1, k_max_number}, {"every", &fault_s::every, 1, k_max_number},
-    {"full", &fault_s::full, 1, k_max_number},      {"nth", &fault_s::nth, 1, k_max_number},
-    {"seed", &fault_s::seed, 0, k_max_number},
+    {"after", &fault_s::after, 1, k_max_number},      {"chance", &fault_s::chance, 1, 100},
+    {"delay", &fault_s::delay_ms, 1, k_max_delay_ms}, {"every", &fault_s::every, 1, k_max_number},
+    {"full", &fault_s::full, 1, k_max_number},        {"nth", &fault_s::nth, 1, k_max_number},
+    {"seed", &fault_s::seed, 0, k_max_number},        {"walk", &fault_s::walk, 0, k_max_number},
 };
 
 std::string allowed_settings() {
@@ -95,7 +123,8 @@ void parse_setting(std::string_view text, std::string_view setting, fault_s *fau
     const auto *numeric = std::ranges::find(k_number_settings, name, &number_setting_s::name);
     if (name == "code") {
         fault->code =
-            value_or_refuse(to_code(value), text, "code must be a return code above 0, a number or a name");
+            value_or_refuse(to_code(value), text,
+                            "code must be a return code above 0, a number or a name" + nearest_code(value));
     } else if (name == "key") {
         fault->key = value_or_refuse(to_bytes(value), text, "key must be pairs of hexadecimal digits");
     } else if (numeric != std::end(k_number_settings)) {
@@ -130,9 +159,10 @@ void check_full(const fault_s &fault) {
 }
 
 void check_limits(const fault_s &fault) {
-    if (fault.nth.has_value() + fault.every.has_value() + fault.chance.has_value() + fault.full.has_value() >
+    if (fault.nth.has_value() + fault.every.has_value() + fault.chance.has_value() + fault.walk.has_value() +
+            fault.full.has_value() >
         1) {
-        refuse(fault.text, "of nth=, every=, chance= and full= there can be one");
+        refuse(fault.text, "of nth=, every=, chance=, walk= and full= there can be one");
     }
     if (fault.nth && fault.after) {
         refuse(fault.text, "nth= counts from the first call; leave out after=");
@@ -146,29 +176,12 @@ void check_limits(const fault_s &fault) {
 }
 
 // The few names that one gets to with the fewest wrong letters, or that contain what was given.
-std::string nearest_operations(const std::string &given, const std::vector<std::string> &operations) {
-    constexpr size_t k_suggestions = 4;
-    std::vector<std::pair<size_t, std::string>> found;
-    for (const auto &operation : operations) {
-        const bool contained = given.size() >= 3 && operation.find(given) != operation.npos;
-        const size_t distance = contained ? 1 : base::edit_distance(given, operation);
-        if (distance <= given.size() / 4 + 1) {
-            found.emplace_back(distance, operation);
-        }
-    }
-    std::ranges::sort(found);
-    std::string text;
-    for (size_t i = 0; i < std::min(found.size(), k_suggestions); i++) {
-        text += (i == 0 ? "; nearest: " : ", ") + found[i].second;
-    }
-    return text;
-}
 
 std::string parse_operation(std::string_view text, std::string_view name) {
     const std::string operation(name);
     const auto operations = fault_operations();
     if (!std::ranges::binary_search(operations, operation)) {
-        refuse(text, "there is no operation '" + operation + "'" + nearest_operations(operation, operations));
+        refuse(text, "there is no operation '" + operation + "'" + nearest(operation, operations));
     }
     return operation;
 }

@@ -68,12 +68,16 @@ TEST_F(faults, ChanceStrikesTheSameCallsForTheSameSeed) {
 }
 
 TEST_F(faults, WalkBreaksAfterSoManyRecords) {
-    add("nyx_if_read_all:code=10,after=2");
+    add("nyx_if_read_all:code=10,walk=2");
     std::vector<int> records = {1, 2, 3, 4}, visited;
     const auto no_key = [](int) { return std::span<const uint8_t>(); };
     const auto visit = [&](int record) { visited.push_back(record); };
-    EXPECT_EQ(sim::walk("nyx_if_read_all", records, no_key, visit), sdk::SDK_RET_RETRY_OPERATION);
-    EXPECT_EQ(visited, std::vector({1, 2}));
+    for (int walk = 0; walk < 2; walk++) {
+        visited.clear();
+        EXPECT_EQ(sim::walk("nyx_if_read_all", records, no_key, visit), sdk::SDK_RET_RETRY_OPERATION);
+        EXPECT_EQ(visited, std::vector({1, 2}));
+    }
+    EXPECT_EQ(sim::fault("nyx_if_read_all"), sdk::SDK_RET_OK);
 }
 
 // Two threads fill a table that has room for ten.

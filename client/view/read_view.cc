@@ -151,7 +151,7 @@ outcome_s read_object_view(const global_options_s &global, const object_view_s &
     for (const object_part_s &part : view.parts) {
         message_t response;
         const outcome_s outcome = read_method(global, part.method, "{}", &response);
-        if (response) {
+        if (response && outcome.ok()) {
             append_object(message_at(*response, part.message), part.prefix, {}, shown);
         }
         first = first.ok() ? outcome : first;

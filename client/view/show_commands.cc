@@ -124,7 +124,7 @@ outcome_s unknown_view(const CLI::App *parent, const std::vector<std::string> &w
 outcome_s run_show(const global_options_s &global, const view_request_s &request) {
     shown_s shown;
     outcome_s outcome = request.read(global, &shown);
-    if (shown.rows.columns.empty()) {
+    if (shown.rows.columns.empty() || (shown.rows.rows.empty() && !outcome.ok())) {
         return outcome;
     }
     const std::string text = global.json ? dump_json(rows_to_json(shown.rows), 2) + "\n"

@@ -76,7 +76,7 @@ outcome_s run_snapshot(const global_options_s &global, const std::string &output
     for (const snapshot_part_s &part : snapshot_parts()) {
         json_t value;
         const outcome_s outcome = read_part(global, part, &value);
-        if (outcome.exit_code == NYXCTL_EXIT_UNREACHABLE && document.empty()) {
+        if (outcome.exit_code == NYXCTL_EXIT_UNREACHABLE) {
             return outcome;
         }
         document[part.name] = std::move(value);
@@ -113,7 +113,7 @@ outcome_s run_diff(const global_options_s &global, const diff_options_s &options
         return {};
     }
     // With -j stderr has an object for every exit code but 0.
-    return local_failure(global.json ? std::to_string(rows.rows.size()) + " differences" : "");
+    return local_failure(global.json ? "the files differ" : "");
 }
 
 void add_diff(CLI::App *app, context_s *context) {

@@ -6,7 +6,6 @@
 #include <chrono>
 #include <csignal>
 #include <ctime>
-#include <iostream>
 #include <mutex>
 #include <thread>
 
@@ -101,10 +100,8 @@ class watcher_c {
             if (hopeless || (!outcome.ok() && before_.shown.rows.columns.empty())) {
                 return outcome;
             }
-            if (!outcome.ok()) {
-                std::cerr << "nyxctl: " << outcome.text << std::endl;
-            }
-            first = first.ok() ? outcome_s{outcome.exit_code, ""} : first;
+            print_failure(outcome, global_.json);
+            first = first.ok() ? outcome : first;
         }
         return first;
     }
@@ -122,7 +119,9 @@ class watcher_c {
             return outcome;
         }
         const outcome_s written = write(now);
-        before_ = std::move(now);
+        if (outcome.ok()) {
+            before_ = std::move(now);  // rates count from what was read whole
+        }
         return written.ok() ? outcome : written;
     }
 

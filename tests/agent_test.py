@@ -91,6 +91,14 @@ class AgentTest(unittest.TestCase):
         self.assertEqual(self.ctl(agent, "call", "flow_infoGet", key).returncode, 3)
         self.assertEqual(self.ctl(agent, "debug", "tables").returncode, 3)
 
+    def test_an_agent_that_never_answers_counts_as_unreachable_and_costs_one_timeout(self):
+        with socket.create_server(("127.0.0.1", 0)) as silent:
+            for command in (["call", "PortGet"], ["snapshot"]):
+                began = time.monotonic()
+                result = run("nyxctl", "--grpc", f"127.0.0.1:{silent.getsockname()[1]}", "--timeout", "1", *command)
+                self.assertEqual(result.returncode, 3, result.stderr)
+                self.assertLess(time.monotonic() - began, 10)
+
     def test_stops_on_either_signal_whatever_is_open(self):
         for number in (signal.SIGTERM, signal.SIGINT):
             agent = self.start()

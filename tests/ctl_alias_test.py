@@ -61,6 +61,9 @@ class AliasTest(unittest.TestCase):
     def test_refusals_name_what_is_wrong_and_send_nothing(self):
         for arguments, text in ((["set", "port", "1", "nmber_a=1"], "nearest: number_a"),
                                 (["set", "port", "1", "id="], "can't be changed"),
+                                (["set", "port", "", "flag_a=no"], "is no id"),
+                                (["del", "interface", "0a", ""], "is no id"),
+                                (["add", "interface", "loopback", "prefix=10.0.0.1/32"], "give id="),
                                 (["set", "recovery", "onn"], "give one of on, off"),
                                 (["set", "clock", "cpu=1"], "core=MHZ"),
                                 (["set", "trace-level", "loud"], "give one of none, error"),

@@ -113,7 +113,7 @@ void add_list(CLI::App *app, command_line_s *line) {
     CLI::App *command = add_command(app, "list", "List services and their methods; needs no agent",
                                     "Example:\n  nyxctl list NyxTblSvc");
     command->add_option("SERVICE", line->service, "Full name or an ending of it; without it all services");
-    command->callback([line] { line->run = [line] { return run_list(line->service); }; });
+    command->callback([line] { line->run = [line] { return run_list(line->global, line->service); }; });
 }
 
 void add_describe(CLI::App *app, command_line_s *line) {
@@ -126,7 +126,8 @@ void add_describe(CLI::App *app, command_line_s *line) {
                       "JSON with every field at its default, for call; choices go to stderr");
     command->callback([line] {
         line->run = [line] {
-            return line->as_template ? run_template(line->global, line->symbol) : run_describe(line->symbol);
+            return line->as_template ? run_template(line->global, line->symbol)
+                                     : run_describe(line->global, line->symbol);
         };
     });
 }

@@ -11,6 +11,7 @@
 #include "client/field_words.h"
 #include "client/grpc_call.h"
 #include "client/json.h"
+#include "client/rows.h"
 #include "client/status_fields.h"
 #include "client/symbols.h"
 #include "client/table/record_width.h"
@@ -31,6 +32,18 @@ void append_service(const pb::ServiceDescriptor *service, std::string *text) {
 
 json_style_e style_of(const call_options_s &options) {
     return options.canonical ? json_style_e::canonical : json_style_e::people;
+}
+
+rows_s method_rows(const std::vector<const pb::ServiceDescriptor *> &services) {
+    rows_s rows = {.subject = "methods", .columns = {"service", "method", "request", "response"}, .rows = {}};
+    for (const pb::ServiceDescriptor *service : services) {
+        for (int i = 0; i < service->method_count(); ++i) {
+            const pb::MethodDescriptor *method = service->method(i);
+            rows.rows.push_back({service->full_name(), method->name(), method->input_type()->full_name(),
+                                 method->output_type()->full_name()});
+        }
+    }
+    return rows;
 }
 
 outcome_s read_request(const call_options_s &options, pb::Message *request) {
@@ -81,26 +94,30 @@ outcome_s open_output(const std::string &path, base::unique_fd *file) {
 
 }  // namespace
 
-outcome_s run_list(const std::string &name) {
-    std::string text;
-    if (name.empty()) {
-        for (const pb::ServiceDescriptor *service : all_services()) {
-            append_service(service, &text);
+outcome_s run_list(const global_options_s &global, const std::string &name) {
+    std::vector<const pb::ServiceDescriptor *> services = all_services();
+    if (!name.empty()) {
+        services.assign(1, nullptr);
+        if (outcome_s outcome = find_service(name, &services.front()); !outcome.ok()) {
+            return outcome;
         }
-        return write_stdout(text);
     }
-    const pb::ServiceDescriptor *service = nullptr;
-    if (outcome_s outcome = find_service(name, &service); !outcome.ok()) {
-        return outcome;
+    if (global.json) {
+        return write_stdout(dump_json(rows_to_json(method_rows(services)), 2) + "\n");
     }
-    append_service(service, &text);
+    std::string text;
+    for (const pb::ServiceDescriptor *service : services) {
+        append_service(service, &text);
+    }
     return write_stdout(text);
 }
 
-outcome_s run_describe(const std::string &symbol) {
+outcome_s run_describe(const global_options_s &global, const std::string &symbol) {
     std::string text;
-    outcome_s outcome = describe_symbol(symbol, &text);
-    return outcome.ok() ? write_stdout(text) : outcome;
+    if (outcome_s outcome = describe_symbol(symbol, &text); !outcome.ok()) {
+        return outcome;
+    }
+    return write_stdout(global.json ? dump_json({{"symbol", symbol}, {"definition", text}}, 2) + "\n" : text);
 }
 
 outcome_s run_template(const global_options_s &global, const std::string &symbol) {

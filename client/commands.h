@@ -11,10 +11,10 @@
 namespace nyxctl {
 
 // Prints the service of that name and its methods, or all services when it is empty.
-outcome_s run_list(const std::string &service);
+outcome_s run_list(const global_options_s &global, const std::string &service);
 
 // Prints the definition of a service, method, message or enumeration.
-outcome_s run_describe(const std::string &symbol);
+outcome_s run_describe(const global_options_s &global, const std::string &symbol);
 
 // Prints a request with all fields at their defaults for a message or method, and its choices on stderr, for people.
 outcome_s run_template(const global_options_s &global, const std::string &symbol);

@@ -44,6 +44,14 @@ outcome_s change(const global_options_s &global, const std::string &name, const 
     return outcome.ok() && global.json ? write_stdout("{\"status\": \"ok\"}\n") : outcome;
 }
 
+// What to do when the agent said no.
+outcome_s with_hint(outcome_s outcome, const std::string &hint) {
+    if (outcome.exit_code == NYXCTL_EXIT_API_STATUS) {
+        outcome.text += "; " + hint;
+    }
+    return outcome;
+}
+
 outcome_s with_subject(const std::string &subject, outcome_s outcome) {
     outcome.text = subject + ": " + outcome.text;
     return outcome;
@@ -172,7 +180,9 @@ outcome_s set_clocks(const global_options_s &global, words_t words) {
         }
         field_words.push_back(fields[static_cast<size_t>(found - names.begin())] + word.substr(equals));
     }
-    return call_with_words(global, "nyx.SystemSvc.ClockFrequencyUpdate", field_words);
+    return with_hint(
+        call_with_words(global, "nyx.SystemSvc.ClockFrequencyUpdate", field_words),
+        "core takes 833, 900, 957, 1033 and 1100, arm 1667, 2000, 2200 and 3000, p4 1137 and 1500");
 }
 
 outcome_s set_port(const global_options_s &global, const std::string &port, words_t words) {
@@ -273,7 +283,8 @@ outcome_s delete_interfaces(const global_options_s &global, words_t ids) {
         }
         request.add_id(id.id());
     }
-    return change(global, "nyx.IfSvc.InterfaceDelete", request);
+    return with_hint(change(global, "nyx.IfSvc.InterfaceDelete", request),
+                     "none was deleted; see nyxctl show interfaces");
 }
 
 }  // namespace nyxctl

@@ -11,6 +11,7 @@
 #include "client/bytes_text.h"
 #include "client/nearest.h"
 #include "client/number_text.h"
+#include "client/people_value.h"
 #include "client/symbols.h"
 
 namespace pb = google::protobuf;
@@ -167,12 +168,30 @@ class text_walk {
         if (field->type() == pb::FieldDescriptor::TYPE_BYTES) {
             return walk_bytes(value, forms.bytes);
         }
+        if (field->enum_type() && value.is_string()) {
+            return walk_enumerator(value, field->enum_type());
+        }
         if (forms.number != types::NUMBER_TEXT_DECIMAL) {
             std::string reason = convert_.number(value, forms.number);
             return reason.empty() || refuse(std::move(reason));
         }
         const pb::Descriptor *type = field->message_type();
         return type == nullptr || walk_message(value, type, forms);
+    }
+
+    // Also as people say it: "up" for STATE_UP.
+    bool walk_enumerator(json_t &value, const pb::EnumDescriptor *type) {
+        const std::string text = value.get<std::string>();
+        if (const auto *enumerator = enumerator_from_text(type, text)) {
+            value = enumerator->name();
+            return true;
+        }
+        std::vector<std::string> names;
+        for (int i = 0; i < type->value_count(); ++i) {
+            names.push_back(type->value(i)->name());
+        }
+        return refuse('"' + text + "\" is no value of " + type->full_name() +
+                      nearest_names_text(text, names) + "; see nyxctl describe " + type->full_name());
     }
 
     bool walk_bytes(json_t &value, types::BytesText form) {

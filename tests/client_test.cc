@@ -100,6 +100,17 @@ TEST(NumberText, AddressesInIntegers_AreWrittenAndShownAsTexts) {
     EXPECT_FALSE(nyxctl::json_to_message(R"({"mac_address": ["00:1a:2b:3c:4d"]})", &filter).ok());
 }
 
+TEST(Json, Enumerators_AreTakenAsPeopleSayThemAndMistypedOnesAnsweredWithTheNearest) {
+    nyx::InterfaceSpec spec;
+    ASSERT_TRUE(nyxctl::json_to_message(R"({"admin_status": "up"})", &spec).ok());
+    EXPECT_EQ(spec.admin_status(), types::STATE_UP);
+    const auto outcome = nyxctl::json_to_message(R"({"admin_status": "STATE_UPP"})", &spec);
+    EXPECT_EQ(outcome.exit_code, nyxctl::NYXCTL_EXIT_USAGE);
+    EXPECT_NE(outcome.text.find("admin_status: \"STATE_UPP\" is no value of types.State; nearest: STATE_UP"),
+              std::string::npos)
+        << outcome.text;
+}
+
 TEST(BytesText, ShownTexts_UseTheNotationOfTheFormAndReadBack) {
     const std::vector<bytes_case_s> cases = {
         {"00:1a:2b:3c:4d:5e", types::BYTES_TEXT_MAC, "\0\x1a\x2b\x3c\x4d\x5e"s},

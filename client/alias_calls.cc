@@ -10,7 +10,6 @@
 #include "client/json.h"
 #include "client/nearest.h"
 #include "client/people_value.h"
-#include "client/status_fields.h"
 #include "client/symbols.h"
 #include "client/table/record_width.h"
 #include "client/text_io.h"
@@ -31,10 +30,7 @@ const pb::MethodDescriptor *method_of(const std::string &full_name) {
 
 outcome_s call(const global_options_s &global, const std::string &name, const pb::Message &request,
                pb::Message *response) {
-    const pb::MethodDescriptor *method = method_of(name);
-    outcome_s outcome = grpc_call(global, method, request, response);
-    const auto failed = outcome.ok() ? failed_api_status(*response) : std::nullopt;
-    return failed ? outcome_s{NYXCTL_EXIT_API_STATUS, method_path(method) + ": " + *failed} : outcome;
+    return checked_call(global, method_of(name), request, response);
 }
 
 // For changes: says that they were made, to scripts alone.

@@ -72,16 +72,12 @@ outcome_s call(const global_options_s &global, const char *name, const google::p
     return outcome;
 }
 
-outcome_s show(const global_options_s &global, const rows_s &rows) {
-    return write_stdout(global.json ? dump_json(rows_to_json(rows), 2) + "\n" : rows_to_text(rows));
-}
-
 outcome_s show_faults(const global_options_s &global, const nyx::FaultListResponse &response) {
     rows_s rows = {.subject = "faults", .columns = {"id", "fault", "calls", "strikes"}, .rows = {}};
     for (const nyx::Fault &fault : response.response()) {
         rows.rows.push_back({fault.id(), fault.fault(), fault.calls(), fault.strikes()});
     }
-    return show(global, rows);
+    return write_rows(global, rows);
 }
 
 outcome_s run_add(const global_options_s &global, const std::string &spec) {
@@ -91,7 +87,8 @@ outcome_s run_add(const global_options_s &global, const std::string &spec) {
     if (outcome_s outcome = call(global, "FaultAdd", request, &response); !outcome.ok()) {
         return outcome;
     }
-    return show(global, {.subject = "faults", .columns = {"id", "fault"}, .rows = {{response.id(), spec}}});
+    return write_rows(global,
+                      {.subject = "faults", .columns = {"id", "fault"}, .rows = {{response.id(), spec}}});
 }
 
 outcome_s run_list_faults(const global_options_s &global) {
@@ -116,7 +113,7 @@ outcome_s run_list_operations(const global_options_s &global, const std::string 
             rows.rows.push_back({operation});
         }
     }
-    return show(global, rows);
+    return write_rows(global, rows);
 }
 
 outcome_s run_clear(const global_options_s &global, const std::vector<uint32_t> &ids) {

@@ -12,6 +12,7 @@
 #include <sstream>
 #include <string_view>
 
+#include "client/status_fields.h"
 #include "client/symbols.h"
 #include "client/text_io.h"
 
@@ -182,6 +183,13 @@ outcome_s grpc_call(const global_options_s &options, const pb::MethodDescriptor 
     }
     const grpc::Status status = call_and_wait(channel, path, deadline, request, response);
     return status.ok() ? outcome_s() : failure(options, path, status, state == GRPC_CHANNEL_READY);
+}
+
+outcome_s checked_call(const global_options_s &options, const pb::MethodDescriptor *method,
+                       const pb::Message &request, pb::Message *response) {
+    outcome_s outcome = grpc_call(options, method, request, response);
+    const auto failed = outcome.ok() ? failed_api_status(*response) : std::nullopt;
+    return failed ? outcome_s{NYXCTL_EXIT_API_STATUS, method_path(method) + ": " + *failed} : outcome;
 }
 
 }  // namespace nyxctl

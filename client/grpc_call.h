@@ -27,4 +27,9 @@ outcome_s grpc_channel(const global_options_s &options, std::shared_ptr<grpc::Ch
 outcome_s grpc_call(const global_options_s &options, const google::protobuf::MethodDescriptor *method,
                     const google::protobuf::Message &request, google::protobuf::Message *response);
 
+// The same, and a response whose api_status is not API_STATUS_OK is a failure too: its text names the method and the
+// status, and `response` is set.
+outcome_s checked_call(const global_options_s &options, const google::protobuf::MethodDescriptor *method,
+                       const google::protobuf::Message &request, google::protobuf::Message *response);
+
 }  // namespace nyxctl

@@ -253,8 +253,7 @@ outcome_s run_status(const global_options_s &global) {
     report_door("socket", global.socket, socket, &report);
     append(more, &report);
     report_constants(&report);
-    outcome_s written = write_stdout(global.json ? dump_json(rows_to_json(report.rows), 2) + "\n"
-                                                 : rows_to_text(report.rows));
+    outcome_s written = write_rows(global, report.rows);
     return written.ok() ? conclusion(report, rpc.answers() || socket.answers()) : written;
 }
 

@@ -8,7 +8,6 @@
 
 #include "base/unique_fd.h"
 #include "client/json_dom.h"
-#include "client/rows.h"
 
 namespace nyxctl {
 namespace {
@@ -67,6 +66,10 @@ outcome_s write_stdout(std::string_view text) {
         }
     }
     return {};
+}
+
+outcome_s write_rows(const global_options_s &global, const rows_s &rows) {
+    return write_stdout(global.json ? dump_json(rows_to_json(rows), 2) + "\n" : rows_to_text(rows));
 }
 
 void print_failure(const outcome_s &outcome, bool json) {

@@ -5,7 +5,9 @@
 #include <string>
 #include <string_view>
 
+#include "client/options.h"
 #include "client/outcome.h"
+#include "client/rows.h"
 
 namespace nyxctl {
 
@@ -18,6 +20,9 @@ outcome_s read_file(const std::string &path, std::string *text);
 
 // Writes everything to stdout, unbuffered, or says why not. A reader that has left is a failure without a text.
 outcome_s write_stdout(std::string_view text);
+
+// Writes rows to stdout: as columns for people, as one JSON document for scripts.
+outcome_s write_rows(const global_options_s &global, const rows_s &rows);
 
 // Tells people of a failure on stderr, or scripts with one JSON object; nothing of a success. Texts of others in it can
 // neither start a line nor reach the terminal as commands.

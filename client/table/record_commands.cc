@@ -43,13 +43,9 @@ struct record_options_s {
     bool cut = false;
 };
 
-outcome_s show(const global_options_s &global, const rows_s &rows) {
-    return write_stdout(global.json ? dump_json(rows_to_json(rows), 2) + "\n" : rows_to_text(rows));
-}
-
 outcome_s run_explain(const global_options_s &global, const record_options_s &options) {
     if (options.table.empty()) {
-        return show(global, all_layout_rows());
+        return write_rows(global, all_layout_rows());
     }
     table_layout_s layout{};
     if (outcome_s outcome = find_table(options.table, &layout); !outcome.ok()) {
@@ -97,14 +93,14 @@ outcome_s decode_entry(const global_options_s &global, const table_layout_s &lay
                      "mask whose flag is 0, or a flag above 1"
                   << std::endl;
     }
-    return show(global, spec_rows(layout, *spec));
+    return write_rows(global, spec_rows(layout, *spec));
 }
 
 outcome_s decode_key_record(const global_options_s &global, const table_layout_s &layout,
                             const std::string &record) {
     const auto key = new_message(layout.key);
     outcome_s outcome = decode_key(layout, record, key.get());
-    return outcome.ok() ? show(global, key_rows(layout, *key)) : outcome;
+    return outcome.ok() ? write_rows(global, key_rows(layout, *key)) : outcome;
 }
 
 outcome_s run_decode(const global_options_s &global, const record_options_s &options) {

@@ -118,10 +118,6 @@ outcome_s read_entries(const table_layout_s &layout, const operation_s &operatio
                                             : outcome;
 }
 
-outcome_s show(const global_options_s &global, const rows_s &rows) {
-    return write_stdout(global.json ? dump_json(rows_to_json(rows), 2) + "\n" : rows_to_text(rows));
-}
-
 // JSON lines for people and other programs, with -j the same objects in one document.
 outcome_s show_specs(const global_options_s &global, const message_list_t &specs) {
     std::string text;
@@ -170,7 +166,7 @@ outcome_s send_all(const global_options_s &global, const table_layout_s &layout,
     }
     const bool get = operation.rpc == std::string_view("Get");
     if (get || global.json) {
-        outcome_s shown = get ? show_specs(global, specs) : show(global, answers);
+        outcome_s shown = get ? show_specs(global, specs) : write_rows(global, answers);
         if (!shown.ok()) return shown;
     }
     if (!global.json && !answers.rows.empty() && (outcome.ok() || entries.size() > 1)) {
@@ -185,7 +181,7 @@ outcome_s show_one(const global_options_s &global, const table_layout_s &layout,
                    const google::protobuf::Message &key) {
     const auto spec = new_message(layout.spec);
     outcome_s outcome = get_entry(global, layout, key, spec.get());
-    return outcome.ok() ? show(global, spec_rows(layout, *spec)) : outcome;
+    return outcome.ok() ? write_rows(global, spec_rows(layout, *spec)) : outcome;
 }
 
 outcome_s run_table(const global_options_s &global, const operation_s &operation,

@@ -6,7 +6,6 @@
 #include "client/grpc_call.h"
 #include "client/json.h"
 #include "client/nearest.h"
-#include "client/status_fields.h"
 #include "client/symbols.h"
 #include "client/table/record_layout.h"
 #include "client/table/table_rows.h"
@@ -129,12 +128,11 @@ outcome_s read_method(const global_options_s &global, const char *name, const st
         return outcome;
     }
     *response = new_message(method->output_type());
-    if (outcome_s outcome = grpc_call(global, method, *request, response->get()); !outcome.ok()) {
+    outcome_s outcome = checked_call(global, method, *request, response->get());
+    if (!outcome.ok() && outcome.exit_code != NYXCTL_EXIT_API_STATUS) {
         response->reset();
-        return outcome;
     }
-    const auto failed = failed_api_status(**response);
-    return failed ? outcome_s{NYXCTL_EXIT_API_STATUS, method_path(method) + ": " + *failed} : outcome_s();
+    return outcome;
 }
 
 outcome_s read_list_view(const global_options_s &global, const list_view_s &view, const std::string &request,

@@ -1,0 +1,47 @@
+# Debian packages, made by `./dev package`. What goes into which is said where it is installed: its component.
+
+set(CPACK_GENERATOR DEB)
+set(CPACK_PACKAGE_CONTACT "nyx services maintainers <maintainers@nyx-services.invalid>")
+set(CPACK_STRIP_FILES ON)
+set(CPACK_DEB_COMPONENT_INSTALL ON)
+set(CPACK_DEBIAN_FILE_NAME DEB-DEFAULT)
+set(CPACK_DEBIAN_ENABLE_COMPONENT_DEPENDS ON)
+set(CPACK_DEBIAN_PACKAGE_CONTROL_STRICT_PERMISSION ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS ON)
+set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
+set(CPACK_DEBIAN_PACKAGE_GENERATE_SHLIBS ON)
+if(CMAKE_CROSSCOMPILING)
+  set(CPACK_DEBIAN_PACKAGE_ARCHITECTURE arm64)
+endif()
+
+set(CPACK_COMPONENTS_ALL runtime dev client agent)
+
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libsvc-quill${NYX_SOVERSION})
+set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
+set(CPACK_DEBIAN_RUNTIME_DESCRIPTION "Service layer of the quill dataplane agent
+The gRPC services and the service request thread that an agent loads,
+and the messages that it shares with its clients.")
+
+set(CPACK_DEBIAN_DEV_PACKAGE_NAME libsvc-quill-dev)
+set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
+set(CPACK_COMPONENT_DEV_DEPENDS runtime)
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libgrpc++-dev, libprotobuf-dev, libspdlog-dev")
+set(CPACK_DEBIAN_DEV_DESCRIPTION "Service layer of the quill dataplane agent: development files
+Contracts of the agent's operations, headers, .proto files with a descriptor
+set, CMake and pkg-config files, documentation.")
+
+set(CPACK_DEBIAN_CLIENT_PACKAGE_NAME nyxctl)
+set(CPACK_DEBIAN_CLIENT_PACKAGE_SECTION net)
+set(CPACK_COMPONENT_CLIENT_DEPENDS runtime)
+set(CPACK_DEBIAN_CLIENT_DESCRIPTION "Command-line client of the quill dataplane agent
+Shows and changes tables, interfaces, ports and the adapter, calls any method
+of the agent with JSON, and runs its debug commands.")
+
+set(CPACK_DEBIAN_AGENT_PACKAGE_NAME nyx-agent)
+set(CPACK_DEBIAN_AGENT_PACKAGE_SECTION net)
+set(CPACK_COMPONENT_AGENT_DEPENDS runtime)
+set(CPACK_DEBIAN_AGENT_DESCRIPTION "Quill dataplane agent on an in-memory adapter
+Serves all services with no card in the machine, for rehearsals, and for people
+who write controllers. Fails on demand.")
+
+include(CPack)

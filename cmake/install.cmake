@@ -37,7 +37,7 @@ endfunction()
 function(nyx_install_end)
   install(EXPORT svc_quill NAMESPACE svc_quill:: FILE svc_quill-targets.cmake DESTINATION ${NYX_INSTALL_CMAKE})
   configure_package_config_file(cmake/svc_quill-config.cmake.in ${PROJECT_BINARY_DIR}/svc_quill-config.cmake
-                                INSTALL_DESTINATION ${NYX_INSTALL_CMAKE})
+                                INSTALL_DESTINATION ${NYX_INSTALL_CMAKE} PATH_VARS NYX_INSTALL_SHARE)
   write_basic_package_version_file(${PROJECT_BINARY_DIR}/svc_quill-config-version.cmake COMPATIBILITY SameMinorVersion)
   install(FILES ${PROJECT_BINARY_DIR}/svc_quill-config.cmake ${PROJECT_BINARY_DIR}/svc_quill-config-version.cmake
           DESTINATION ${NYX_INSTALL_CMAKE})

@@ -7,10 +7,14 @@
 #include <grpcpp/health_check_service_interface.h>
 #include <poll.h>
 #include <sys/eventfd.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <climits>
 
 #include "host/credentials.h"
 #include "host/fault_service.h"
@@ -52,6 +56,16 @@ void declare_healthy(grpc::Server *server) {
             server->GetHealthCheckService()->SetServingStatus(file->service(i)->full_name(), true);
         }
     }
+}
+
+// Connections with this descriptor and above are turned away, so that there are some left for everything else. The
+// kernel hands out the lowest number that is free: it tells how many are taken.
+int first_reserved_fd() {
+    constexpr rlim_t k_reserve = 64;
+    rlimit limit = {};
+    getrlimit(RLIMIT_NOFILE, &limit);
+    return static_cast<int>(
+        std::min<rlim_t>(limit.rlim_cur - std::min(k_reserve, limit.rlim_cur / 4), INT_MAX));
 }
 
 }  // namespace
@@ -107,7 +121,9 @@ void grpc_door::accept_until_stopped() {
     while (wait_for(listener_.fd.get(), k_for_ever)) {
         grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
         connection.fd = accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-        if (connection.fd >= 0) {
+        if (connection.fd >= first_reserved_fd()) {
+            close(connection.fd);
+        } else if (connection.fd >= 0) {
             acceptor_->HandleNewConnection(&connection);  // owns the descriptor from here on
         } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
             wait_for(k_no_fd, k_pause_ms);  // clients wait in the backlog until there are descriptors again

@@ -213,23 +213,41 @@ class AgentTest(unittest.TestCase):
             self.assertEqual(self.ctl(agent, "call", "flow_infoGet", keys).returncode, code, key)
         self.assertIn("API_STATUS_TIMED_OUT", self.ctl(agent, "debug", "help").stderr)
 
-    def make_certificate(self, name):
-        files = [f"{self.folder}/{name}.{kind}" for kind in ("crt", "key")]
-        subprocess.run(["openssl", "req", "-x509", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes",
-                        "-subj", f"/CN={name}", "-addext", "subjectAltName=IP:127.0.0.1", "-days", "1",
-                        "-out", files[0], "-keyout", files[1]], check=True, capture_output=True)
-        return files
+    def make_certificate(self, name, ca=None, days=1):
+        """Certificate and key; without a CA, a CA's own. -1 day: expired."""
+        cert, key, request = (f"{self.folder}/{name}.{kind}" for kind in ("crt", "key", "csr"))
+        new_key = ["openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-subj",
+                   f"/CN={name}", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key]
+        if ca is None:
+            subprocess.run([*new_key, "-x509", "-days", "1", "-out", cert], check=True, capture_output=True)
+            return cert, key
+        subprocess.run([*new_key, "-out", request], check=True, capture_output=True)
+        subprocess.run(["openssl", "x509", "-req", "-in", request, "-CA", ca[0], "-CAkey", ca[1], "-copy_extensions", "copy",
+                        "-days", str(days), "-out", cert], check=True, capture_output=True)
+        return cert, key
 
     def test_tls_serves_clients_that_prove_themselves(self):
-        (cert, key), (client_cert, client_key) = self.make_certificate("agent"), self.make_certificate("client")
-        agent = self.start("--tls-cert", cert, "--tls-key", key, "--tls-client-ca", client_cert)
+        ca, foreign_ca = self.make_certificate("ca"), self.make_certificate("foreign-ca")
+        server, expired_server = self.make_certificate("agent", ca), self.make_certificate("old-agent", ca, days=-1)
+        tls = ("--tls-cert", server[0], "--tls-key", server[1])
+        self.assert_refused("no PEM certificate", *self.free_options(), "--tls-cert", ca[1], "--tls-key", ca[0])
+        self.assert_refused("no unencrypted PEM private key", *self.free_options(), *tls[:3], ca[1])
+
+        agent = self.start(*tls, "--tls-client-ca", ca[0])
         call = ("call", "flowGet", "--timeout", "20")
-        identity = ("--tls-cert", client_cert, "--tls-key", client_key)
-        self.assertEqual(self.ctl(agent, "--tls-ca", cert, *identity, *call).returncode, 0)
-        self.assertEqual(self.ctl(agent, "--tls-ca", cert, *call).returncode, 3)
-        self.assertEqual(self.ctl(agent, *call).returncode, 3)
-        self.assert_refused("no PEM certificate", *self.free_options(), "--tls-cert", key, "--tls-key", cert)
-        self.assert_refused("no unencrypted PEM private key", *self.free_options(), "--tls-cert", cert, "--tls-key", client_key)
+        for name, identity, exit_code in (("good", self.make_certificate("good", ca), 0),
+                                          ("expired", self.make_certificate("expired", ca, days=-1), 3),
+                                          ("foreign", self.make_certificate("foreign", foreign_ca), 3),
+                                          ("missing", None, 3)):
+            options = ("--tls-cert", identity[0], "--tls-key", identity[1]) if identity else ()
+            self.assertEqual(self.ctl(agent, "--tls-ca", ca[0], *options, *call).returncode, exit_code, name)
+        self.assertEqual(self.ctl(agent, *call).returncode, 3, "plaintext")
+
+        open_to_all = self.start(*tls, socket_name="tls.sock")
+        self.assertEqual(self.ctl(open_to_all, "--tls-ca", ca[0], *call).returncode, 0)
+        self.assertEqual(self.ctl(open_to_all, "--tls-ca", foreign_ca[0], *call).returncode, 3, "server of a foreign CA")
+        expired = self.start("--tls-cert", expired_server[0], "--tls-key", expired_server[1], socket_name="old.sock")
+        self.assertEqual(self.ctl(expired, "--tls-ca", ca[0], *call).returncode, 3, "expired server")
 
     def test_nothing_is_logged_below_the_level(self):
         self.assertEqual(self.start("--log-level", "error").stop(), (0, ""))

@@ -30,7 +30,8 @@ and the messages that it shares with its clients.")
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libsvc-quill-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
 set(CPACK_COMPONENT_DEV_DEPENDS runtime)
-set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libgrpc++-dev, libprotobuf-dev, libspdlog-dev")
+# The last because gRPC's CMake package asks for all of its programs.
+set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libgrpc++-dev, libprotobuf-dev, libspdlog-dev, protobuf-compiler-grpc")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "Service layer of the quill dataplane agent: development files
 Contracts of the agent's operations, headers, .proto files with a descriptor
 set, CMake and pkg-config files, documentation.")

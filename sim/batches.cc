@@ -73,8 +73,9 @@ sdk::sdk_ret_t nyx_batch_commit(uint64_t handle) {
 }
 
 sdk::sdk_ret_t nyx_batch_destroy(uint64_t handle) {
+    const bool was_open = sim::close(handle).has_value();
     if (const auto ret = sim::fault("nyx_batch_destroy")) {
         return ret;
     }
-    return sim::close(handle) ? sdk::SDK_RET_OK : sdk::SDK_RET_INVALID_ARG;
+    return was_open ? sdk::SDK_RET_OK : sdk::SDK_RET_INVALID_ARG;
 }

@@ -181,6 +181,9 @@ void write_whole(int fd, std::string_view text, const std::string &path) {
 mode_t mode_for(const fs::path &path) {
     struct stat status = {};
     if (stat(path.c_str(), &status) != 0) {
+        if (errno != ENOENT) {
+            fail(errno, path);
+        }
         return 0644;
     }
     if (!S_ISREG(status.st_mode)) {

@@ -70,7 +70,8 @@ template <size_t N>
 void keys_to_proto(google::protobuf::RepeatedPtrField<std::string> *ids, const nyx_obj_key_s (&keys)[N],
                    size_t count) {
     for (size_t i = 0; i < std::min(count, N); i++) {
-        ids->Add(svc::key_to_proto(keys[i]));
+        *ids->Add() =
+            svc::key_to_proto(keys[i]);  // the other Add() leaves a wild pointer when memory runs out
     }
 }
 

@@ -274,6 +274,27 @@ TEST_F(ServiceThread, OutOfDescriptorsItTurnsPeersAwayAndServesAgainLater) {
     EXPECT_THAT(trace_.messages(), ElementsAre(HasSubstr("Listening"), "Accept failed"));
 }
 
+TEST_F(SocketTest, SetUpWithoutADescriptorIsLoggedAndReturned) {
+    rlimit limit;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
+    const rlimit low = {.rlim_cur = 200, .rlim_max = limit.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    {
+        const auto taken = take_all_descriptors();
+        EXPECT_EQ(core::svc_server_thread_resume_cb(path_.data()), sdk::SDK_RET_GENERIC_ERROR);
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
+    EXPECT_THAT(trace_.messages(),
+                ElementsAre("Failed to open UDS for cmd server thread, err 24 Too many open files"));
+}
+
+TEST_F(SocketTest, ReadThatFailsIsLogged_AndTheConnectionIsLeftAsItIs) {
+    const output_pipe no_socket;
+    core::svc_server_read_cb(nullptr, no_socket.reader.get(), sdk::event_thread::k_io_readable);
+    EXPECT_THAT(trace_.messages(), ElementsAre("Read from unix domain socket failed"));
+    EXPECT_GE(fcntl(no_socket.reader.get(), F_GETFD), 0);
+}
+
 TEST_F(SocketTest, SetUpThatFailsIsLoggedAndReturned) {
     const std::pair<std::string, std::string> cases[] = {
         {folder_ / "missing/x", "err 2 No such file or directory"},

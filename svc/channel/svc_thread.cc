@@ -211,11 +211,16 @@ void svc_server_read_cb(io_ *io, int fd, int) {
         return;
     }
     if (received.size > 0) {
-        types::ServiceRequestMessage request;
-        if (request.ParseFromArray(buffer.data(), static_cast<int>(received.size))) {
-            (void)handle_svc_req(fd, &request, received.io_fd.get());
-        } else {
-            SVC_TRACE_ERR("Parse service request message from socket failed, bytes_read {}", received.size);
+        try {
+            types::ServiceRequestMessage request;
+            if (request.ParseFromArray(buffer.data(), static_cast<int>(received.size))) {
+                (void)handle_svc_req(fd, &request, received.io_fd.get());
+            } else {
+                SVC_TRACE_ERR("Parse service request message from socket failed, bytes_read {}",
+                              received.size);
+            }
+        } catch (const std::bad_alloc &) {  // the agent's event loop expects no exceptions
+            SVC_TRACE_ERR("Memory allocation for service request message failed");
         }
     }
     buffer.clear(static_cast<size_t>(received.size));

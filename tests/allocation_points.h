@@ -1,0 +1,24 @@
+// Memory that runs out at a chosen allocation of libsvc_quill. Linked into a test, this replaces operator new of the
+// whole process.
+
+#pragma once
+
+#include <cstdint>
+
+namespace test {
+
+// While it lives, the `nth` allocation (from 1) that the library makes on any thread fails with std::bad_alloc; so count
+// those that the C++ library, the log library and protobuf make on its behalf, and not those of the agent that it calls.
+// One at a time.
+class failing_allocation {
+ public:
+    explicit failing_allocation(int64_t nth);
+    failing_allocation(const failing_allocation &) = delete;
+    failing_allocation &operator=(const failing_allocation &) = delete;
+    ~failing_allocation();
+
+    // False when there were fewer allocations.
+    bool struck() const;
+};
+
+}  // namespace test

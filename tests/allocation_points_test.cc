@@ -1,0 +1,172 @@
+// What runs outside gRPC calls, while each of its allocations fails in turn: the service request thread, and updates of
+// the MAC file.
+
+#include "tests/allocation_points.h"
+
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/mman.h>
+#include <sys/syscall.h>
+#include <unistd.h>
+
+#include <atomic>
+#include <cerrno>
+#include <cstdio>
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <utility>
+
+#include "svc/host_if_mac.h"
+#include "tests/socket_fixture.h"
+
+namespace {
+
+std::atomic<size_t> g_unmappable = 0;  // mappings of this size can't be had
+
+}  // namespace
+
+// Called before a sanitizer is ready for instrumented code and for dlsym().
+[[gnu::no_sanitize_thread, gnu::no_sanitize_address]] void *mmap(void *address, size_t size, int protection,
+                                                                 int flags, int fd, off_t offset) noexcept {
+    if (size == g_unmappable.load(std::memory_order_relaxed)) {
+        errno = ENOMEM;
+        return MAP_FAILED;
+    }
+    return reinterpret_cast<void *>(syscall(SYS_mmap, address, size, protection, flags, fd, offset));
+}
+
+namespace {
+
+namespace fs = std::filesystem;
+using test::client;
+using test::failing_allocation;
+using test::open_descriptors;
+using testing::AnyOf;
+
+// Runs `request` until all its allocations have failed once, then checks with `expect_unharmed` after each.
+template <class Request, class Check>
+void fail_each_allocation(const std::string &name, Request request, Check expect_unharmed) {
+    for (int64_t nth = 1;; nth++) {
+        SCOPED_TRACE(nth);
+        bool struck;
+        {
+            const failing_allocation failing(nth);
+            request();
+            struck = failing.struck();
+        }
+        expect_unharmed();
+        if (!struck) {
+            printf("%s: %ld of %ld allocations\n", name.c_str(), nth - 1, nth - 1);
+            return;
+        }
+    }
+}
+
+std::string traced_flow() {
+    nyx::FlowTracerSpec flow;
+    flow.set_id(std::string(16, 'i'));
+    flow.mutable_ip_1()->set_af(types::IP_AF_INET6);
+    flow.mutable_ip_1()->set_v6_addr(std::string(16, '6'));
+    flow.mutable_ports()->set_src_port(1);
+    nyx::CommandMessage command;
+    command.set_command(nyx::COMMAND_FLOW_TRACE);
+    command.mutable_command_args()->PackFrom(flow);
+    types::ServiceRequestMessage request;
+    request.mutable_config_msg()->PackFrom(command);
+    return request.SerializeAsString();
+}
+
+class allocation_points : public test::SocketTest {};
+
+// A request that memory is missing for gets an answer or the end of its connection; the thread goes on.
+TEST_F(allocation_points, ServiceRequestThreadGoesOn) {
+    ASSERT_EQ(thread_.start(), sdk::SDK_RET_OK);
+    expect_served();
+    const size_t descriptors = open_descriptors();
+    const std::pair<std::string, std::string> requests[] = {
+        {"a debug command", traced_flow()},
+        {"a command without arguments", test::command_bytes(nyx::COMMAND_TABLES)},
+        {"no request", std::string(300, '\xff')}};
+    for (const auto &[name, bytes] : requests) {
+        const auto ask = [&] {
+            test::output_pipe output;
+            client tool(path_);
+            (void)tool.send(bytes, {output.writer.get()});
+            EXPECT_TRUE(tool.read_to_end());
+        };
+        fail_each_allocation(name, ask, [&] {
+            expect_served();
+            EXPECT_TRUE(test::eventually([&] { return open_descriptors() == descriptors; }));
+        });
+    }
+}
+
+TEST_F(allocation_points, ReceiveBufferThatCannotBeHadEndsTheConnection) {
+    ASSERT_EQ(thread_.start(), sdk::SDK_RET_OK);
+    g_unmappable = 1 << 20;
+    client tool(path_);
+    EXPECT_TRUE(tool.send(test::command_bytes(nyx::COMMAND_HELP)));
+    EXPECT_EQ(tool.read_to_end(), "");
+    g_unmappable = 0;
+    expect_served();
+    EXPECT_EQ(trace_.messages().back(), "Memory allocation for receive buffer failed");
+}
+
+class mac_file_allocations : public testing::Test {
+ protected:
+    mac_file_allocations() { g_host_if_mac_file = path_; }
+    ~mac_file_allocations() override { g_host_if_mac_file = before_; }
+
+    static sdk::sdk_ret_t update() {
+        char name[] = "gr\xc3\xbc\xc3\x9f and more";
+        unsigned char mac[] = {0, 0xae, 0xcd, 1, 2, 3};
+        return host_if_mac_update(name, mac);
+    }
+
+    std::string text() const {
+        std::ifstream file(path_);
+        return {std::istreambuf_iterator<char>(file), {}};
+    }
+    void put(const std::string &text) const {
+        fs::remove(path_);
+        if (!text.empty()) {
+            std::ofstream(path_) << text;
+        }
+    }
+
+    test::temporary_folder folder_;
+    const std::string path_ = folder_ / "hostif_mac.json";
+    test::trace_capture trace_{1};
+
+ private:
+    const std::string before_ = g_host_if_mac_file;
+};
+
+TEST_F(mac_file_allocations, OldOrNewContentStandsWhole) {
+    const std::pair<std::string, std::string> cases[] = {
+        {"no file", ""},
+        {"a file that is none", R"({"host-interface": [{"name": "A", "mac": "x"}, {"na)"},
+        {"records", R"({"host-interface": [{"name": "interface-number-1", "mac": "00:ae:cd:00:00:01"},)"
+                    R"( {"mac": "00:ae:cd:00:00:02", "name": "interface-number-2"}, {"name": "x"}]})"}};
+    for (const auto &[name, old] : cases) {
+        put(old);
+        ASSERT_EQ(update(), sdk::SDK_RET_OK);
+        const std::string fresh = text();
+        const size_t descriptors = open_descriptors();
+        sdk::sdk_ret_t ret;
+        const auto start_over_and_update = [&, &before = old] {
+            put(before);
+            ret = update();
+        };
+        fail_each_allocation("update of " + name, start_over_and_update, [&, &before = old] {
+            EXPECT_THAT(ret, AnyOf(sdk::SDK_RET_OK, sdk::SDK_RET_GENERIC_ERROR));
+            EXPECT_EQ(text(), ret == sdk::SDK_RET_OK ? fresh : before);
+            EXPECT_FALSE(fs::exists(path_ + ".new"));
+            EXPECT_EQ(open_descriptors(), descriptors);
+            EXPECT_EQ(update(), sdk::SDK_RET_OK);
+        });
+    }
+}
+
+}  // namespace

@@ -3,12 +3,16 @@
 #include <fcntl.h>
 #include <limits.h>
 #include <poll.h>
+#include <sys/socket.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <chrono>
+#include <string>
+
+#include "base/unique_fd.h"
 
 namespace sim {
 
@@ -16,26 +20,86 @@ namespace {
 
 using clock = std::chrono::steady_clock;
 
-// Whether `fd` is open for writing and is a file, a pipe, a socket, a terminal or another device.
-bool takes_text(int fd) {
-    struct stat status;
-    const int flags = fcntl(fd, F_GETFL);
-    return flags >= 0 && (flags & O_ACCMODE) != O_RDONLY && fstat(fd, &status) == 0 &&
-           (S_ISREG(status.st_mode) || S_ISFIFO(status.st_mode) || S_ISSOCK(status.st_mode) ||
-            S_ISCHR(status.st_mode));
+bool is_writable(int fd, int timeout_ms) {
+    pollfd waiting = {.fd = fd, .events = POLLOUT, .revents = 0};
+    return poll(&waiting, 1, timeout_ms) > 0;
 }
 
-bool wait_writable(int fd, clock::time_point deadline) {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(deadline - clock::now()).count();
-    pollfd waiting = {.fd = fd, .events = POLLOUT, .revents = 0};
-    return left > 0 && poll(&waiting, 1, static_cast<int>(left)) > 0;
-}
+// What a thread may spend on waiting for its outputs: up to 200 ms, of which a fifth of the time that passes comes back.
+class patience {
+ public:
+    // Waits for `fd` to take text again; false when there is no time left for that.
+    bool wait_for(int fd) {
+        const auto begin = clock::now();
+        left_ = std::min<clock::duration>(k_most, left_ + (begin - since_) / 5);
+        const auto left_ms = std::chrono::floor<std::chrono::milliseconds>(left_).count();
+        if (left_ms > 0 && is_writable(fd, static_cast<int>(left_ms))) {
+            usleep(1000);  // a terminal may say that it is writable, and take nothing
+        }
+        since_ = clock::now();
+        left_ -= since_ - begin;
+        return left_ms > 0;
+    }
+
+ private:
+    static constexpr auto k_most = std::chrono::milliseconds(200);
+
+    clock::duration left_ = k_most;
+    clock::time_point since_ = clock::now();
+};
+
+// Where the text goes. The descriptor is the peer's, who may have others for the same pipe or terminal: what poll() says
+// of it may be wrong a moment later, and setting it not to block would surprise the peer. So pipes and terminals are
+// opened once more.
+class output {
+ public:
+    explicit output(int fd) : fd_(fd) {
+        struct stat status;
+        const int flags = fcntl(fd, F_GETFL);
+        if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY || fstat(fd, &status) != 0) {
+            error_ = EBADF;
+        } else if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)) {
+            const std::string path = "/proc/self/fd/" + std::to_string(fd);
+            own_.reset(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
+            // Another user's pipe can't be opened. While it is writable, it takes a small write without blocking, unless
+            // others write to it at the same time; a terminal does not.
+            may_block_ = !own_.valid() && errno == EACCES && S_ISFIFO(status.st_mode);
+            error_ = own_.valid() || may_block_ ? 0 : errno;
+        } else if (S_ISSOCK(status.st_mode)) {
+            socket_ = true;
+        } else if (!S_ISREG(status.st_mode)) {
+            error_ = EBADF;
+        }
+    }
+
+    int error() const { return error_; }
+    int fd() const { return own_.valid() ? own_.get() : fd_; }
+
+    // As write(2), but does not block.
+    ssize_t write_some(std::string_view text) const {
+        const size_t size = std::min<size_t>(text.size(), PIPE_BUF);
+        if (may_block_ && !is_writable(fd_, 0)) {
+            errno = EAGAIN;
+            return -1;
+        }
+        return socket_ ? send(fd_, text.data(), size, MSG_DONTWAIT | MSG_NOSIGNAL)
+                       : write(fd(), text.data(), size);
+    }
+
+ private:
+    int fd_;
+    base::unique_fd own_;
+    bool socket_ = false, may_block_ = false;
+    int error_ = 0;
+};
 
 sdk::sdk_ret_t to_ret(int error) {
     switch (error) {
         case EBADF:
         case EINVAL:
+        case EACCES:
             return sdk::SDK_RET_INVALID_ARG;
+        case ENXIO:
         case EPIPE:
         case ECONNRESET:
             return sdk::SDK_RET_COMMUNICATION_FAILURE;
@@ -46,19 +110,20 @@ sdk::sdk_ret_t to_ret(int error) {
 }  // namespace
 
 sdk::sdk_ret_t write_output(int fd, std::string_view text) {
-    if (!takes_text(fd)) {
-        return sdk::SDK_RET_INVALID_ARG;
+    static thread_local patience t_patience;
+    const output to(fd);
+    if (to.error() != 0) {
+        return to_ret(to.error());
     }
-    const auto deadline = clock::now() + std::chrono::milliseconds(200);
     while (!text.empty()) {
-        if (!wait_writable(fd, deadline)) {
-            return sdk::SDK_RET_OPERATION_TIMED_OUT;
-        }
-        // What poll() calls writable takes this much without blocking, unless others write to it as well.
-        const ssize_t written = write(fd, text.data(), std::min<size_t>(text.size(), PIPE_BUF));
+        const ssize_t written = to.write_some(text);
         if (written >= 0) {
             text.remove_prefix(static_cast<size_t>(written));
-        } else if (errno != EAGAIN && errno != EINTR) {
+        } else if (errno == EAGAIN) {
+            if (!t_patience.wait_for(to.fd())) {
+                return sdk::SDK_RET_OPERATION_TIMED_OUT;
+            }
+        } else if (errno != EINTR) {
             return to_ret(errno);
         }
     }

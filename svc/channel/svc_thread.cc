@@ -7,6 +7,7 @@
 #include <sys/un.h>
 
 #include <cerrno>
+#include <chrono>
 #include <cstring>
 #include <memory>
 #include <new>
@@ -173,20 +174,21 @@ sdk_ret_t svc_server_thread_uds_init(void *ctxt) {
 }
 
 void svc_server_accept_cb(io_ *, int fd, int) {
-    // Peers decide how many accepts fail in a row: only the first one is logged.
-    static thread_local bool t_failing = false;
+    // Peers decide how many accepts fail: one a second is logged.
+    using clock = std::chrono::steady_clock;
+    static thread_local clock::time_point t_next_line = {};
     unique_fd connection(accept4(fd, nullptr, nullptr, SOCK_CLOEXEC));
     if (!connection.valid()) {
         const bool out_of_descriptors = errno == EMFILE || errno == ENFILE;
-        if (!std::exchange(t_failing, true)) {
+        if (const auto now = clock::now(); now >= t_next_line) {
             SVC_TRACE_ERR("Accept failed");
+            t_next_line = now + std::chrono::seconds(1);
         }
         if (out_of_descriptors) {
             reserve().turn_one_away(fd);
         }
         return;
     }
-    t_failing = false;
     const int connection_fd = connection.get();
     io_ *cmd_read_io = add_connection(std::move(connection));
     if (!cmd_read_io) {

@@ -20,7 +20,7 @@ namespace {
 
 using addrinfo_list = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
-constexpr int k_backlog = 128;
+constexpr int k_backlog = SOMAXCONN;
 
 [[noreturn]] void fail(const std::string &subject, const std::string &why) {
     throw setup_error(subject + ": " + why);

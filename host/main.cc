@@ -13,6 +13,7 @@
 #include "agent_api/trace_logger.h"
 #include "base/standard_descriptors.h"
 #include "host/grpc_door.h"
+#include "host/grpc_log.h"
 #include "host/options.h"
 #include "host/socket_door.h"
 #include "sim/host_interfaces.h"
@@ -74,6 +75,7 @@ int main(int argc, char **argv) {
     }
     signal(SIGPIPE, SIG_IGN);
     utils::log trace_logger(spdlog::stderr_logger_mt("nyx-agent"), 0);
+    host::redirect_grpc_log(trace_logger.logger());
     core::g_trace_logger = &trace_logger;
     core::trace_update(parsed.options->trace_level);
     for (const auto &fault : parsed.options->faults) {

@@ -1,0 +1,145 @@
+"""Hostile clients against a real agent over real sockets, and what it costs the agent and its other clients.
+
+usage: python3 torture BUILD-FOLDER [--short] [--minutes N] [--only ATTACK] [--soak REQUESTS]
+"""
+
+import argparse
+import collections
+import sys
+import time
+
+import grpc_door
+import life
+import socket_door
+import soak
+from agent import LOG_LINE, SPARE_THREADS, Agent, Failed, check
+from watch import Watch
+
+LONGEST_GAP_S = 2  # then the watchdog complains
+LONGEST_ANSWER_S = 5  # hostile clients take their share of the processor
+MOST_THREADS = 600
+
+# Amounts of the whole attack and of the short form, which leaves out what has none. `files`: descriptors of an agent of its own; `starves`: clients need
+# not be served while it lasts; `memory_mb`: how much more may be taken. gRPC limits neither streams that are reset nor
+# responses that wait for their readers.
+Attack = collections.namedtuple("Attack", "run whole short files options starves memory_mb",
+                                defaults=(None, (), False, 400))
+
+SLOW_PORTS = ("--fault", "api::port_get_all:delay=200")
+
+WITHOUT_AGENT = {
+    "restarts": Attack(life.restarts, 50, 3),
+    "stop-under-load": Attack(life.stop_under_load, 20, 2),
+    "mac-file-killed": Attack(life.mac_file_killed, 10_000, 100),
+    "mac-file-shared": Attack(life.mac_file_shared, 1889, 20),  # 34,002 updates
+}
+ATTACKS = {
+    "log-forging": Attack(life.log_forging, 20, 1),
+    "descriptor-storm": Attack(socket_door.descriptor_storm, 1, 60),
+    "vanishing-peers": Attack(socket_door.vanishing_peers, 1000, 10),
+    "silent-peers": Attack(socket_door.silent_peers, 8000, 400),
+    "silent-peers-few-files": Attack(socket_door.silent_peers, 400, 400, 200, (), True),
+    "prefixes-and-splits": Attack(socket_door.prefixes_and_splits, 20, 1),
+    "size-limits": Attack(socket_door.size_limits, 100, 2000),
+    "stalled-outputs": Attack(socket_door.stalled_outputs, 60, 20),
+    "descriptor-limit": Attack(socket_door.descriptor_limit, 20, 2, 200, (), True),
+    "vanishing-clients": Attack(grpc_door.vanishing_clients, 1, 20),
+    "silent-clients": Attack(grpc_door.silent_clients, 8000, 400),
+    "silent-clients-few-files": Attack(grpc_door.silent_clients, 400, 400, 200, (), True),
+    "http2-garbage": Attack(grpc_door.http2_garbage, 10_000, 200),
+    "floods": Attack(grpc_door.floods, 5, None, 20000, (), True, 6000),
+    "large-metadata": Attack(grpc_door.large_metadata, 20, 1),
+    "message-limits": Attack(grpc_door.message_limits, 2, 1),
+    "many-streams": Attack(grpc_door.many_streams, 5000, 400, 20000, SLOW_PORTS, True),
+    "slow-readers": Attack(grpc_door.slow_readers, 100, 10, memory_mb=2500),
+}
+
+
+def verdict(attack, seen, before, after, lines):
+    """Raises Failed when the agent has not kept what it promises."""
+    check(after.descriptors <= before.descriptors, f"{after.descriptors - before.descriptors} descriptors stay open")
+    check(after.threads <= before.threads + SPARE_THREADS, f"{after.threads - before.threads} threads stay")
+    check(seen.threads <= MOST_THREADS, f"{seen.threads} threads at once")
+    check(after.peak_kb - before.memory_kb <= 1000 * attack.memory_mb, "it takes too much memory")
+    check(seen.gap_s < LONGEST_GAP_S, "a heartbeat was missed")
+    check(attack.starves or not seen.failures, f"{seen.failures} requests of the well-behaved client failed")
+    check(attack.starves or seen.slowest_s < LONGEST_ANSWER_S, "the well-behaved client waited too long")
+    forged = [line for line in lines if not LOG_LINE.fullmatch(line)]
+    check(not forged, f"no line of the logger: {forged[:1]}")
+
+
+def run_against(agent, attack, amount):
+    """Returns the figures of the attack and what was wrong."""
+    agent.answers()
+    time.sleep(0.2)  # until these connections are closed
+    log_begin, before = agent.log.stat().st_size, agent.figures()
+    agent.forget_peak()
+    watch, text, wrong = Watch(agent), "", None
+    try:
+        text = attack.run(agent, amount)
+    except (Failed, OSError, EOFError) as error:
+        wrong = f"{type(error).__name__} {error}"
+    seen = watch.end()
+    try:
+        recovery = agent.recovery_s()
+        after, lines = agent.settle(before), agent.log_lines(log_begin)
+        text += (f"; descriptors {before.descriptors} -> {after.descriptors}, "
+                 f"threads {before.threads} -> {after.threads} (peak {seen.threads}), "
+                 f"memory {before.memory_kb // 1000} -> {after.memory_kb // 1000} MB "
+                 f"(peak {after.peak_kb // 1000}), heartbeat gap {seen.gap_s:.2f} s, {seen.answers} answers, "
+                 f"slowest {seen.slowest_s * 1000:.0f} ms, "
+                 f"{seen.failures} failed, recovery {recovery * 1000:.0f} ms, {len(lines)} log lines")
+        verdict(attack, seen, before, after, lines)
+    except (Failed, OSError) as error:
+        wrong = wrong or f"{type(error).__name__} {error}"
+    return text, wrong
+
+
+def run_one(name, build, shared, short):
+    attack = ATTACKS.get(name) or WITHOUT_AGENT[name]
+    amount = attack.short if short else attack.whole
+    began = time.monotonic()
+    if name in WITHOUT_AGENT:
+        try:
+            text, wrong = attack.run(build, amount), None
+        except (Failed, OSError) as error:
+            text, wrong = "", f"{type(error).__name__} {error}"
+    elif attack.files:
+        with Agent(build, *attack.options, files=attack.files) as agent:
+            text, wrong = run_against(agent, attack, amount)
+    else:
+        text, wrong = run_against(shared, attack, amount)
+    text += f": {wrong}" if wrong else ""
+    print(f"{'FAILED' if wrong else 'ok':6} {name} ({time.monotonic() - began:.0f} s): {text}", flush=True)
+    return not wrong
+
+
+def torture(build, names, minutes, short):
+    until, rounds = time.monotonic() + 60 * minutes, 0
+    passed = True
+    with Agent(build) as shared:  # the first heartbeat comes 10 s after the start: the others are attacked meanwhile
+        while rounds == 0 or time.monotonic() < until:
+            for name in names:
+                passed = run_one(name, build, shared, short) and passed
+            rounds += 1
+    return passed
+
+
+def main():
+    parser = argparse.ArgumentParser(description=__doc__, formatter_class=argparse.RawDescriptionHelpFormatter)
+    names = [*WITHOUT_AGENT, *ATTACKS]
+    parser.add_argument("build")
+    parser.add_argument("--short", action="store_true", help="each attack small, all of them in half a minute")
+    parser.add_argument("--minutes", type=float, default=0, help="again and again for so long")
+    parser.add_argument("--only", choices=names, action="append", metavar="ATTACK", help=", ".join(names))
+    parser.add_argument("--soak", type=int, metavar="REQUESTS", help="mixed requests, to see whether anything grows")
+    options = parser.parse_args()
+    if options.soak:
+        return soak.run(options.build, options.soak)
+    if options.short:
+        names = [name for name in names if (ATTACKS | WITHOUT_AGENT)[name].short is not None]
+    return torture(options.build, options.only or names, options.minutes, options.short)
+
+
+if __name__ == "__main__":
+    sys.exit(0 if main() else 1)

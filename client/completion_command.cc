@@ -176,7 +176,7 @@ std::vector<std::string> completions(const CLI::App *app, std::vector<std::strin
     }
     std::erase_if(found, [&](const std::string &name) { return !name.starts_with(current); });
     std::ranges::sort(found);
-    found.erase(std::ranges::unique(found).begin(), found.end());
+    found.erase(std::unique(found.begin(), found.end()), found.end());
     return found;
 }
 

@@ -99,7 +99,8 @@ outcome_s run_list_faults(const global_options_s &global) {
 
 bool contains(std::string_view text, std::string_view part) {
     const auto same = [](unsigned char a, unsigned char b) { return std::tolower(a) == std::tolower(b); };
-    return !std::ranges::search(text, part, same).empty() || part.empty();
+    return part.empty() ||
+           std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
 }
 
 outcome_s run_list_operations(const global_options_s &global, const std::string &part) {

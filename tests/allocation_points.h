@@ -7,6 +7,9 @@
 
 namespace test {
 
+// False under AddressSanitizer, where protobuf's allocations don't fail.
+extern const bool k_protobufs_fail;
+
 // While it lives, the `nth` allocation (from 1) that the library makes on any thread fails with std::bad_alloc; so count
 // those that the C++ library, the log library and protobuf make on its behalf, and not those of the agent that it calls.
 // One at a time.

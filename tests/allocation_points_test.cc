@@ -88,7 +88,9 @@ TEST_F(allocation_points, ServiceRequestThreadGoesOn) {
         {"a debug command", traced_flow()},
         {"a command without arguments", test::command_bytes(nyx::COMMAND_TABLES)},
         {"no request", std::string(300, '\xff')}};
-    for (const auto &[name, bytes] : requests) {
+    for (const auto &request : requests) {
+        const auto &[name, text] = request;
+        const std::string &bytes = text;  // which a lambda can take
         const auto ask = [&] {
             test::output_pipe output;
             client tool(path_);

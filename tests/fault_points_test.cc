@@ -339,7 +339,7 @@ TEST_P(points, EachAllocationMayFail) {
         SCOPED_TRACE(operation.call.method + " " + operation.call.request);
         allocations += fail_each_allocation(operation);
     }
-    EXPECT_GT(allocations, 0);
+    EXPECT_TRUE(allocations > 0 || !test::k_protobufs_fail);
 }
 
 }  // namespace

@@ -138,7 +138,7 @@ def size_limits(agent, step):
     """Requests around every limit: with a descriptor, without one, and of the buffer."""
     most = {}
     for descriptors, sure, sizes in ((True, 32_000, range(30_000, 42_000, step)),
-                                     (False, 150_000, range(140_000, 260_000, 4 * step))):
+                                     (False, 32_000, range(140_000, 260_000, 4 * step))):
         for size in (*sizes, 1_048_575, 1_048_576, 1_048_577, 4 << 20):
             if answered(agent, size, descriptors):
                 most[descriptors] = max(size, most.get(descriptors, 0))

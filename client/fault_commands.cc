@@ -3,8 +3,10 @@
 #include <algorithm>
 #include <cctype>
 #include <memory>
+#include <string>
 #include <vector>
 
+#include "base/fault_limits.h"
 #include "client/grpc_call.h"
 #include "client/rows.h"
 #include "client/symbols.h"
@@ -23,17 +25,10 @@ constexpr char k_footer[] = R"(Examples:
   nyxctl fault list
   nyxctl fault clear)";
 
-constexpr char k_add_footer[] =
-    R"(SPEC is OPERATION:code=CODE or OPERATION:delay=MS, and limits, divided by commas:
-  key=HEX           only calls for objects whose key starts with these bytes
-  after=N           not the first N calls
-  walk=M            of a walk: each one breaks after M records
-  nth=N             only the N-th call
-  every=N           every N-th call
-  chance=PERCENT    at random, the same calls in every run; seed=S (default 1) makes it others
-  full=N            nyx_tbl_<table>_create alone: fails while the table has N or more entries, with
-                    SDK_RET_RESOURCE_EXHAUSTION unless code= says otherwise
-Calls count from now on. CODE is a number or a name of the agent's return codes. The fault strikes until
+std::string add_footer() {
+    return R"(SPEC is OPERATION:code=CODE or OPERATION:delay=MS, and limits, divided by commas:
+)" + std::string(base::k_fault_limits) +
+           R"(Calls count from now on. CODE is a number or a name of the agent's return codes. The fault strikes until
 it is removed.
 
 Examples:
@@ -41,6 +36,7 @@ Examples:
   nyxctl fault add nyx_tbl_flow_create:full=1000
   nyxctl fault add nyx_if_read_all:code=10,walk=2
   nyxctl fault add debug::nyx_handle_cmd:delay=300)";
+}
 
 constexpr char k_list_footer[] =
     R"(CALLS are those of the operation, for the key if one was given, since the fault was added; STRIKES are
@@ -126,7 +122,7 @@ outcome_s run_clear(const global_options_s &global, const std::vector<uint32_t> 
 }
 
 void add_add(CLI::App *app, context_s *context) {
-    CLI::App *command = add_command(app, "add", "Arm a fault, and show its id", k_add_footer);
+    CLI::App *command = add_command(app, "add", "Arm a fault, and show its id", add_footer());
     const auto spec = std::make_shared<std::string>();
     command->add_option("SPEC", *spec, "The fault")->required();
     command->callback(

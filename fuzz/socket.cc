@@ -7,6 +7,7 @@
 #include <sys/socket.h>
 
 #include <iterator>
+#include <string>
 #include <vector>
 
 #include "base/unique_fd.h"
@@ -16,6 +17,7 @@
 #include "nyx/debug_command.pb.h"
 #include "nyx/types/service.pb.h"
 #include "svc/channel/svc_thread.h"
+#include "tests/send_descriptors.h"
 
 namespace {
 
@@ -68,25 +70,13 @@ unique_fd descriptor(uint8_t kind, int own_end) {
     }
 }
 
-void send_all(int fd, std::string bytes, const std::vector<unique_fd> &descriptors) {
-    iovec part = {.iov_base = bytes.data(), .iov_len = bytes.size()};
-    std::vector<uint8_t> control(CMSG_SPACE(descriptors.size() * sizeof(int)));
-    msghdr message = {};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    if (!descriptors.empty()) {
-        message.msg_control = control.data();
-        message.msg_controllen = control.size();
-        cmsghdr *header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(descriptors.size() * sizeof(int));
-        for (size_t i = 0; i < descriptors.size(); i++) {
-            const int sent = descriptors[i].get();
-            memcpy(CMSG_DATA(header) + i * sizeof(sent), &sent, sizeof(sent));
-        }
+void send_all(int fd, const std::string &bytes, const std::vector<unique_fd> &descriptors) {
+    std::vector<int> sent;
+    for (const unique_fd &descriptor : descriptors) {
+        sent.push_back(descriptor.get());
     }
-    check(sendmsg(fd, &message, MSG_DONTWAIT) == static_cast<ssize_t>(bytes.size()), "the request is sent");
+    check(test::send_with_descriptors(fd, bytes, sent, MSG_DONTWAIT) == static_cast<ssize_t>(bytes.size()),
+          "the request is sent");
     shutdown(fd, SHUT_WR);
 }
 

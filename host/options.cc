@@ -5,26 +5,23 @@
 #include <CLI/CLI.hpp>
 #include <map>
 #include <stdexcept>
+#include <string>
+
+#include "base/fault_limits.h"
 
 namespace host {
 
 namespace {
 
-constexpr const char *k_footer = R"(
+std::string footer() {
+    return R"(
 Faults, to rehearse failures (may be given more than once):
   OPERATION:code=CODE[,LIMIT...]    fail with a return code above 0, a number or a name
   OPERATION:delay=MS[,LIMIT...]     take so much longer
 Without limits every call is struck. Limits count calls of the operation; a walk over objects counts as
 one call for each object:
-  key=HEX           only calls for objects whose key starts with these bytes
-  after=N           not the first N calls
-  walk=M            of a walk: each one breaks after M records
-  nth=N             only the N-th call
-  every=N           every N-th call
-  chance=PERCENT    at random, the same calls in every run; seed=S (default 1) makes it others
-  full=N            nyx_tbl_<table>_create alone: fails while the table has N or more entries, with
-                    SDK_RET_RESOURCE_EXHAUSTION unless code= says otherwise
-Of nth, every, chance, walk and full there can be one; nth and full go with no after, full with code alone.
+)" + std::string(base::k_fault_limits) +
+           R"(Of nth, every, chance, walk and full there can be one; nth and full go with no after, full with code alone.
 
 Examples:
   --fault nyx_tbl_flow_create:code=6              every flowCreate entry fails with code 6
@@ -41,6 +38,7 @@ While the agent runs:
   nyxctl fault add SPEC, list, clear              arm faults, see what they struck, remove them
 
 Exit codes: 0 stopped by SIGTERM or SIGINT, 1 could not start or serve, 2 bad command line.)";
+}
 
 constexpr const char *k_address_help =
     "Address of the gRPC server: HOST:PORT (port 0: any free one) or unix:PATH. Without TLS only "
@@ -117,7 +115,7 @@ parsed_s parse_command_line(int argc, char **argv) {
         ->type_name("SPEC")
         ->check(check_fault);
     app.set_version_flag("--version", NYX_VERSION);
-    app.footer(k_footer);
+    app.footer(footer());
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

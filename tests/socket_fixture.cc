@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "svc/channel/svc_thread.h"
+#include "tests/send_descriptors.h"
 
 namespace test {
 
@@ -44,21 +45,7 @@ bool client::connect_to(const std::string &path) {
 }
 
 bool client::send(const std::string &data, const std::vector<int> &descriptors) {
-    iovec part = {.iov_base = const_cast<char *>(data.data()), .iov_len = data.size()};
-    std::vector<uint8_t> control(CMSG_SPACE(descriptors.size() * sizeof(int)));
-    msghdr message = {};
-    message.msg_iov = &part;
-    message.msg_iovlen = 1;
-    if (!descriptors.empty()) {
-        message.msg_control = control.data();
-        message.msg_controllen = control.size();
-        cmsghdr *header = CMSG_FIRSTHDR(&message);
-        header->cmsg_level = SOL_SOCKET;
-        header->cmsg_type = SCM_RIGHTS;
-        header->cmsg_len = CMSG_LEN(descriptors.size() * sizeof(int));
-        memcpy(CMSG_DATA(header), descriptors.data(), descriptors.size() * sizeof(int));
-    }
-    return sendmsg(fd_.get(), &message, MSG_NOSIGNAL) >= 0;
+    return send_with_descriptors(fd_.get(), data, descriptors, MSG_NOSIGNAL) >= 0;
 }
 
 std::optional<std::string> client::read_to_end() {

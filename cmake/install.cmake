@@ -16,7 +16,7 @@ endif()
 configure_file(${CMAKE_CURRENT_LIST_DIR}/install_begin.cmake.in ${PROJECT_BINARY_DIR}/install_begin.cmake @ONLY)
 install(SCRIPT ${PROJECT_BINARY_DIR}/install_begin.cmake ALL_COMPONENTS)
 
-# Once raised with every change of svc/exports.txt that takes something away.
+# To be raised by every change that takes something away from svc/exports.txt.
 set(NYX_SOVERSION 0)
 
 function(nyx_install_library target)

@@ -16,6 +16,7 @@
 #include <chrono>
 #include <climits>
 
+#include "base/accept_reserve.h"
 #include "host/credentials.h"
 #include "host/fault_service.h"
 #include "host/server_settings.h"
@@ -118,6 +119,7 @@ bool grpc_door::wait_for(int fd, int timeout_ms) const {
 
 void grpc_door::accept_until_stopped() {
     constexpr int k_for_ever = -1, k_no_fd = -1, k_pause_ms = 50;
+    base::accept_reserve reserve;
     while (wait_for(listener_.fd.get(), k_for_ever)) {
         grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
         connection.fd = accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
@@ -125,8 +127,10 @@ void grpc_door::accept_until_stopped() {
             close(connection.fd);
         } else if (connection.fd >= 0) {
             acceptor_->HandleNewConnection(&connection);  // owns the descriptor from here on
-        } else if (errno == EMFILE || errno == ENFILE || errno == ENOBUFS || errno == ENOMEM) {
-            wait_for(k_no_fd, k_pause_ms);  // clients wait in the backlog until there are descriptors again
+        } else if (errno == EMFILE || errno == ENFILE) {
+            reserve.turn_one_away(listener_.fd.get());
+        } else if (errno == ENOBUFS || errno == ENOMEM) {
+            wait_for(k_no_fd, k_pause_ms);  // clients wait in the backlog until there is memory again
         }
     }
 }

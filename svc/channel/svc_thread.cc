@@ -1,6 +1,5 @@
 #include "svc/channel/svc_thread.h"
 
-#include <fcntl.h>
 #include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
@@ -14,6 +13,7 @@
 #include <unordered_map>
 
 #include "agent_api/thread.h"
+#include "base/accept_reserve.h"
 #include "base/unique_fd.h"
 #include "svc/channel/svc_req_handler_quill.h"
 #include "svc/channel/svc_request.h"
@@ -58,31 +58,9 @@ void close_connection(io_ *io) {
     t_connections.erase(io);
 }
 
-// Keeps one descriptor in hand for the time when the process has no other left: a peer that waits to be
-// accepted would then keep the listening socket ready for ever, and the thread busy.
-class accept_reserve {
- public:
-    accept_reserve() { refill(); }
-
-    // Accepts one waiting peer and hangs up on it.
-    void turn_one_away(int listen_fd) {
-        if (!reserve_.valid()) {
-            usleep(10'000);  // another thread was quicker to take it; wait for descriptors, but do not spin
-        }
-        reserve_.reset();
-        unique_fd(accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC));
-        refill();
-    }
-
- private:
-    void refill() { reserve_.reset(open("/dev/null", O_RDONLY | O_CLOEXEC)); }
-
-    unique_fd reserve_;
-};
-
 // Made when the socket is set up, not when descriptors have run out.
-accept_reserve &reserve() {
-    static accept_reserve reserve;
+base::accept_reserve &reserve() {
+    static base::accept_reserve reserve;
     return reserve;
 }
 

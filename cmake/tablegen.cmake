@@ -14,7 +14,7 @@ set(NYX_TABLE_SIM_SOURCE ${NYX_GEN}/sim/nyx_tbl_entry_points.cc)
 file(GLOB NYX_TABLEGEN_SOURCES CONFIGURE_DEPENDS ${NYX_TABLEGEN}/*.py)
 add_custom_command(
   OUTPUT ${NYX_TABLE_FAMILY_SOURCES} ${NYX_TABLE_FAMILY_HEADERS} ${NYX_TABLE_SIM_SOURCE} ${NYX_GEN}/agent_api/nyx_tbl.h
-         ${NYX_GEN}/svc/nyx_tbl_functions.h ${NYX_GEN}/svc/nyx_tbl_methods.inc
+         ${NYX_GEN}/svc/nyx_tbl_functions.h ${NYX_GEN}/svc/nyx_tbl_methods.inc ${NYX_GEN}/svc/nyx_tbl_calls.inc
   COMMAND Python3::Interpreter ${NYX_TABLEGEN} ${NYX_SCHEMA} --cpp ${NYX_GEN}
   COMMAND ${CMAKE_COMMAND} -E touch_nocreate ${NYX_TABLE_SIM_SOURCE}
   DEPENDS ${NYX_SCHEMA} ${NYX_TABLEGEN_SOURCES}

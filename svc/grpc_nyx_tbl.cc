@@ -1,8 +1,13 @@
 #include "svc/grpc_nyx_tbl.h"
 
+#include "svc/common/arena_call.h"
 #include "svc/nyx_tbl_flow.h"
 
 // Out of line, so that the class's 148 methods are compiled here and nowhere else.
+NyxTblSvcImpl::NyxTblSvcImpl() {
+#include "svc/nyx_tbl_calls.inc"
+}
+
 NyxTblSvcImpl::~NyxTblSvcImpl() = default;
 
 void nyx_flow_info_proto_to_api_spec(nyx_tbl_flow_info_spec_s *spec, const nyx::flow_infoSpec *proto) {

@@ -8,8 +8,9 @@
 
 // Each method calls the free function nyx_svc_<table>_<operation> with its request and response and ends with
 // gRPC status OK; the outcome is the response's api_status. No state: any thread.
-class NyxTblSvcImpl : public nyx::NyxTblSvc::Service {
+class NyxTblSvcImpl final : public nyx::NyxTblSvc::Service {
  public:
+    NyxTblSvcImpl();
     ~NyxTblSvcImpl() override;
 #include "svc/nyx_tbl_methods.inc"
 };

@@ -4,6 +4,7 @@
 
 #include "agent_api/control_plane.h"
 #include "agent_api/interface.h"
+#include "svc/common/arena_call.h"
 #include "svc/common/batch.h"
 #include "svc/common/object_read.h"
 #include "svc/common/text.h"
@@ -137,6 +138,11 @@ sdk::sdk_ret_t remove_all(const nyx::InterfaceDeleteRequest &req, uint64_t batch
 }
 
 }  // namespace
+
+IfSvcImpl::IfSvcImpl() {
+    MarkMethodCallback(svc::method_index("nyx.IfSvc.InterfaceGet"), svc::in_arena<nyx_svc_interface_get>());
+    MarkMethodCallback(svc::method_index("nyx.IfSvc.LifGet"), svc::in_arena<nyx_svc_lif_get>());
+}
 
 IfSvcImpl::~IfSvcImpl() = default;
 

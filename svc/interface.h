@@ -6,8 +6,9 @@
 #include "nyx/interface.grpc.pb.h"
 
 // Each method ends with gRPC status OK; the outcome is the response's api_status. No state: any thread.
-class IfSvcImpl : public nyx::IfSvc::Service {
+class IfSvcImpl final : public nyx::IfSvc::Service {
  public:
+    IfSvcImpl();
     ~IfSvcImpl() override;
     grpc::Status InterfaceCreate(grpc::ServerContext *context, const nyx::InterfaceRequest *req,
                                  nyx::InterfaceResponse *rsp) override;
@@ -35,6 +36,7 @@ sdk::sdk_ret_t nyx_svc_interface_delete(const nyx::InterfaceDeleteRequest *req,
                                         nyx::InterfaceDeleteResponse *rsp);
 
 void nyx_svc_interface_get(const nyx::InterfaceGetRequest *req, nyx::InterfaceGetResponse *rsp);
+sdk::sdk_ret_t nyx_svc_lif_get(const nyx::LifGetRequest *req, nyx::LifGetResponse *rsp);
 
 // Appends a nyx_lif_info_s to a nyx::LifGetResponse.
 void nyx_lif_api_info_to_proto(void *info, void *ctxt);

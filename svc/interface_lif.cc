@@ -40,10 +40,14 @@ void nyx_lif_api_info_to_proto(void *info, void *ctxt) {
     status->set_lif_word_3(lif.lif_word_3);
 }
 
+sdk::sdk_ret_t nyx_svc_lif_get(const nyx::LifGetRequest *req, nyx::LifGetResponse *rsp) {
+    return svc::read_objects<nyx_lif_info_s>(req, rsp, nyx_lif_read, nyx_lif_read_all,
+                                             nyx_lif_api_info_to_proto);
+}
+
 grpc::Status IfSvcImpl::LifGet(grpc::ServerContext *, const nyx::LifGetRequest *req,
                                nyx::LifGetResponse *rsp) {
-    (void)svc::read_objects<nyx_lif_info_s>(req, rsp, nyx_lif_read, nyx_lif_read_all,
-                                            nyx_lif_api_info_to_proto);
+    (void)nyx_svc_lif_get(req, rsp);
     return grpc::Status::OK;
 }
 

@@ -6,6 +6,7 @@
 
 #include "agent_api/lif.h"
 #include "agent_api/lif_impl.h"
+#include "svc/common/arena_call.h"
 #include "svc/common/converters.h"
 #include "svc/common/object_read.h"
 #include "svc/common/text.h"
@@ -69,6 +70,11 @@ void status_to_proto(nyx::LifClassicStatus *proto, const quill_lif_impl &impl, c
 
 }  // namespace
 
+LifClassicSvcImpl::LifClassicSvcImpl() {
+    MarkMethodCallback(svc::method_index("nyx.LifClassicSvc.LifClassicGet"),
+                       svc::in_arena<nyx_svc_lif_classic_get>());
+}
+
 LifClassicSvcImpl::~LifClassicSvcImpl() = default;
 
 void nyx_lif_api_info_to_config_proto(void *info, void *ctxt) {
@@ -81,9 +87,14 @@ void nyx_lif_api_info_to_config_proto(void *info, void *ctxt) {
     }
 }
 
+sdk::sdk_ret_t nyx_svc_lif_classic_get(const nyx::LifClassicGetRequest *req,
+                                       nyx::LifClassicGetResponse *rsp) {
+    return svc::read_objects<nyx_lif_info_s>(req, rsp, nyx_lif_read, nyx_lif_read_all,
+                                             nyx_lif_api_info_to_config_proto);
+}
+
 grpc::Status LifClassicSvcImpl::LifClassicGet(grpc::ServerContext *, const nyx::LifClassicGetRequest *req,
                                               nyx::LifClassicGetResponse *rsp) {
-    (void)svc::read_objects<nyx_lif_info_s>(req, rsp, nyx_lif_read, nyx_lif_read_all,
-                                            nyx_lif_api_info_to_config_proto);
+    (void)nyx_svc_lif_classic_get(req, rsp);
     return grpc::Status::OK;
 }

@@ -2,15 +2,19 @@
 
 #pragma once
 
+#include "agent_api/sdk_ret.h"
 #include "nyx/lif.grpc.pb.h"
 
 // Ends with gRPC status OK; the outcome is the response's api_status. No state: any thread.
-class LifClassicSvcImpl : public nyx::LifClassicSvc::Service {
+class LifClassicSvcImpl final : public nyx::LifClassicSvc::Service {
  public:
+    LifClassicSvcImpl();
     ~LifClassicSvcImpl() override;
     grpc::Status LifClassicGet(grpc::ServerContext *context, const nyx::LifClassicGetRequest *req,
                                nyx::LifClassicGetResponse *rsp) override;
 };
+
+sdk::sdk_ret_t nyx_svc_lif_classic_get(const nyx::LifClassicGetRequest *req, nyx::LifClassicGetResponse *rsp);
 
 // Appends a nyx_lif_info_s to a nyx::LifClassicGetResponse, with a status when the pipeline has an implementation
 // object for the LIF.

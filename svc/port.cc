@@ -1,6 +1,7 @@
 #include "svc/port.h"
 
 #include "agent_api/port.h"
+#include "svc/common/arena_call.h"
 #include "svc/common/batch.h"
 #include "svc/common/object_read.h"
 #include "svc/common/trace.h"
@@ -34,7 +35,7 @@ sdk::sdk_ret_t nyx_svc_port_update(const nyx::PortUpdateRequest *req, nyx::PortU
 grpc::Status PortSvcImpl::PortGet(grpc::ServerContext *, const nyx::PortGetRequest *req,
                                   nyx::PortGetResponse *rsp) {
     (void)nyx_svc_port_get(req, rsp);
-    return grpc::Status::OK;
+    return svc::status_of(*rsp);
 }
 
 grpc::Status PortSvcImpl::PortUpdate(grpc::ServerContext *, const nyx::PortUpdateRequest *req,

@@ -10,6 +10,7 @@
 #include <set>
 #include <thread>
 
+#include "nyx/types/object.pb.h"
 #include "sim/faults.h"
 #include "sim/tables.h"
 #include "svc/grpc_nyx_tbl.h"
@@ -354,6 +355,16 @@ TEST(table_functions, FlowInfoConverterFillsTheDataPartOnly) {
         memcpy(bytes.data(), &rec, sizeof(rec));
         EXPECT_THAT(bytes, ElementsAreArray(expected));
     }
+}
+
+TEST_F(table_service, RequestThatCannotBeParsedIsRefusedByName) {
+    types::Id bytes;  // on the wire a flowRequest whose entry ends within a field
+    bytes.set_id("\xff");
+    nyx::flowResponse rsp;
+    const auto status = server_.call("/nyx.NyxTblSvc/flowCreate", bytes, &rsp);
+    EXPECT_EQ(status.error_code(), grpc::INTERNAL);
+    EXPECT_THAT(status.error_message(), testing::HasSubstr("nyx.flowRequest"));
+    EXPECT_THAT(stored(test::table_layout("flow")), testing::IsEmpty());
 }
 
 void create_terminations(const std::shared_ptr<grpc::Channel> &channel, uint32_t first, uint32_t count) {

@@ -241,6 +241,17 @@ def _methods(tables):
     return "".join(lines)
 
 
+def _calls(tables):
+    lines = [f"{HEADER}// Inside the constructor of NyxTblSvcImpl.\n"]
+    for table in tables:
+        for operation in OPERATIONS:
+            lines.append(
+                f'MarkMethodCallback(svc::method_index("nyx.NyxTblSvc.{table.name}{operation.capitalize()}"), '
+                f"svc::in_arena<nyx_svc_{table.name}_{operation}>());\n"
+            )
+    return "".join(lines)
+
+
 # --- sim: the stand-in's table library --------------------------------------------------------------------
 
 
@@ -285,6 +296,7 @@ def emit(tables):
         "agent_api/nyx_tbl.h": _records_header(tables),
         "svc/nyx_tbl_functions.h": _functions_header(tables),
         "svc/nyx_tbl_methods.inc": _methods(tables),
+        "svc/nyx_tbl_calls.inc": _calls(tables),
         "sim/nyx_tbl_entry_points.cc": _sim_source(tables),
     }
     for family, group in families(tables).items():

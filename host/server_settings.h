@@ -11,8 +11,11 @@ namespace host {
 
 inline void apply_server_settings(grpc::ServerBuilder &builder) {
     using option = grpc::ServerBuilder::SyncServerOption;
-    // With gRPC's default of two, threads come and go with every few calls of eight clients.
-    constexpr int k_pollers = 16;
+    // Threads that wait for the next call. A call takes the thread that got it, and a new one is made when fewer than the
+    // least number still wait; a thread that finds as many waiting as there may be ends. So only few of many may stay
+    // away: with a least number equal to the most a thread is made for every call, with gRPC's most of two for every
+    // thirtieth of eight clients.
+    constexpr int k_max_pollers = 16;
     // Every running call has a thread. Calls beyond that end with RESOURCE_EXHAUSTED.
     constexpr int k_max_threads = 256;
     constexpr int k_max_streams = 128;  // of one connection; what is beyond waits in its client
@@ -21,8 +24,7 @@ inline void apply_server_settings(grpc::ServerBuilder &builder) {
     constexpr int k_handshake_ms = 10'000;
     constexpr int k_keepalive_ms = 60'000, k_keepalive_answer_ms = 20'000;
     builder.SetMaxReceiveMessageSize(base::k_max_grpc_request_size);
-    builder.SetSyncServerOption(option::MIN_POLLERS, k_pollers);
-    builder.SetSyncServerOption(option::MAX_POLLERS, k_pollers);
+    builder.SetSyncServerOption(option::MAX_POLLERS, k_max_pollers);
     builder.SetResourceQuota(grpc::ResourceQuota("nyx-agent").SetMaxThreads(k_max_threads));
     builder.AddChannelArgument(GRPC_ARG_MAX_CONCURRENT_STREAMS, k_max_streams);
     builder.AddChannelArgument(GRPC_ARG_MAX_METADATA_SIZE, k_max_metadata_size);

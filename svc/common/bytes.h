@@ -5,6 +5,7 @@
 #include <cstddef>
 #include <cstdint>
 #include <cstring>
+#include <string>
 #include <string_view>
 
 namespace svc {
@@ -18,6 +19,12 @@ void store_bytes(uint8_t (&dst)[N], std::string_view src) {
     }
     memset(dst, 0, N);
     src.copy(reinterpret_cast<char *>(dst), N);
+}
+
+// Without the temporary string that the setter of a message makes.
+template <size_t N>
+void load_bytes(std::string *dst, const uint8_t (&src)[N]) {
+    dst->assign(reinterpret_cast<const char *>(src), N);
 }
 
 }  // namespace svc

@@ -104,7 +104,7 @@ def _to_record(field):
 
 def _to_proto(field):
     if field.is_bytes:
-        return f"msg->set_{field.name}(rec.{field.name}, sizeof(rec.{field.name}));"
+        return f"svc::load_bytes(msg->mutable_{field.name}(), rec.{field.name});"
     return f"msg->set_{field.name}(rec.{field.name});"
 
 

@@ -84,7 +84,7 @@ class FaultTest(unittest.TestCase):
         checks = [row["check"] for row in rows]
         self.assertEqual([checks.count(name) for name in ("grpc", "socket", "health", "schema")], [1, 1, 8, 1])
         limits = {row["subject"]: row["detail"] for row in rows if row["check"] == "limit"}
-        self.assertEqual(limits, {"gRPC request": 8 << 20, "socket request": 1 << 20})
+        self.assertEqual(limits, {"gRPC request": 16 << 20, "socket request": 1 << 20})
 
     def test_status_tells_degraded_from_unreachable(self):
         self.ctl("fault", "add", "debug::nyx_handle_cmd:code=39")

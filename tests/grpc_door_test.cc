@@ -105,7 +105,7 @@ TEST_F(GrpcDoor, ReflectionAndHealthKnowTheServices) {
     EXPECT_EQ(ask(channel(), "/grpc.health.v1.Health/Check", ""), "\x08\x01");  // SERVING
 }
 
-TEST_F(GrpcDoor, RequestsOfUpTo8MebibytesAreTaken) {
+TEST_F(GrpcDoor, RequestsOfUpTo16MebibytesAreTaken) {
     const auto stub = nyx::NyxTblSvc::NewStub(channel());
     const auto delete_with_key_of = [&](size_t size) {
         grpc::ClientContext context;
@@ -115,8 +115,8 @@ TEST_F(GrpcDoor, RequestsOfUpTo8MebibytesAreTaken) {
         return stub->flowDelete(&context, request, &response).error_code();
     };
     constexpr size_t k_mebibyte = 1024 * 1024;
-    EXPECT_EQ(delete_with_key_of(7 * k_mebibyte), grpc::StatusCode::OK);
-    EXPECT_EQ(delete_with_key_of(8 * k_mebibyte), grpc::StatusCode::RESOURCE_EXHAUSTED);
+    EXPECT_EQ(delete_with_key_of(15 * k_mebibyte), grpc::StatusCode::OK);
+    EXPECT_EQ(delete_with_key_of(16 * k_mebibyte), grpc::StatusCode::RESOURCE_EXHAUSTED);
 }
 
 TEST_F(GrpcDoor, ServesNewClientsAgainAfterItWasOutOfDescriptors) {

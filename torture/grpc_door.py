@@ -10,7 +10,7 @@ import wire
 from agent import check
 from socket_door import hold
 
-MOST_MESSAGE = 8 << 20
+MOST_MESSAGE = 16 << 20
 IDS = 3000  # as many as a connection takes at its beginning
 CALL = wire.opening() + wire.call(1, wire.PORT_GET)
 
@@ -158,7 +158,7 @@ def send_message(number, agent, size):
 
 
 def message_limits(agent, at_once):
-    """Messages around the limit of 8 MiB."""
+    """Messages around the limit of 16 MiB."""
     for size in (1 << 20, MOST_MESSAGE, MOST_MESSAGE + 1, 2 * MOST_MESSAGE):
         for length, answered in processes.at_once(at_once, send_message, agent, size):
             check(answered == (length <= MOST_MESSAGE), f"answered {answered} for a message of {length} bytes")

@@ -1,11 +1,14 @@
-// An entry on its way from message to record and back, by the time that protobuf takes to parse it.
+// An entry on its way from message to record and back, by protobuf's parse of it, by reflection and by a copy.
 
 #include <benchmark/benchmark.h>
+#include <google/protobuf/arena.h>
 
+#include <cstring>
 #include <memory>
 
 #include "bench/entries.h"
 #include "bench/figures.h"
+#include "bench/reflection.h"
 #include "svc/nyx_tbl_flow.h"
 #include "svc/nyx_tbl_frame.h"
 
@@ -15,25 +18,39 @@ namespace {
 
 constexpr int k_batch = 1000;
 
-double to_record(nanoseconds slice) {
-    const auto spec = std::make_unique<nyx::flowSpec>(flow_entries(1).request(0));
-    return cost_of(slice, k_batch, [&spec] {
-        nyx_tbl_flow_spec_s record{};
-        nyx_tbl::spec_to_record<nyx_tbl::flow_binding>(record, *spec);
-        benchmark::DoNotOptimize(&record);
-        benchmark::ClobberMemory();
-    });
+// `convert` fills a record from an entry.
+template <class Convert>
+cost filling_record(Convert convert) {
+    return [convert](nanoseconds slice) {
+        const auto spec = std::make_unique<nyx::flowSpec>(flow_entries(1).request(0));
+        return cost_of(slice, k_batch, [&] {
+            nyx_tbl_flow_spec_s record{};
+            convert(record, *spec);
+            benchmark::DoNotOptimize(&record);
+            benchmark::ClobberMemory();
+        });
+    };
 }
 
-double to_message(nanoseconds slice) {
-    const nyx_tbl_flow_spec_s record = flow_record();
-    benchmark::DoNotOptimize(&record);
-    return cost_of(slice, k_batch, [&record] {
-        const auto spec = std::make_unique<nyx::flowSpec>();
-        nyx_tbl::record_to_spec<nyx_tbl::flow_binding>(spec.get(), record);
-        benchmark::DoNotOptimize(spec.get());
-        benchmark::ClobberMemory();
-    });
+// `convert` fills an entry from a record. As in a response, a thousand of them lie in one arena.
+template <class Convert>
+cost filling_message(Convert convert) {
+    return [convert](nanoseconds slice) {
+        const nyx_tbl_flow_spec_s record = flow_record();
+        benchmark::DoNotOptimize(&record);
+        google::protobuf::ArenaOptions options;
+        options.max_block_size = 64 * 1024;
+        const double batch_cost = cost_of(slice, 1, [&] {
+            google::protobuf::Arena arena(options);
+            auto *response = google::protobuf::Arena::CreateMessage<nyx::flowGetResponse>(&arena);
+            for (int i = 0; i < k_batch; i++) {
+                convert(response->add_response()->mutable_spec(), record);
+            }
+            benchmark::DoNotOptimize(response);
+            benchmark::ClobberMemory();
+        });
+        return batch_cost / k_batch;
+    };
 }
 
 double parse(nanoseconds slice) {
@@ -51,8 +68,24 @@ double parse(nanoseconds slice) {
 }  // namespace
 
 void add_conversion(ratio_table *table) {
-    table->time_at_most(0.06, "entry to record / protobuf's parse", to_record, parse);
-    table->time_at_most(0.75, "record to entry / protobuf's parse", to_message, parse);
+    const auto to_record = filling_record(nyx_tbl::spec_to_record<nyx_tbl::flow_binding, nyx::flowSpec>);
+    const auto to_message = filling_message(nyx_tbl::record_to_spec<nyx_tbl::flow_binding, nyx::flowSpec>);
+    const auto reflection = std::make_shared<flow_reflection>();
+    table->time_at_most(0.04, "entry to record / protobuf's parse", to_record, parse);
+    table->time_at_most(0.40, "record to entry in an arena / protobuf's parse", to_message, parse);
+    table->throughput_at_least(20, "entry to record / by reflection", to_record,
+                               filling_record([reflection](auto &record, const auto &spec) {
+                                   reflection->to_record(record, spec);
+                               }));
+    table->throughput_at_least(0, "record to entry in an arena / by reflection", to_message,
+                               filling_message([reflection](auto *spec, const auto &record) {
+                                   reflection->to_message(spec, record);
+                               }));
+    const auto stored = std::make_shared<nyx_tbl_flow_spec_s>(flow_record());
+    table->throughput_at_least(0, "entry to record / copy of the record", to_record,
+                               filling_record([stored](auto &record, const auto &) {
+                                   memcpy(&record, stored.get(), sizeof(record));
+                               }));
 }
 
 }  // namespace bench

@@ -1,4 +1,4 @@
-// What is measured, by subject. Servers that a figure needs run from here on until the process ends.
+// What is measured, by subject.
 
 #pragma once
 
@@ -12,7 +12,7 @@ namespace bench {
 void add_conversion(ratio_table *table);
 void add_grpc(ratio_table *table);
 void add_mac_file(ratio_table *table);
-void add_walks(ratio_table *table);
+void add_start(ratio_table *table);
 
 // The service thread must outlive the table.
 void add_socket(ratio_table *table, service_thread *service);

@@ -1,135 +1,168 @@
-// Calls of the table service, by calls of a service that takes the same messages and does nothing.
+// Calls, by calls of servers that do less.
 
-#include <grpcpp/generic/generic_stub.h>
-#include <grpcpp/grpcpp.h>
+#include <fmt/format.h>
 
-#include <future>
 #include <memory>
-#include <thread>
-#include <vector>
 
 #include "bench/entries.h"
 #include "bench/figures.h"
-#include "bench/grpc_server.h"
 #include "bench/parts.h"
-#include "bench/service_thread.h"
-#include "nyx/tables/tbl_svc.grpc.pb.h"
 
 namespace bench {
 
 namespace {
 
-// A client with a connection of its own.
-struct client_s {
-    explicit client_s(const std::shared_ptr<grpc::Channel> &channel)
-        : stub(nyx::NyxTblSvc::NewStub(channel)), bytes_stub(channel) {}
+constexpr double k_shown = 0;  // no goal
 
-    const std::unique_ptr<nyx::NyxTblSvc::Stub> stub;
-    grpc::TemplatedGenericStub<nyx::flowGetRequest, grpc::ByteBuffer>
-        bytes_stub;  // does not parse the response
-};
-
-// A server on a Unix domain socket. It is a process of its own, as it always is: all servers and clients of a
-// process poll through one set of descriptors, and the server that was started last comes off much better.
-class server {
+class call_figures {
  public:
-    explicit server(const std::string &service)
-        : address_("unix:" + folder_.path() + "/socket"),
-          process_("grpc-server " + service + " " + address_) {}
+    explicit call_figures(ratio_table *table) : table_(table) {}
 
-    std::shared_ptr<client_s> connect() const {
-        grpc::ChannelArguments arguments;
-        arguments.SetMaxReceiveMessageSize(-1);
-        arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
-        return std::make_shared<client_s>(
-            grpc::CreateCustomChannel(address_, grpc::InsecureChannelCredentials(), arguments));
-    }
+    void add_entries();
+    void add_clients();
+    void add_walks();
+    void add_stored_entries();
+    void add_memory();
 
  private:
-    temporary_folder folder_;
-    const std::string address_;
-    running_part process_;
+    std::string server(const std::string &kind) const {
+        return "grpc-server " + kind + " unix:" + folder_->path() + "/" + kind;
+    }
+
+    double ask_server(const std::string &kind, const std::string &question) const {
+        return ask(server(kind), question);
+    }
+
+    // One call of so many clients at once.
+    cost call(const std::string &kind, const std::string &what, int count = 1, int clients = 1) const {
+        const auto part =
+            fmt::format("grpc-client unix:{}/{} {} {} {}", folder_->path(), kind, what, count, clients);
+        return [=, *this](nanoseconds slice) {
+            (void)ask_server(kind, "ready");
+            return ask(part, std::to_string(slice.count()));
+        };
+    }
+
+    // Processor time that the agent takes for an object of a walk.
+    cost walk_cpu(const std::string &kind, double objects) const {
+        return [=, *this, walk = call(kind, "walk")](nanoseconds slice) {
+            const double before = ask_server(kind, "cpu_s");
+            const double calls = std::chrono::duration<double>(slice).count() / walk(slice);
+            return (ask_server(kind, "cpu_s") - before) / calls / objects;
+        };
+    }
+
+    double started_threads(const std::string &what) const {
+        constexpr nanoseconds k_slice = std::chrono::milliseconds(100);
+        const auto eight = call("agent", what, 1, 8);
+        (void)eight(k_slice);
+        const double before = ask_server("agent", "threads");
+        const double calls = std::chrono::duration<double>(k_slice).count() / eight(k_slice);
+        return 1000 * (ask_server("agent", "threads") - before) / calls;
+    }
+
+    ratio_table *table_;
+    std::shared_ptr<temporary_folder> folder_ = std::make_shared<temporary_folder>();
 };
 
-struct servers_s {
-    server ours{"table"};
-    server empty{"empty"};
-};
+void call_figures::add_entries() {
+    const chart_s chart = {"Calls of n entries or keys, by an empty handler", "entries or keys a call"};
+    for (const auto &[count, goal] :
+         {std::pair(1, 0.97), {10, 0.97}, {100, k_shown}, {1000, 1.30}, {10'000, k_shown}}) {
+        table_->throughput_at_least(goal, fmt::format("gRPC: flowCreate of {} / empty handler", count),
+                                    call("agent", "create", count), call("empty", "create", count),
+                                    {chart, "flowCreate", static_cast<double>(count)});
+    }
+    for (const auto &[count, goal] : {std::pair(1, 0.97),
+                                      {10, k_shown},
+                                      {100, k_shown},
+                                      {1000, 0.75},
+                                      {10'000, k_shown},
+                                      {100'000, k_shown}}) {
+        table_->throughput_at_least(goal, fmt::format("gRPC: flowGet of {} / empty handler", count),
+                                    call("agent", "get", count), call("empty", "get", count),
+                                    {chart, "flowGet", static_cast<double>(count)});
+    }
+    // What such a client sees: it parses all entries of the one response and nothing of the other.
+    table_->throughput_at_least(k_shown, "gRPC: flowGet of 1000, parsed by the client / empty handler",
+                                call("agent", "get-parsed", 1000), call("empty", "get-parsed", 1000));
+    const auto by_entry = [this](int count) {
+        return [count, create = call("agent", "create", count)](nanoseconds slice) {
+            return create(slice) / count;
+        };
+    };
+    table_->time_at_most(1.25, "gRPC: an entry among 10000 / among 1000", by_entry(10'000), by_entry(1000));
+}
 
-void expect_ok(const grpc::Status &status) {
-    if (!status.ok()) {
-        fail("gRPC call: " + status.error_message());
+void call_figures::add_clients() {
+    const chart_s chart = {"Clients at once, by one client", "clients"};
+    for (const int clients : {2, 4, 8, 16}) {
+        for (const std::string kind : {"agent", "empty"}) {
+            table_->throughput_at_least(
+                kind == "agent" && clients == 8 ? 2.4 : k_shown,
+                fmt::format("gRPC: flowCreate of 1, {} clients / one, {}", clients, kind),
+                call(kind, "create", 1, clients), call(kind, "create"),
+                {chart, kind, static_cast<double>(clients)});
+        }
+    }
+    table_->throughput_at_least(0.97, "gRPC: flowCreate of 1, 8 clients / empty handler",
+                                call("agent", "create", 1, 8), call("empty", "create", 1, 8));
+    table_->throughput_at_least(k_shown, "gRPC: flowCreate of 1000, 8 clients / empty handler",
+                                call("agent", "create", 1000, 8), call("empty", "create", 1000, 8));
+    for (const int clients : {1, 8}) {
+        table_->throughput_at_least(
+            k_shown, fmt::format("gRPC: flowCreate of 1, {} / empty handler, gRPC's settings", clients),
+            call("agent", "create", 1, clients), call("defaults", "create", 1, clients));
+    }
+    for (const std::string what : {"create", "ports"}) {
+        table_->count_at_most(1, fmt::format("gRPC: threads started by 1000 calls of 8 clients, {}", what),
+                              [what, *this] { return started_threads(what); });
     }
 }
 
-auto creating(int entries) {
-    return [request = flow_entries(entries)](client_s *client) {
-        grpc::ClientContext context;
-        context.set_wait_for_ready(true);
-        nyx::flowResponse response;
-        expect_ok(client->stub->flowCreate(&context, request, &response));
-    };
+void call_figures::add_walks() {
+    table_->throughput_at_least(0.19, "gRPC: InterfaceGet of 5,000 / the same bytes made beforehand",
+                                call("agent", "walk"), call("serialised", "walk"));
+    table_->time_at_most(1.4, "gRPC: processor time by interface, 15,000 / 5,000",
+                         walk_cpu("agent-15000", 15'000), walk_cpu("agent", 5000));
 }
 
-auto reading(int keys) {
-    return [request = flow_keys(keys)](client_s *client) {
-        grpc::ClientContext context;
-        context.set_wait_for_ready(true);
-        nyx::flowGetResponse response;
-        expect_ok(client->stub->flowGet(&context, request, &response));
-    };
-}
-
-auto reading_bytes(int keys) {
-    return [request = flow_keys(keys)](client_s *client) {
-        grpc::ClientContext context;
-        context.set_wait_for_ready(true);
-        grpc::ByteBuffer response;
-        std::promise<grpc::Status> status;
-        client->bytes_stub.UnaryCall(&context, "/nyx.NyxTblSvc/flowGet", {}, &request, &response,
-                                     [&status](grpc::Status result) { status.set_value(std::move(result)); });
-        expect_ok(status.get_future().get());
-    };
-}
-
-// Calls from as many clients at once, each on a thread of its own.
-template <class Call>
-cost calls(const std::shared_ptr<servers_s> &servers, const server &server, size_t client_count,
-           const Call &call) {
-    std::vector<std::shared_ptr<client_s>> clients(client_count);
-    for (auto &client : clients) {
-        client = server.connect();
+void call_figures::add_stored_entries() {
+    const chart_s chart = {"Entries created beside those stored, by an empty table", "entries stored"};
+    for (const int stored : {10'000, 1'000'000}) {
+        const auto beside = [](int count) {
+            return [part = fmt::format("stored-entries {}", count)](nanoseconds slice) {
+                return ask(part, std::to_string(slice.count()));
+            };
+        };
+        table_->throughput_at_least(0.8, fmt::format("stand-in: entries beside {} / beside none", stored),
+                                    beside(stored), beside(0),
+                                    {chart, "create", static_cast<double>(stored)});
     }
-    return [servers, clients, call](nanoseconds slice) {
-        std::vector<double> costs(clients.size());
-        std::vector<std::jthread> threads;
-        for (size_t i = 0; i < clients.size(); i++) {
-            threads.emplace_back([&, i] { costs[i] = cost_of(slice, 1, [&] { call(clients[i].get()); }); });
-        }
-        threads.clear();
-        double calls_per_second = 0;
-        for (const double cost : costs) {
-            calls_per_second += 1 / cost;
-        }
-        return 1 / calls_per_second;
-    };
+}
+
+// What 16 calls of 10,000 entries at once take, by the bytes of their requests.
+void call_figures::add_memory() {
+    table_->count_at_most(k_shown, "gRPC: peak memory by byte of 16 requests at once", [*this] {
+        constexpr int k_entries = 10'000, k_clients = 16;
+        const auto create = call("agent", "create", k_entries, k_clients);
+        (void)create(std::chrono::milliseconds(1));
+        (void)ask_server("agent", "forget_peak");
+        (void)create(std::chrono::milliseconds(50));
+        const double bytes = k_clients * static_cast<double>(flow_entries(k_entries).ByteSizeLong());
+        return ask_server("agent", "peak_mib") * 1024 * 1024 / bytes;
+    });
 }
 
 }  // namespace
 
 void add_grpc(ratio_table *table) {
-    const auto servers = std::make_shared<servers_s>();
-    const auto add = [=](double goal, const std::string &what, size_t clients, const auto &call) {
-        table->throughput_at_least(goal, "gRPC: " + what + " / empty handler",
-                                   calls(servers, servers->ours, clients, call),
-                                   calls(servers, servers->empty, clients, call));
-    };
-    add(0.93, "flowCreate of 1,000 entries", 1, creating(1000));
-    add(0.95, "flowCreate of one entry", 1, creating(1));
-    add(0.95, "flowCreate of one entry, 8 clients", 8, creating(1));
-    add(0.50, "flowGet of 1,000 keys", 1, reading_bytes(1000));
-    // What such a client sees: it parses all entries of the one response and nothing of the other.
-    add(0, "flowGet of 1,000 keys, parsed by the client", 1, reading(1000));
+    call_figures calls(table);
+    calls.add_entries();
+    calls.add_clients();
+    calls.add_walks();
+    calls.add_stored_entries();
+    calls.add_memory();
 }
 
 }  // namespace bench

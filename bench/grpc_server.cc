@@ -2,10 +2,16 @@
 
 #include <grpcpp/grpcpp.h>
 
+#include <ctime>
+#include <fstream>
+
+#include "bench/objects.h"
 #include "bench/platform.h"
 #include "bench/ratio_table.h"
 #include "host/server_settings.h"
 #include "svc/grpc_nyx_tbl.h"
+#include "svc/interface.h"
+#include "svc/port.h"
 
 namespace bench {
 
@@ -21,22 +27,80 @@ class empty_service : public nyx::NyxTblSvc::Service {
     }
 };
 
-std::unique_ptr<grpc::Service> make_service(const std::string &name) {
-    if (name == "table") {
-        return std::make_unique<NyxTblSvcImpl>();
+class serialised_service : public nyx::IfSvc::WithRawCallbackMethod_InterfaceGet<nyx::IfSvc::Service> {
+ public:
+    serialised_service() {
+        nyx::InterfaceGetResponse response;
+        nyx_svc_interface_get(&nyx::InterfaceGetRequest::default_instance(), &response);
+        const grpc::Slice slice(response.SerializeAsString());
+        bytes_ = grpc::ByteBuffer(&slice, 1);
     }
-    return std::make_unique<empty_service>();
+
+ private:
+    grpc::ServerUnaryReactor *InterfaceGet(grpc::CallbackServerContext *context, const grpc::ByteBuffer *,
+                                           grpc::ByteBuffer *response) override {
+        *response = bytes_;
+        auto *reactor = context->DefaultReactor();
+        reactor->Finish(grpc::Status::OK);
+        return reactor;
+    }
+
+    grpc::ByteBuffer bytes_;
+};
+
+std::vector<std::unique_ptr<grpc::Service>> make_services(const std::string &kind) {
+    std::vector<std::unique_ptr<grpc::Service>> services;
+    if (kind.starts_with("agent")) {
+        services.push_back(std::make_unique<NyxTblSvcImpl>());
+        services.push_back(std::make_unique<IfSvcImpl>());
+        services.push_back(std::make_unique<PortSvcImpl>());
+    } else if (kind == "serialised") {
+        services.push_back(std::make_unique<serialised_service>());
+    } else {
+        services.push_back(std::make_unique<empty_service>());
+    }
+    return services;
+}
+
+double cpu_seconds() {
+    timespec time = {};
+    clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
+    return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
+}
+
+double status_mib(const std::string &name) {
+    std::ifstream status("/proc/self/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(name + ":")) {
+            return std::stod(line.substr(name.size() + 1)) / 1024;
+        }
+    }
+    fail("no " + name + " in /proc/self/status");
+}
+
+double forget_peak() {
+    std::ofstream("/proc/self/clear_refs") << "5";
+    return 0;
 }
 
 }  // namespace
 
-grpc_server::grpc_server(const std::string &service, const std::string &address)
-    : service_(make_service(service)) {
+grpc_server::grpc_server(const std::string &kind, const std::string &address)
+    : services_(make_services(kind)) {
     check_replacements();
+    if (kind == "agent-15000") {
+        set_walk_size(15'000);
+    }
     grpc::ServerBuilder builder;
-    host::apply_server_settings(builder);
+    if (kind == "defaults") {
+        builder.SetMaxReceiveMessageSize(base::k_max_grpc_request_size);
+    } else {
+        host::apply_server_settings(builder);
+    }
     builder.AddListeningPort(address, grpc::InsecureServerCredentials());
-    builder.RegisterService(service_.get());
+    for (const auto &service : services_) {
+        builder.RegisterService(service.get());
+    }
     server_ = builder.BuildAndStart();
     if (!server_) {
         fail("no gRPC server at " + address);
@@ -44,5 +108,18 @@ grpc_server::grpc_server(const std::string &service, const std::string &address)
 }
 
 grpc_server::~grpc_server() { server_->Shutdown(std::chrono::system_clock::now()); }
+
+double grpc_server::figure(const std::string &name) {
+    if (name == "cpu_s") {
+        return cpu_seconds();
+    }
+    if (name == "threads") {
+        return static_cast<double>(g_started_threads.load());
+    }
+    if (name == "forget_peak") {
+        return forget_peak();
+    }
+    return name == "resident_mib" ? status_mib("VmRSS") : name == "peak_mib" ? status_mib("VmHWM") : 0;
+}
 
 }  // namespace bench

@@ -4,6 +4,7 @@
 
 #include <memory>
 #include <string>
+#include <vector>
 
 namespace grpc {
 class Server;
@@ -12,16 +13,22 @@ class Service;
 
 namespace bench {
 
-// A running gRPC server with the settings of the agent's.
+// A running gRPC server, in a process of its own. Kinds:
+//   agent       the library's services that tables and walks need, with the settings of nyx-agent
+//   agent-15000 the same, whose walks find 15,000 interfaces instead of 5,000
+//   empty       takes the messages of the table service and does nothing, with the same settings
+//   defaults    the same with gRPC's own settings
+//   serialised  answers InterfaceGet with the bytes that the agent would send, made beforehand
 class grpc_server {
  public:
-    // `service`: "table" for the table service, "empty" for one that takes the same messages and does
-    // nothing.
-    grpc_server(const std::string &service, const std::string &address);
+    grpc_server(const std::string &kind, const std::string &address);
     ~grpc_server();
 
+    // "ready", "cpu_s" (of the process), "threads" (ever started), "resident_mib", "peak_mib" (since "forget_peak").
+    double figure(const std::string &name);
+
  private:
-    std::unique_ptr<grpc::Service> service_;
+    std::vector<std::unique_ptr<grpc::Service>> services_;
     std::unique_ptr<grpc::Server> server_;
 };
 

@@ -42,6 +42,7 @@ void parse_and_write(const std::string &path, const std::string &text) {
 void add_mac_file(ratio_table *table) {
     const auto folder = std::make_shared<temporary_folder>();
     g_host_if_mac_file = folder->path() + "/hostif_mac.json";
+    std::ofstream(g_host_if_mac_file) << R"({"host-interface": ""})";  // without one, stderr is told
     for (int i = 0; i < k_host_interfaces; i++) {
         update(i);
     }

@@ -9,7 +9,7 @@ namespace bench {
 
 namespace {
 
-constexpr uint32_t k_interfaces = 5000;
+size_t g_interfaces = 5000;
 
 ip_prefix_s prefix(ip_af_e family, uint32_t number) {
     ip_prefix_s pfx = {.addr = {.af = family, .addr = {}}, .len = 24};
@@ -61,13 +61,15 @@ std::vector<nyx_if_info_s> values_of(const sim::if_record_map &map) {
 
 std::vector<nyx_if_info_s> make_interfaces() {
     auto records = values_of(sim::card_records().interfaces);
-    while (records.size() < k_interfaces) {
+    while (records.size() < g_interfaces) {
         records.push_back(created(static_cast<uint32_t>(records.size())));
     }
     return records;
 }
 
 }  // namespace
+
+void set_walk_size(size_t interfaces) { g_interfaces = interfaces; }
 
 const std::vector<nyx_if_info_s> &interface_records() {
     static const auto records = make_interfaces();

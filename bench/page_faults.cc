@@ -22,9 +22,8 @@ double with_second_megabyte(const service_thread &service) {
 
 // In a process of its own, as its allocator is set when it starts.
 double with_malloc_tunables() {
-    return figure_of_part(
-        "page-faults",
-        "GLIBC_TUNABLES=glibc.malloc.mmap_threshold=131072:glibc.malloc.trim_threshold=131072");
+    return ask_once("page-faults",
+                    "GLIBC_TUNABLES=glibc.malloc.mmap_threshold=131072:glibc.malloc.trim_threshold=131072");
 }
 
 }  // namespace

@@ -1,5 +1,7 @@
 #include "bench/platform.h"
 
+#include <dlfcn.h>
+#include <pthread.h>
 #include <sys/resource.h>
 
 #include <cstring>
@@ -32,6 +34,13 @@ sdk::sdk_ret_t nyx_tbl_flow_create(const nyx_tbl_flow_spec_s *spec) {
 sdk::sdk_ret_t nyx_tbl_flow_read(const nyx_tbl_flow_key_s *, nyx_tbl_flow_spec_s *spec) {
     memcpy(spec, &g_stored, sizeof(*spec));
     return sdk::SDK_RET_OK;
+}
+
+int pthread_create(pthread_t *thread, const pthread_attr_t *attributes, void *(*run)(void *),
+                   void *argument) {
+    static const auto next = reinterpret_cast<decltype(&pthread_create)>(dlsym(RTLD_NEXT, "pthread_create"));
+    bench::g_started_threads++;
+    return next(thread, attributes, run, argument);
 }
 
 sdk::sdk_ret_t debug::nyx_handle_cmd(cmd_ctxt_s *) {

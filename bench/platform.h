@@ -1,5 +1,5 @@
-// The platform's operations, replaced so that their own time is next to nothing: the program defines them,
-// and its definitions come before those of any library.
+// The platform's operations, replaced so that their own time is next to nothing, and the start of threads, which is
+// counted: the program defines them, and its definitions come before those of any library.
 
 #pragma once
 
@@ -10,6 +10,9 @@ namespace bench {
 
 // Fails the program unless the table service calls the replacements.
 void check_replacements();
+
+// Threads that this process has started. Any thread.
+inline std::atomic<uint64_t> g_started_threads = 0;
 
 // Minor page faults of the thread that runs debug commands, from the end of one command to the start of the
 // next. Only counted while `on`. Any thread.

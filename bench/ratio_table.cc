@@ -7,6 +7,8 @@
 #include <cstdlib>
 #include <regex>
 
+#include "bench/chart.h"
+
 namespace bench {
 
 namespace {
@@ -44,12 +46,12 @@ void ratio_table::time_at_most(double goal, const std::string &what, const cost 
 }
 
 void ratio_table::throughput_at_least(double goal, const std::string &what, const cost &subject,
-                                      const cost &baseline) {
+                                      const cost &baseline, const chart_point_s &point) {
     const auto sample = [=](nanoseconds slice, bool baseline_first) {
         const auto costs = costs_of(subject, baseline, slice, baseline_first);
         return costs.baseline / costs.subject;
     };
-    figures_.push_back({what, false, goal, sample});
+    figures_.push_back({what, false, goal, sample, point});
 }
 
 void ratio_table::figure_at_least(double goal, const std::string &what,
@@ -77,12 +79,31 @@ void ratio_table::measure(int rounds, nanoseconds slice) {
     }
 }
 
-void ratio_table::print() const {
-    printf("%-64s %8s %9s %16s\n", "", "goal", "measured", "middle half");
+void ratio_table::print(FILE *output) const {
+    fprintf(output, "%-64s %8s %9s %16s\n", "", "goal", "measured", "middle half");
     for (const auto &figure : figures_) {
-        printf("%-64s %8s %9.3f %7.3f .. %5.3f  %s\n", figure.what.c_str(), figure.goal_text().c_str(),
-               figure.quantile(0.5), figure.quantile(0.25), figure.quantile(0.75), figure.verdict());
+        fprintf(output, "%-64s %8s %9.3f %7.3f .. %5.3f  %s\n", figure.what.c_str(),
+                figure.goal_text().c_str(), figure.quantile(0.5), figure.quantile(0.25),
+                figure.quantile(0.75), figure.verdict());
     }
+}
+
+std::string ratio_table::charts() const {
+    std::vector<chart> charts;
+    for (const auto &figure : figures_) {
+        const auto &point = figure.point;
+        if (point.chart.title.empty()) {
+            continue;
+        }
+        auto found = std::ranges::find(charts, point.chart.title, &chart::title);
+        if (found == charts.end()) {
+            charts.push_back({point.chart.title, point.chart.x_label});
+            found = charts.end() - 1;
+        }
+        found->series[point.series].push_back(
+            {point.x, figure.quantile(0.5), figure.quantile(0.25), figure.quantile(0.75)});
+    }
+    return to_svg(charts);
 }
 
 double ratio_table::figure_s::quantile(double part) const {

@@ -8,6 +8,7 @@
 #pragma once
 
 #include <chrono>
+#include <cstdio>
 #include <functional>
 #include <string>
 #include <vector>
@@ -36,24 +37,34 @@ double cost_of(nanoseconds slice, int batch, Work work) {
     return std::chrono::duration<double>(taken).count() / static_cast<double>(units);
 }
 
+// Where a figure stands in a chart, if it does.
+struct chart_s {
+    std::string title, x_label;
+};
+struct chart_point_s {
+    chart_s chart = {};  // without a title: in none
+    std::string series = {};
+    double x = 0;
+};
+
 // Ends the program: what was to be measured does not work.
 [[noreturn]] void fail(const std::string &what);
 
-// Owned and called by one thread.
+// A goal of 0 is none: the figure is shown beside others. Owned and called by one thread.
 class ratio_table {
  public:
     // Time of `subject` by time of `baseline`.
     void time_at_most(double goal, const std::string &what, const cost &subject, const cost &baseline);
 
-    // Throughput of `subject` by throughput of `baseline`. A goal of 0 is none: the figure is shown beside
-    // others.
-    void throughput_at_least(double goal, const std::string &what, const cost &subject, const cost &baseline);
+    // Throughput of `subject` by throughput of `baseline`.
+    void throughput_at_least(double goal, const std::string &what, const cost &subject, const cost &baseline,
+                             const chart_point_s &point = {});
 
     // A throughput that is a ratio already.
     void figure_at_least(double goal, const std::string &what,
                          const std::function<double(nanoseconds slice)> &figure);
 
-    // A figure that is counted and not timed.
+    // A figure that is counted, or a time of its own.
     void count_at_most(double goal, const std::string &what, const std::function<double()> &count);
 
     // Keeps those figures alone whose text matches the regular expression.
@@ -61,7 +72,10 @@ class ratio_table {
 
     // Once more than `rounds`: the first one warms up and is not counted.
     void measure(int rounds, nanoseconds slice);
-    void print() const;
+    void print(FILE *output) const;
+
+    // The charts, as one SVG image.
+    std::string charts() const;
 
  private:
     struct figure_s {
@@ -69,6 +83,7 @@ class ratio_table {
         bool at_most;
         double goal;
         std::function<double(nanoseconds slice, bool baseline_first)> sample;
+        chart_point_s point = {};
         std::vector<double> samples = {};
 
         double quantile(double part) const;

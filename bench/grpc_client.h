@@ -1,0 +1,34 @@
+// The clients that calls are measured with.
+
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace bench {
+
+struct connection_s;
+
+// Connected clients, each with a connection and a thread of its own, in a process of their own. Calls:
+//   create      flowCreate of `count` entries
+//   get         flowGet of `count` keys, whose response is not parsed
+//   get-parsed  the same, parsed
+//   walk        InterfaceGet of all interfaces, not parsed
+//   ports       PortGet of all ports, not parsed
+class grpc_client {
+ public:
+    grpc_client(const std::string &address, const std::string &call, int count, size_t clients);
+    ~grpc_client();
+
+    // All clients call for about `slice`, one call after the other; seconds by the calls of all of them.
+    double cost_of_call(std::chrono::nanoseconds slice);
+
+ private:
+    std::function<void(connection_s *)> call_;
+    std::vector<std::unique_ptr<connection_s>> connections_;
+};
+
+}  // namespace bench

@@ -31,4 +31,8 @@ class grpc_client {
     std::vector<std::unique_ptr<connection_s>> connections_;
 };
 
+// Fills a table of the stand-in's with so many entries, by requests of 1,000, and empties it again: throughput of the last
+// ten requests by that of the first ten.
+double throughput_of_last_entries(const std::string &address, size_t count);
+
 }  // namespace bench

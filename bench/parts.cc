@@ -15,7 +15,6 @@
 #include "bench/grpc_client.h"
 #include "bench/grpc_server.h"
 #include "bench/service_thread.h"
-#include "bench/stored_entries.h"
 
 namespace bench {
 
@@ -102,10 +101,10 @@ int run_part(const std::string &name, const std::vector<std::string> &arguments)
         return answer_questions(
             [&](const auto &question) { return client.cost_of_call(to_slice(question)); });
     }
-    if (name == "stored-entries" && arguments.size() == 1) {
-        stored_entries entries(std::stoul(arguments[0]));
-        return answer_questions(
-            [&](const auto &question) { return entries.cost_of_one_more(to_slice(question)); });
+    if (name == "grpc-filler" && arguments.size() == 1) {
+        return answer_questions([&](const auto &question) {
+            return throughput_of_last_entries(arguments[0], std::stoul(question));
+        });
     }
     fail("no such part: " + name);
 }

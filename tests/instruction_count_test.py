@@ -36,7 +36,7 @@ class Entry:
     def bounds(self):
         """A quarter above what was counted where code comes closest. Messages and strings are made by protobuf."""
         return {
-            TO: 25 + 3.5 * self.fields + 13 * self.strings,
+            TO: 25 + 3.5 * self.fields + 8 * self.strings,
             FROM: 210 * self.messages + 3 * self.fields + 215 * self.strings + 100 * self.heap_strings,
         }
 

@@ -12,7 +12,7 @@ namespace svc {
 
 // Stores the first N bytes of `src`; a shorter one is followed by zeros.
 template <size_t N>
-void store_bytes(uint8_t (&dst)[N], std::string_view src) {
+[[gnu::always_inline]] inline void store_bytes(uint8_t (&dst)[N], std::string_view src) {
     if (src.size() >= N) {
         memcpy(dst, src.data(), N);
         return;

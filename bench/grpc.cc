@@ -73,7 +73,7 @@ void call_figures::add_entries() {
                                     call("agent", "create", count), call("empty", "create", count),
                                     {chart, "flowCreate", static_cast<double>(count)});
     }
-    for (const auto &[count, goal] : {std::pair(1, 0.97),
+    for (const auto &[count, goal] : {std::pair(1, k_shown),
                                       {10, k_shown},
                                       {100, k_shown},
                                       {1000, 0.75},

@@ -79,20 +79,28 @@ def growth(samples):
     return slope, slope * len(samples) if slope > 3 * error else 0
 
 
+def rate_kept(times):
+    """Requests a second over the last tenth of the samples, by those over the first."""
+    tenth = max(len(times) // 10, 1)
+    return (times[tenth] - times[0]) / (times[-1] - times[-1 - tenth])
+
+
 def run(build, requests):
     """Returns whether nothing grows."""
-    done, began, samples = processes.CONTEXT.Value("q", 0), time.monotonic(), []
+    done, began, samples, times = processes.CONTEXT.Value("q", 0), time.monotonic(), [], []
     with Agent(build, "--log-level", "none") as agent:
         workers = [processes.Work(work, number, agent, requests // WORKERS, done) for number in range(WORKERS)]
         while any(worker.process.is_alive() for worker in workers):
             if done.value >= STEP * (len(samples) + 1):
                 samples.append(agent.figures())
+                times.append(time.monotonic())
             time.sleep(0.01)
         for worker in workers:
             worker.result()
         agent.answers()
     check(len(samples) >= 8, f"{len(samples)} samples are too few: at least {8 * STEP} requests")
     print(f"{done.value} requests, {done.value / (time.monotonic() - began):.0f}/s; {samples[0]} -> {samples[-1]}")
+    print(f"rate of the last tenth by that of the first: {rate_kept(times):.2f}")
     passed = True
     for name, noise in NOISE.items():
         slope, grown = growth([getattr(sample, name) for sample in samples])

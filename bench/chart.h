@@ -17,7 +17,7 @@ struct chart {
     std::map<std::string, std::vector<chart_value_s>> series = {};
 };
 
-// One below the other. Axes: x in powers of ten or two, whichever its values are; y from 0.
+// One below the other; x is logarithmic, y begins at 0.
 std::string to_svg(const std::vector<chart> &charts);
 
 }  // namespace bench

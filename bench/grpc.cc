@@ -19,6 +19,7 @@ class call_figures {
     explicit call_figures(ratio_table *table) : table_(table) {}
 
     void add_entries();
+    void add_arenas();
     void add_clients();
     void add_walks();
     void add_stored_entries();
@@ -66,7 +67,7 @@ class call_figures {
 };
 
 void call_figures::add_entries() {
-    const chart_s chart = {"Calls of n entries or keys, by an empty handler", "entries or keys a call"};
+    const chart_s chart = {"Throughput of calls, an empty handler = 1", "entries or keys a call"};
     for (const auto &[count, goal] :
          {std::pair(1, 0.97), {10, 0.97}, {100, k_shown}, {1000, 1.30}, {10'000, k_shown}}) {
         table_->throughput_at_least(goal, fmt::format("gRPC: flowCreate of {} / empty handler", count),
@@ -94,8 +95,24 @@ void call_figures::add_entries() {
     table_->time_at_most(1.25, "gRPC: an entry among 10000 / among 1000", by_entry(10'000), by_entry(1000));
 }
 
+// What arenas and callbacks gain: the same work with gRPC's default handlers.
+void call_figures::add_arenas() {
+    for (const std::string what : {"create", "get"}) {
+        const chart_s chart = {fmt::format("Throughput of {}, default handlers = 1", what),
+                               "entries or keys a call"};
+        for (const int clients : {1, 8}) {
+            for (const int count : {1, 10, 100, 1000}) {
+                table_->throughput_at_least(
+                    0.97, fmt::format("gRPC: {} of {}, {} at once / default handlers", what, count, clients),
+                    call("agent", what, count, clients), call("heap", what, count, clients),
+                    {chart, fmt::format("{} at once", clients), static_cast<double>(count)});
+            }
+        }
+    }
+}
+
 void call_figures::add_clients() {
-    const chart_s chart = {"Clients at once, by one client", "clients"};
+    const chart_s chart = {"Throughput of clients at once, one client = 1", "clients"};
     for (const int clients : {2, 4, 8, 16}) {
         for (const std::string kind : {"agent", "empty"}) {
             table_->throughput_at_least(
@@ -156,6 +173,7 @@ void call_figures::add_memory() {
 void add_grpc(ratio_table *table) {
     call_figures calls(table);
     calls.add_entries();
+    calls.add_arenas();
     calls.add_clients();
     calls.add_walks();
     calls.add_stored_entries();

@@ -27,6 +27,19 @@ class empty_service : public nyx::NyxTblSvc::Service {
     }
 };
 
+class heap_service : public nyx::NyxTblSvc::Service {
+    grpc::Status flowCreate(grpc::ServerContext *, const nyx::flowRequest *request,
+                            nyx::flowResponse *response) override {
+        (void)nyx_svc_flow_create(request, response);
+        return grpc::Status::OK;
+    }
+    grpc::Status flowGet(grpc::ServerContext *, const nyx::flowGetRequest *request,
+                         nyx::flowGetResponse *response) override {
+        (void)nyx_svc_flow_get(request, response);
+        return grpc::Status::OK;
+    }
+};
+
 class serialised_service : public nyx::IfSvc::WithRawCallbackMethod_InterfaceGet<nyx::IfSvc::Service> {
  public:
     serialised_service() {
@@ -56,6 +69,8 @@ std::vector<std::unique_ptr<grpc::Service>> make_services(const std::string &kin
         services.push_back(std::make_unique<PortSvcImpl>());
     } else if (kind == "serialised") {
         services.push_back(std::make_unique<serialised_service>());
+    } else if (kind == "heap") {
+        services.push_back(std::make_unique<heap_service>());
     } else {
         services.push_back(std::make_unique<empty_service>());
     }

@@ -16,6 +16,7 @@ namespace bench {
 // A running gRPC server, in a process of its own. Kinds:
 //   agent       the library's services that tables and walks need, with the settings of nyx-agent
 //   agent-15000 the same, whose walks find 15,000 interfaces instead of 5,000
+//   heap        the table service on gRPC's default handlers, with messages on the heap, and the same settings
 //   empty       takes the messages of the table service and does nothing, with the same settings
 //   defaults    the same with gRPC's own settings
 //   serialised  answers InterfaceGet with the bytes that the agent would send, made beforehand

@@ -11,12 +11,11 @@ namespace host {
 
 inline void apply_server_settings(grpc::ServerBuilder &builder) {
     using option = grpc::ServerBuilder::SyncServerOption;
-    // Threads that wait for the next call. A call takes the thread that got it, and a new one is made when fewer than the
-    // least number still wait; a thread that finds as many waiting as there may be ends. So only few of many may stay
-    // away: with a least number equal to the most a thread is made for every call, with gRPC's most of two for every
-    // thirtieth of eight clients.
+    // Threads that wait for a call. The one that gets it comes back when it is done, and ends if as many wait already.
+    // With gRPC's most of two, one had to be started for every thirtieth call of eight clients. The least number stays
+    // gRPC's one: whenever fewer wait than that, one is started, with 16 of 16 for every call.
     constexpr int k_max_pollers = 16;
-    // Every running call has a thread. Calls beyond that end with RESOURCE_EXHAUSTED.
+    // Running calls have a thread each, but for those served by callbacks. Calls beyond that end with RESOURCE_EXHAUSTED.
     constexpr int k_max_threads = 256;
     constexpr int k_max_streams = 128;  // of one connection; what is beyond waits in its client
     constexpr int k_max_metadata_size = 16 * 1024;

@@ -29,7 +29,7 @@ class AliasTest(unittest.TestCase):
     def setUpClass(cls):
         folder = cls.enterClassContext(tempfile.TemporaryDirectory())
         cls.agent = cls.enterClassContext(subprocess.Popen(
-            [BIN / "nyx-agent", "--grpc", "127.0.0.1:0", "--socket", f"{folder}/s", "--sysconfig", folder],
+            [BIN / "nyx-agent", "--grpc", f"unix:{folder}/g", "--socket", f"{folder}/s", "--sysconfig", folder],
             stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True))
         cls.addClassCleanup(cls.agent.kill)
         cls.grpc = cls.agent.stdout.readline().split()[3]

@@ -14,6 +14,7 @@
 #include <future>
 #include <optional>
 
+#include "nyx/port.grpc.pb.h"
 #include "nyx/tables/tbl_svc.grpc.pb.h"
 #include "tests/socket_fixture.h"
 
@@ -41,12 +42,12 @@ class GrpcDoor : public testing::Test {
         return grpc::CreateCustomChannel(door_->address(), grpc::InsecureChannelCredentials(), arguments);
     }
 
-    static grpc::Status get_nothing(const std::shared_ptr<grpc::Channel> &channel, int patience_s) {
+    static grpc::Status get_ports(const std::shared_ptr<grpc::Channel> &channel, int patience_s) {
         grpc::ClientContext context;
         context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(patience_s));
         context.set_wait_for_ready(true);
-        nyx::flowGetResponse response;
-        return nyx::NyxTblSvc::NewStub(channel)->flowGet(&context, {}, &response);
+        nyx::PortGetResponse response;
+        return nyx::PortSvc::NewStub(channel)->PortGet(&context, {}, &response);
     }
 
     std::optional<host::grpc_door> door_;
@@ -121,7 +122,7 @@ TEST_F(GrpcDoor, RequestsOfUpTo16MebibytesAreTaken) {
 
 TEST_F(GrpcDoor, ServesNewClientsAgainAfterItWasOutOfDescriptors) {
     const auto before = channel();
-    EXPECT_TRUE(get_nothing(before, 30).ok());
+    EXPECT_TRUE(get_ports(before, 30).ok());
     rlimit limit;
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit low = {.rlim_cur = 200, .rlim_max = limit.rlim_max};
@@ -134,12 +135,12 @@ TEST_F(GrpcDoor, ServesNewClientsAgainAfterItWasOutOfDescriptors) {
             taken.emplace_back(fd);
         }
         taken.pop_back();  // for the client's end of the connection
-        answer = std::async(std::launch::async, get_nothing, waiting, 30);
-        EXPECT_TRUE(get_nothing(before, 30).ok());
-        EXPECT_FALSE(get_nothing(channel(), 1).ok());
+        answer = std::async(std::launch::async, get_ports, waiting, 30);
+        EXPECT_TRUE(get_ports(before, 30).ok());
+        EXPECT_FALSE(get_ports(channel(), 1).ok());
     }
     EXPECT_TRUE(answer.get().ok());
-    EXPECT_TRUE(get_nothing(channel(), 30).ok());
+    EXPECT_TRUE(get_ports(channel(), 30).ok());
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 

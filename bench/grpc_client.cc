@@ -41,21 +41,16 @@ void expect_ok(const grpc::Status &status) {
     }
 }
 
-std::function<void(connection_s *)> creating(int entries) {
-    return [request = flow_entries(entries)](connection_s *connection) {
+// A call through the generated stub, which parses the response.
+template <class Request, class Response>
+std::function<void(connection_s *)> parsing(
+    grpc::Status (nyx::NyxTblSvc::Stub::*method)(grpc::ClientContext *, const Request &, Response *),
+    Request all) {
+    return [method, request = std::move(all)](connection_s *connection) {
         grpc::ClientContext context;
         context.set_wait_for_ready(true);
-        nyx::flowResponse response;
-        expect_ok(connection->tables->flowCreate(&context, request, &response));
-    };
-}
-
-std::function<void(connection_s *)> reading_parsed(int keys) {
-    return [request = flow_keys(keys)](connection_s *connection) {
-        grpc::ClientContext context;
-        context.set_wait_for_ready(true);
-        nyx::flowGetResponse response;
-        expect_ok(connection->tables->flowGet(&context, request, &response));
+        Response response;
+        expect_ok((connection->tables.get()->*method)(&context, request, &response));
     };
 }
 
@@ -79,10 +74,10 @@ std::function<void(connection_s *)> reading(const std::string &method, Request a
 
 std::function<void(connection_s *)> calling(const std::string &call, int count) {
     if (call == "create") {
-        return creating(count);
+        return parsing(&nyx::NyxTblSvc::Stub::flowCreate, flow_entries(count));
     }
     if (call == "get-parsed") {
-        return reading_parsed(count);
+        return parsing(&nyx::NyxTblSvc::Stub::flowGet, flow_keys(count));
     }
     if (call == "walk") {
         return reading("/nyx.IfSvc/InterfaceGet", nyx::InterfaceGetRequest());

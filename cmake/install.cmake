@@ -43,7 +43,8 @@ function(nyx_install_end)
           DESTINATION ${NYX_INSTALL_CMAKE})
   nyx_install_pkgconfig(nyx_proto)
   nyx_install_pkgconfig(svc_quill)
-  install(FILES docs/clients.md docs/integrating.md docs/life-of-a-request.md docs/life-of-a-request.svg docs/reliability.md docs/tables.md
+  install(FILES docs/clients.md docs/integrating.md docs/life-of-a-request.md docs/life-of-a-request.svg
+                docs/performance.md docs/reliability.md docs/tables.md
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libsvc-quill-dev)
   configure_file(cmake/install_end.cmake.in ${PROJECT_BINARY_DIR}/install_end.cmake @ONLY)
   install(SCRIPT ${PROJECT_BINARY_DIR}/install_end.cmake ALL_COMPONENTS)

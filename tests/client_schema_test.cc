@@ -3,7 +3,7 @@
 #include <google/protobuf/descriptor.pb.h>
 #include <gtest/gtest.h>
 
-#include "client/schema_compare.h"
+#include "client/core/schema_compare.h"
 #include "nyx/port.pb.h"
 
 namespace {

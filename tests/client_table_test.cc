@@ -7,13 +7,13 @@
 #include <utility>
 #include <vector>
 
-#include "client/bytes_text.h"
+#include "client/core/bytes_text.h"
 #include "client/table/entry_args.h"
 #include "client/table/entry_list.h"
 #include "client/table/record_codec.h"
 #include "client/table/record_layout.h"
 #include "client/table/record_rows.h"
-#include "client/table/record_width.h"
+#include "client/core/record_width.h"
 #include "tests/table_layouts.h"
 
 namespace {

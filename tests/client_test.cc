@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "client/bytes_text.h"
-#include "client/json.h"
-#include "client/status_fields.h"
-#include "client/symbols.h"
+#include "client/core/bytes_text.h"
+#include "client/core/json.h"
+#include "client/core/status_fields.h"
+#include "client/core/symbols.h"
 #include "nyx/debug_command.pb.h"
 #include "nyx/interface.pb.h"
 #include "nyx/lif.pb.h"

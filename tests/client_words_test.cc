@@ -5,10 +5,10 @@
 #include <string>
 #include <vector>
 
-#include "client/field_words.h"
-#include "client/json.h"
-#include "client/symbols.h"
-#include "client/template.h"
+#include "client/core/field_words.h"
+#include "client/core/json.h"
+#include "client/core/symbols.h"
+#include "client/core/template.h"
 #include "nyx/interface.pb.h"
 #include "nyx/lif.pb.h"
 #include "nyx/port.pb.h"

@@ -24,9 +24,10 @@ MAY_INCLUDE = {
     "svc": {"svc/common", "agent_api", "base", "nyx/types", "nyx"},
     "sim": {"agent_api", "base"},
     "host": {"svc", "svc/channel", "sim", "agent_api", "base", "nyx/types", "nyx"},
-    "client": {"client/table", "client/view", "base", "nyx/types", "nyx"},
-    "client/table": {"client", "base", "nyx/types", "nyx"},
-    "client/view": {"client", "client/table", "base", "nyx/types", "nyx"},
+    "client/core": {"base", "nyx/types", "nyx"},
+    "client/table": {"client/core", "base", "nyx/types", "nyx"},
+    "client/view": {"client/core", "client/table", "base", "nyx/types", "nyx"},
+    "client/cli": {"client/core", "client/table", "client/view", "base", "nyx/types", "nyx"},
 }
 
 OWN_FOLDER = re.compile(r'#include "((?:base|agent_api|svc|sim|host|client|nyx|tests)/[^"]+)"')

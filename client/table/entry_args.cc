@@ -9,10 +9,10 @@
 #include <set>
 #include <string_view>
 
-#include "client/bytes_text.h"
-#include "client/nearest.h"
-#include "client/number_text.h"
-#include "client/table/record_width.h"
+#include "client/core/bytes_text.h"
+#include "client/core/nearest.h"
+#include "client/core/number_text.h"
+#include "client/core/record_width.h"
 #include "nyx/types/options.pb.h"
 
 namespace pb = google::protobuf;

@@ -7,7 +7,7 @@
 #include <string>
 #include <vector>
 
-#include "client/outcome.h"
+#include "client/core/outcome.h"
 #include "client/table/record_layout.h"
 
 namespace nyxctl {

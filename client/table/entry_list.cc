@@ -3,9 +3,9 @@
 #include <string>
 #include <utility>
 
-#include "client/json.h"
-#include "client/json_dom.h"
-#include "client/table/record_width.h"
+#include "client/core/json.h"
+#include "client/core/json_dom.h"
+#include "client/core/record_width.h"
 
 namespace pb = google::protobuf;
 

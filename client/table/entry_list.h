@@ -10,7 +10,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/outcome.h"
+#include "client/core/outcome.h"
 
 namespace nyxctl {
 

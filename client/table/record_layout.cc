@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "client/nearest.h"
+#include "client/core/nearest.h"
 #include "nyx/types/options.pb.h"
 
 namespace pb = google::protobuf;

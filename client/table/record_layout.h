@@ -11,7 +11,7 @@
 #include <string_view>
 #include <vector>
 
-#include "client/outcome.h"
+#include "client/core/outcome.h"
 
 namespace nyxctl {
 

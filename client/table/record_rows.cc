@@ -5,7 +5,7 @@
 #include <algorithm>
 #include <optional>
 
-#include "client/people_value.h"
+#include "client/core/people_value.h"
 #include "nyx/types/options.pb.h"
 
 namespace pb = google::protobuf;

@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "client/rows.h"
+#include "client/core/rows.h"
 #include "client/table/record_layout.h"
 
 namespace nyxctl {

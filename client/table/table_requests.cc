@@ -2,9 +2,9 @@
 
 #include <algorithm>
 
-#include "client/grpc_call.h"
-#include "client/json.h"
-#include "client/status_fields.h"
+#include "client/core/grpc_call.h"
+#include "client/core/json.h"
+#include "client/core/status_fields.h"
 #include "client/table/record_codec.h"
 #include "client/table/record_rows.h"
 

@@ -6,9 +6,9 @@
 
 #include <string>
 
-#include "client/options.h"
-#include "client/outcome.h"
-#include "client/rows.h"
+#include "client/core/options.h"
+#include "client/core/outcome.h"
+#include "client/core/rows.h"
 #include "client/table/entry_list.h"
 #include "client/table/record_layout.h"
 

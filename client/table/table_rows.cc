@@ -1,8 +1,8 @@
 #include "client/table/table_rows.h"
 
-#include "client/grpc_call.h"
-#include "client/json.h"
-#include "client/status_fields.h"
+#include "client/core/grpc_call.h"
+#include "client/core/json.h"
+#include "client/core/status_fields.h"
 #include "client/table/entry_args.h"
 #include "client/table/record_rows.h"
 #include "client/table/table_requests.h"

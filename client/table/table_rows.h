@@ -5,9 +5,9 @@
 #include <string>
 #include <vector>
 
-#include "client/options.h"
-#include "client/outcome.h"
-#include "client/rows.h"
+#include "client/core/options.h"
+#include "client/core/outcome.h"
+#include "client/core/rows.h"
 
 namespace nyxctl {
 

@@ -4,8 +4,8 @@
 
 #include <string>
 
-#include "client/json_dom.h"
-#include "client/rows.h"
+#include "client/core/json_dom.h"
+#include "client/core/rows.h"
 
 namespace nyxctl {
 

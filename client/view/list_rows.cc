@@ -2,7 +2,7 @@
 
 #include <algorithm>
 
-#include "client/people_value.h"
+#include "client/core/people_value.h"
 #include "client/view/one_object.h"
 
 namespace pb = google::protobuf;

@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <array>
 
-#include "client/people_value.h"
+#include "client/core/people_value.h"
 #include "nyx/types/net.pb.h"
 
 namespace pb = google::protobuf;

@@ -2,11 +2,11 @@
 
 #include <algorithm>
 
-#include "client/bytes_text.h"
-#include "client/grpc_call.h"
-#include "client/json.h"
-#include "client/nearest.h"
-#include "client/symbols.h"
+#include "client/core/bytes_text.h"
+#include "client/core/grpc_call.h"
+#include "client/core/json.h"
+#include "client/core/nearest.h"
+#include "client/core/symbols.h"
 #include "client/table/record_layout.h"
 #include "client/table/table_rows.h"
 #include "client/view/list_rows.h"

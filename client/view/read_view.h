@@ -8,8 +8,8 @@
 #include <string>
 #include <vector>
 
-#include "client/options.h"
-#include "client/outcome.h"
+#include "client/core/options.h"
+#include "client/core/outcome.h"
 #include "client/view/shown.h"
 #include "client/view/views.h"
 

@@ -6,7 +6,7 @@
 
 #include <vector>
 
-#include "client/rows.h"
+#include "client/core/rows.h"
 
 namespace nyxctl {
 

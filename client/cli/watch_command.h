@@ -1,0 +1,11 @@
+// A view again and again.
+
+#pragma once
+
+#include "client/cli/command.h"
+
+namespace nyxctl {
+
+void add_watch_command(CLI::App *app, context_s *context);
+
+}  // namespace nyxctl

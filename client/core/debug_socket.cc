@@ -1,0 +1,174 @@
+#include "client/core/debug_socket.h"
+
+#include <fcntl.h>
+#include <poll.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <climits>
+#include <cstring>
+
+namespace nyxctl {
+namespace {
+
+using std::chrono::milliseconds;
+
+constexpr size_t k_answer_size_max = 1 << 16;    // an honest one has a few bytes
+constexpr size_t k_sure_request_size = 1 << 15;  // handed over in one piece with a descriptor
+constexpr char k_no_answer[] = "the agent closed the connection without an answer";
+
+std::string errno_text() { return std::strerror(errno); }
+
+outcome_s late(const std::string &what) {
+    return {NYXCTL_EXIT_DEADLINE, what + " within --timeout; raise it, or see whether the agent is busy"};
+}
+
+int milliseconds_left(deadline_t deadline) {
+    const auto left = std::chrono::ceil<milliseconds>(deadline - std::chrono::steady_clock::now()).count();
+    return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
+}
+
+// On Unix sockets this limits connect() as well, which otherwise waits for ever on a full backlog; see
+// socket(7). A limit of zero would mean none.
+bool limit_sending(int fd, deadline_t deadline) {
+    const int left = std::max(milliseconds_left(deadline), 1);
+    const timeval limit = {.tv_sec = left / 1000, .tv_usec = left % 1000 * 1000};
+    return setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
+}
+
+outcome_s connect_failure(const std::string &path) {
+    if (errno == EAGAIN) {
+        return late("no connection to \"" + path + "\"");
+    }
+    return {NYXCTL_EXIT_UNREACHABLE,
+            "no agent reachable at \"" + path + "\": " + errno_text() +
+                "; check that the agent runs and that --socket or NYX_SOCKET is its path"};
+}
+
+outcome_s send_failure() {
+    if (errno == EAGAIN) {
+        return late("the agent did not take the request");
+    }
+    if (errno == EPIPE || errno == ECONNRESET) {
+        return local_failure(k_no_answer);
+    }
+    return local_failure("cannot send the request with its output descriptor: " + errno_text());
+}
+
+outcome_s send_request(int fd, std::string *bytes, int output_fd) {
+    alignas(cmsghdr) char control[CMSG_SPACE(sizeof(int))] = {};
+    iovec data = {.iov_base = bytes->data(), .iov_len = bytes->size()};
+    msghdr message = {};
+    message.msg_iov = &data;
+    message.msg_iovlen = 1;
+    message.msg_control = control;
+    message.msg_controllen = sizeof control;
+    cmsghdr *header = CMSG_FIRSTHDR(&message);
+    header->cmsg_level = SOL_SOCKET;
+    header->cmsg_type = SCM_RIGHTS;
+    header->cmsg_len = CMSG_LEN(sizeof(int));
+    std::memcpy(CMSG_DATA(header), &output_fd, sizeof output_fd);
+    ssize_t sent;
+    do {
+        sent = sendmsg(fd, &message, MSG_NOSIGNAL);
+    } while (sent < 0 && errno == EINTR);
+    if (sent < 0) {
+        return send_failure();
+    }
+    // After a part the rest cannot follow, as the agent takes one piece. Reading tells why: closed, answered,
+    // or late.
+    return {};
+}
+
+outcome_s wait_readable(int fd, deadline_t deadline) {
+    pollfd item = {.fd = fd, .events = POLLIN, .revents = 0};
+    for (;;) {
+        const int ready = poll(&item, 1, milliseconds_left(deadline));
+        if (ready > 0) {
+            return {};
+        }
+        if (ready == 0) {
+            return late("no answer");
+        }
+        if (errno != EINTR) {
+            return local_failure("cannot wait for the answer: " + errno_text());
+        }
+    }
+}
+
+outcome_s read_to_end(int fd, deadline_t deadline, std::string *bytes) {
+    char buffer[4096];
+    for (;;) {
+        if (outcome_s outcome = wait_readable(fd, deadline); !outcome.ok()) {
+            return outcome;
+        }
+        const ssize_t got = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT);
+        // An agent that closes with a part of the request unread resets the connection, after its answer.
+        if (got == 0 || (got < 0 && errno == ECONNRESET)) {
+            return {};
+        }
+        if (got < 0 && errno != EINTR && errno != EAGAIN) {
+            return local_failure("cannot read the answer: " + errno_text());
+        }
+        bytes->append(buffer, std::max<ssize_t>(got, 0));
+        if (bytes->size() > k_answer_size_max) {
+            return local_failure(
+                "the answer is longer than any ServiceResponseMessage; check that an agent is behind "
+                "--socket");
+        }
+    }
+}
+
+}  // namespace
+
+outcome_s debug_connect(const std::string &path, deadline_t deadline, base::unique_fd *socket) {
+    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
+    if (path.empty() || path.size() >= sizeof address.sun_path || path.find('\0') != path.npos) {
+        return usage_failure("--socket \"" + path + "\" cannot be the path of a socket; give 1 to " +
+                             std::to_string(sizeof address.sun_path - 1) + " characters");
+    }
+    path.copy(address.sun_path, path.size());
+    base::unique_fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    if (!fd.valid() || !limit_sending(fd.get(), deadline)) {
+        return local_failure("cannot make a socket: " + errno_text());
+    }
+    int result;
+    do {
+        result = connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
+    } while (result != 0 && errno == EINTR);
+    if (result != 0) {
+        return connect_failure(path);
+    }
+    *socket = std::move(fd);
+    return {};
+}
+
+outcome_s debug_exchange(const base::unique_fd &socket, const types::ServiceRequestMessage &request,
+                         int output_fd, deadline_t deadline, types::ServiceResponseMessage *response) {
+    std::string bytes = request.SerializeAsString();
+    if (outcome_s outcome = send_request(socket.get(), &bytes, output_fd); !outcome.ok()) {
+        return outcome;
+    }
+    std::string answer;
+    if (outcome_s outcome = read_to_end(socket.get(), deadline, &answer); !outcome.ok()) {
+        return outcome;
+    }
+    if (!response->ParseFromString(answer)) {
+        return local_failure(
+            "the answer of " + std::to_string(answer.size()) +
+            " bytes is not a types.ServiceResponseMessage; check that an agent is behind --socket");
+    }
+    if (response->has_api_status()) {
+        return {};
+    }
+    const bool long_request = bytes.size() > k_sure_request_size;
+    return local_failure(std::string(k_no_answer) +
+                         (long_request
+                              ? "; it takes a request in one piece, and " + std::to_string(bytes.size()) +
+                                    " bytes may be more than the system hands over at once"
+                              : ""));
+}
+
+}  // namespace nyxctl

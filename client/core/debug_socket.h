@@ -1,0 +1,27 @@
+// One request over the agent's Unix domain socket, with the descriptor that the agent writes to.
+
+#pragma once
+
+#include <chrono>
+#include <string>
+
+#include "base/unique_fd.h"
+#include "client/core/outcome.h"
+#include "nyx/types/service.pb.h"
+
+namespace nyxctl {
+
+using deadline_t = std::chrono::steady_clock::time_point;
+
+// Sets `socket` to a connection to the agent. Failures: usage (a path that no socket can have), unreachable,
+// deadline (the agent accepts no connections).
+outcome_s debug_connect(const std::string &path, deadline_t deadline, base::unique_fd *socket);
+
+// Sends the request with `output_fd` in one piece and reads the answer to its end. `response` is set on
+// success alone, and then has an api_status of any number. Failures: deadline, and local when the agent
+// closes without an answer or its answer is not a types.ServiceResponseMessage. `output_fd` stays open here
+// and belongs to the caller.
+outcome_s debug_exchange(const base::unique_fd &socket, const types::ServiceRequestMessage &request,
+                         int output_fd, deadline_t deadline, types::ServiceResponseMessage *response);
+
+}  // namespace nyxctl

@@ -1,0 +1,35 @@
+// One unary gRPC call to the agent.
+
+#pragma once
+
+#include <google/protobuf/descriptor.h>
+#include <google/protobuf/message.h>
+
+#include <memory>
+
+#include "client/core/options.h"
+#include "client/core/outcome.h"
+
+namespace grpc {
+class Channel;
+}
+
+namespace nyxctl {
+
+// Sets `channel` to a channel to the agent that connects when it is used first. Failures: usage (an address without
+// port), local (a TLS file).
+outcome_s grpc_channel(const global_options_s &options, std::shared_ptr<grpc::Channel> *channel);
+
+// Connects, calls and waits, at most for the timeout; a refused connection fails at once. `request` and
+// `response` are of the method's types. `response` is set on success alone. Failures: usage (a streaming
+// method, an address without port), local (a TLS file), unreachable, deadline, and NYXCTL_EXIT_GRPC_BASE plus
+// the number of any other gRPC status. Success says nothing about api_status.
+outcome_s grpc_call(const global_options_s &options, const google::protobuf::MethodDescriptor *method,
+                    const google::protobuf::Message &request, google::protobuf::Message *response);
+
+// The same, and a response whose api_status is not API_STATUS_OK is a failure too: its text names the method and the
+// status, and `response` is set.
+outcome_s checked_call(const global_options_s &options, const google::protobuf::MethodDescriptor *method,
+                       const google::protobuf::Message &request, google::protobuf::Message *response);
+
+}  // namespace nyxctl

@@ -1,0 +1,83 @@
+#include "client/core/text_io.h"
+
+#include <fcntl.h>
+
+#include <cerrno>
+#include <cstring>
+#include <iostream>
+
+#include "base/unique_fd.h"
+#include "client/core/json_dom.h"
+
+namespace nyxctl {
+namespace {
+
+constexpr size_t k_input_size_max = size_t{64} << 20;
+
+std::string errno_text() { return std::strerror(errno); }
+
+outcome_s read_all(int fd, const std::string &name, std::string *text) {
+    char buffer[1 << 16];
+    text->clear();
+    for (;;) {
+        const ssize_t got = read(fd, buffer, sizeof buffer);
+        if (got == 0) {
+            return {};
+        }
+        if (got > 0) {
+            text->append(buffer, got);
+        } else if (errno != EINTR) {
+            return local_failure("cannot read " + name + ": " + errno_text());
+        }
+        if (text->size() > k_input_size_max) {
+            return local_failure(name + " is longer than 64 MiB; split it into several calls");
+        }
+    }
+}
+
+}  // namespace
+
+outcome_s read_file(const std::string &path, std::string *text) {
+    const base::unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+    if (!fd.valid()) {
+        return local_failure("cannot open \"" + path + "\": " + errno_text());
+    }
+    return read_all(fd.get(), "\"" + path + "\"", text);
+}
+
+outcome_s read_argument(const std::string &argument, std::string *text) {
+    if (argument == "-") {
+        return read_all(STDIN_FILENO, "stdin", text);
+    }
+    if (argument.starts_with('@')) {
+        return read_file(argument.substr(1), text);
+    }
+    *text = argument;
+    return {};
+}
+
+outcome_s write_stdout(std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(written);
+        } else if (errno != EINTR) {
+            return local_failure(errno == EPIPE ? "" : "cannot write to stdout: " + errno_text());
+        }
+    }
+    return {};
+}
+
+outcome_s write_rows(const global_options_s &global, const rows_s &rows) {
+    return write_stdout(global.json ? dump_json(rows_to_json(rows), 2) + "\n" : rows_to_text(rows));
+}
+
+void print_failure(const outcome_s &outcome, bool json) {
+    if (!outcome.ok() && json) {
+        std::cerr << dump_json({{"exit_code", outcome.exit_code}, {"error", outcome.text}}) << std::endl;
+    } else if (!outcome.text.empty()) {
+        std::cerr << "nyxctl: " << without_controls(outcome.text) << std::endl;
+    }
+}
+
+}  // namespace nyxctl

@@ -1,0 +1,31 @@
+// Text in and out of the process.
+
+#pragma once
+
+#include <string>
+#include <string_view>
+
+#include "client/core/options.h"
+#include "client/core/outcome.h"
+#include "client/core/rows.h"
+
+namespace nyxctl {
+
+// Sets `text` to what an argument stands for: "-" the whole of stdin, "@FILE" the file, anything else itself.
+// What cannot be read, or is longer than 64 MiB, is a local failure.
+outcome_s read_argument(const std::string &argument, std::string *text);
+
+// Sets `text` to the file.
+outcome_s read_file(const std::string &path, std::string *text);
+
+// Writes everything to stdout, unbuffered, or says why not. A reader that has left is a failure without a text.
+outcome_s write_stdout(std::string_view text);
+
+// Writes rows to stdout: as columns for people, as one JSON document for scripts.
+outcome_s write_rows(const global_options_s &global, const rows_s &rows);
+
+// Tells people of a failure on stderr, or scripts with one JSON object; nothing of a success. Texts of others in it can
+// neither start a line nor reach the terminal as commands.
+void print_failure(const outcome_s &outcome, bool json);
+
+}  // namespace nyxctl

@@ -11,7 +11,7 @@
 #include "bench/figures.h"
 #include "bench/reflection.h"
 #include "svc/nyx_tbl_flow.h"
-#include "svc/nyx_tbl_frame.h"
+#include "svc/table_operations.h"
 
 namespace bench {
 

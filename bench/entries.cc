@@ -7,7 +7,7 @@
 
 #include "nyx/types/options.pb.h"
 #include "svc/nyx_tbl_flow.h"
-#include "svc/nyx_tbl_frame.h"
+#include "svc/table_operations.h"
 
 namespace bench {
 

@@ -10,11 +10,11 @@
 
 #include "nyx/types/options.pb.h"
 #include "svc/nyx_tbl_flow.h"
-#include "svc/nyx_tbl_frame.h"
 #include "svc/nyx_tbl_mapping.h"
 #include "svc/nyx_tbl_rewrite.h"
 #include "svc/nyx_tbl_stats.h"
 #include "svc/nyx_tbl_tunnel.h"
+#include "svc/table_operations.h"
 
 namespace bench {
 

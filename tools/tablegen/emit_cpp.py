@@ -223,7 +223,7 @@ def _functions_source(family, tables):
 
 #include "svc/nyx_tbl_{family}.h"
 #include "svc/nyx_tbl_functions.h"
-#include "svc/nyx_tbl_frame.h"
+#include "svc/table_operations.h"
 
 {"".join(map(_functions, tables))}"""
 

@@ -1,4 +1,4 @@
-// The frame of the table service: the three shapes of its operations, the same for every table.
+// The operations of the table service, the same for every table: write (create and update), remove and get.
 //
 // Each takes the binding of a table (its records and their conversions, generated from the schema) and the
 // operation of the table library to call. Entries are handled one by one, in order and without rollback: a

@@ -66,7 +66,7 @@ class FaultTest(unittest.TestCase):
         self.assertIn("runs on no stand-in", self.ctl("fault", "list", exit_code=64 + 12).stderr)
         states = [(row["check"], row["state"]) for row in self.json("status")["status"]]
         self.assertIn(("grpc", "ok"), states)
-        self.assertIn(("schema", "unknown"), states)
+        self.assertIn(("health", "unknown"), states)
 
     def test_operations_can_be_found_and_wrong_ones_are_answered_with_the_nearest(self):
         names = [row["operation"] for row in self.json("fault", "list", "--operations")["operations"]]
@@ -82,7 +82,7 @@ class FaultTest(unittest.TestCase):
         self.assertEqual({row["state"] for row in rows}, {"ok", "info"}, rows)
         self.assertTrue(all(list(row) == ["check", "subject", "state", "ms", "detail"] for row in rows))
         checks = [row["check"] for row in rows]
-        self.assertEqual([checks.count(name) for name in ("grpc", "socket", "health", "schema")], [1, 1, 8, 1])
+        self.assertEqual([checks.count(name) for name in ("grpc", "socket", "health")], [1, 1, 8])
         limits = {row["subject"]: row["detail"] for row in rows if row["check"] == "limit"}
         self.assertEqual(limits, {"gRPC request": 16 << 20, "socket request": 1 << 20})
 

@@ -13,9 +13,7 @@
 #include "client/cli/debug_command.h"
 #include "client/core/debug_socket.h"
 #include "client/core/grpc_call.h"
-#include "client/core/reflection.h"
 #include "client/core/rows.h"
-#include "client/core/schema_compare.h"
 #include "client/core/status_fields.h"
 #include "client/core/symbols.h"
 #include "client/core/text_io.h"
@@ -37,8 +35,6 @@ constexpr char k_footer[] = R"(Rows:
                  check, and the debug command help
   health         what grpc.health.v1.Health says of each service
   version        this client's
-  schema         by server reflection: whether the agent's .proto files define the same as this client's,
-                 and a row for each one that differs
   limit          largest requests in bytes: what nyx-agent takes over gRPC, and what any agent reads
                  from its socket
 STATE is ok, info, unknown (the agent can't tell), warning or unreachable. --timeout is for all together.
@@ -164,45 +160,6 @@ void report_all_health(const global_options_s &global, deadline_t deadline, repo
     }
 }
 
-bool is_known_service(const std::string &name) {
-    return name.starts_with("grpc.") || std::ranges::any_of(all_services(), [&](const auto *service) {
-               return service->full_name() == name;
-           });
-}
-
-void compare_schema(const reflection_s &agent, const std::vector<std::string> &files, report_s *report) {
-    const size_t problems_before = report->problems.size();
-    for (const std::string &file : files) {
-        const auto told = agent.files.find(file);
-        if (told == agent.files.end()) {
-            report->warn("schema", file, "the agent does not have this file");
-        } else if (!is_same_schema(file, told->second)) {
-            report->warn("schema", file, "differs from this client's; use a client of the agent's version");
-        }
-    }
-    for (const std::string &service : agent.services) {
-        if (!is_known_service(service)) {
-            report->warn("schema", service, "this client does not know this service");
-        }
-    }
-    if (report->problems.size() == problems_before) {
-        report->add("schema", "nyx/*.proto", "ok", "same, " + std::to_string(files.size()) + " files");
-    }
-}
-
-void report_schema(const global_options_s &options, report_s *report) {
-    const auto files = schema_files();
-    reflection_s agent;
-    const outcome_s outcome = ask_reflection(options, files, &agent);
-    if (outcome.ok()) {
-        compare_schema(agent, files, report);
-    } else if (outcome.exit_code == k_unimplemented) {
-        report->add("schema", "nyx/*.proto", "unknown", "the agent offers no reflection");
-    } else {
-        report->warn("schema", "nyx/*.proto", "reflection fails: " + outcome.text);
-    }
-}
-
 void report_constants(report_s *report) {
     report->add("version", "nyxctl", "info", NYX_VERSION);
     report->add("limit", "gRPC request", "info", base::k_max_grpc_request_size);
@@ -220,19 +177,6 @@ outcome_s conclusion(const report_s &report, bool reachable) {
     return {reachable ? NYXCTL_EXIT_LOCAL : NYXCTL_EXIT_UNREACHABLE, text};
 }
 
-// What goes over gRPC, besides whether it answers.
-report_s ask_more(const global_options_s &global, deadline_t deadline) {
-    report_s report;
-    report_all_health(global, deadline, &report);
-    report_schema(until(global, deadline), &report);
-    return report;
-}
-
-void append(const report_s &more, report_s *report) {
-    report->rows.rows.insert(report->rows.rows.end(), more.rows.rows.begin(), more.rows.rows.end());
-    report->problems.insert(report->problems.end(), more.problems.begin(), more.problems.end());
-}
-
 outcome_s run_status(const global_options_s &global) {
     std::shared_ptr<grpc::Channel> unused;
     if (outcome_s outcome = grpc_channel(global, &unused); !outcome.ok()) {
@@ -243,15 +187,16 @@ outcome_s run_status(const global_options_s &global) {
     auto socket_asked =
         std::async(std::launch::async, [&] { return timed([&] { return ask_socket(global, deadline); }); });
     const door_s rpc = timed([&] { return ask_grpc(global); });
-    const report_s more = rpc.answers() ? ask_more(global, deadline) : report_s();
+    report_s report;
+    report_door("grpc", global.grpc, rpc, &report);
+    if (rpc.answers()) {
+        report_all_health(global, deadline, &report);
+    }
     const door_s socket = socket_asked.get();
     if (socket.outcome.exit_code == NYXCTL_EXIT_USAGE) {
         return socket.outcome;
     }
-    report_s report;
-    report_door("grpc", global.grpc, rpc, &report);
     report_door("socket", global.socket, socket, &report);
-    append(more, &report);
     report_constants(&report);
     outcome_s written = write_rows(global, report.rows);
     return written.ok() ? conclusion(report, rpc.answers() || socket.answers()) : written;

@@ -3,7 +3,7 @@
 #include <cstring>
 
 #include "agent_api/port.h"
-#include "sim/card.h"
+#include "sim/card/card.h"
 
 namespace bench {
 

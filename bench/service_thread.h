@@ -6,7 +6,7 @@
 
 #include <string>
 
-#include "sim/event_thread.h"
+#include "sim/framework/event_thread.h"
 
 namespace bench {
 

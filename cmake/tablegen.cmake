@@ -9,7 +9,7 @@ set(NYX_TABLE_FAMILY_SOURCES ${NYX_TABLE_FAMILIES})
 list(TRANSFORM NYX_TABLE_FAMILY_SOURCES REPLACE "(.+)" "${NYX_GEN}/svc/nyx_tbl_\\1.cc")
 set(NYX_TABLE_FAMILY_HEADERS ${NYX_TABLE_FAMILIES})
 list(TRANSFORM NYX_TABLE_FAMILY_HEADERS REPLACE "(.+)" "${NYX_GEN}/svc/nyx_tbl_\\1.h")
-set(NYX_TABLE_SIM_SOURCE ${NYX_GEN}/sim/nyx_tbl_entry_points.cc)
+set(NYX_TABLE_SIM_SOURCE ${NYX_GEN}/sim/api/nyx_tbl_entry_points.cc)
 
 file(GLOB NYX_TABLEGEN_SOURCES CONFIGURE_DEPENDS ${NYX_TABLEGEN}/*.py)
 add_custom_command(

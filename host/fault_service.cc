@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/faults.h"
+#include "sim/faults/faults.h"
 
 namespace host {
 

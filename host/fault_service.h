@@ -6,7 +6,7 @@
 
 namespace host {
 
-// Arms, lists and removes the faults of sim/faults.h. Ends with INVALID_ARGUMENT for a text that is no fault, and
+// Arms, lists and removes the faults of sim/faults/faults.h. Ends with INVALID_ARGUMENT for a text that is no fault, and
 // with NOT_FOUND for an id that no fault has. No state: any thread.
 class FaultSvcImpl : public nyx::FaultSvc::Service {
  public:

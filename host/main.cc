@@ -16,7 +16,7 @@
 #include "host/grpc_log.h"
 #include "host/options.h"
 #include "host/socket_door.h"
-#include "sim/host_interfaces.h"
+#include "sim/card/host_interfaces.h"
 #include "svc/host_if_mac.h"
 
 namespace {

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "agent_api/trace_level.h"
-#include "sim/faults.h"
+#include "sim/faults/faults.h"
 
 namespace host {
 

@@ -5,7 +5,7 @@
 #include <string>
 
 #include "host/socket_file.h"
-#include "sim/event_thread.h"
+#include "sim/framework/event_thread.h"
 
 namespace host {
 

@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "sim/card.h"
+#include "sim/card/card.h"
 #include "tests/device_fixture.h"
 
 namespace test {

@@ -4,7 +4,7 @@
 #include <array>
 #include <cstdlib>
 
-#include "sim/trace_level.h"
+#include "sim/framework/trace_level.h"
 #include "svc/debug.h"
 #include "tests/device_fixture.h"
 

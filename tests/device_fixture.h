@@ -11,12 +11,12 @@
 #include <string>
 
 #include "nyx/types/object.pb.h"
-#include "sim/debug_stats.h"
-#include "sim/faults.h"
-#include "sim/internal_switch.h"
-#include "sim/pipeline.h"
-#include "sim/system.h"
-#include "sim/tables.h"
+#include "sim/api/debug_stats.h"
+#include "sim/api/internal_switch.h"
+#include "sim/api/pipeline.h"
+#include "sim/api/system.h"
+#include "sim/api/tables.h"
+#include "sim/faults/faults.h"
 #include "tests/grpc_fixture.h"
 #include "tests/trace_capture.h"
 

@@ -12,8 +12,8 @@
 
 #include "base/unique_fd.h"
 #include "nyx/debug_command.pb.h"
-#include "sim/debug.h"
-#include "sim/faults.h"
+#include "sim/api/debug.h"
+#include "sim/faults/faults.h"
 #include "svc/channel/svc_req_handler_quill.h"
 #include "tests/trace_capture.h"
 

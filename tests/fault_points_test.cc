@@ -14,14 +14,14 @@
 #include <utility>
 #include <vector>
 
-#include "sim/batches.h"
-#include "sim/card.h"
-#include "sim/debug_stats.h"
-#include "sim/faults.h"
-#include "sim/internal_switch.h"
-#include "sim/pipeline.h"
-#include "sim/system.h"
-#include "sim/tables.h"
+#include "sim/api/batches.h"
+#include "sim/api/debug_stats.h"
+#include "sim/api/internal_switch.h"
+#include "sim/api/pipeline.h"
+#include "sim/api/system.h"
+#include "sim/api/tables.h"
+#include "sim/card/card.h"
+#include "sim/faults/faults.h"
 #include "svc/debug.h"
 #include "svc/grpc_nyx_tbl.h"
 #include "svc/host_if_mac.h"

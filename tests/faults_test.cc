@@ -1,6 +1,6 @@
 // The grammar of faults, and which calls they strike.
 
-#include "sim/faults.h"
+#include "sim/faults/faults.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -11,7 +11,7 @@
 #include <thread>
 #include <vector>
 
-#include "sim/tables.h"
+#include "sim/api/tables.h"
 
 namespace {
 

@@ -2,8 +2,8 @@
 
 #include "svc/interface_info.h"
 
-#include "sim/interfaces.h"
-#include "sim/lldp.h"
+#include "sim/api/interfaces.h"
+#include "sim/api/lldp.h"
 #include "svc/interface.h"
 #include "svc/interface_spec.h"
 #include "tests/card_fixture.h"

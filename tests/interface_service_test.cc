@@ -6,7 +6,7 @@
 #include <thread>
 
 #include "agent_api/agent_state.h"
-#include "sim/batches.h"
+#include "sim/api/batches.h"
 #include "svc/host_if_mac.h"
 #include "svc/interface.h"
 #include "tests/card_fixture.h"

@@ -1,6 +1,6 @@
 // LIFs through real gRPC calls: as the object API knows them, and in the classic view.
 
-#include "sim/lifs.h"
+#include "sim/api/lifs.h"
 #include "svc/interface.h"
 #include "svc/lif.h"
 #include "tests/card_fixture.h"

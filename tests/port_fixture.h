@@ -9,8 +9,8 @@
 #include <string_view>
 #include <vector>
 
-#include "sim/card.h"
-#include "sim/ports.h"
+#include "sim/api/ports.h"
+#include "sim/card/card.h"
 #include "svc/port.h"
 #include "tests/device_fixture.h"
 

@@ -4,8 +4,8 @@
 
 #include "agent_api/agent_state.h"
 #include "agent_api/batch.h"
-#include "sim/batches.h"
-#include "sim/if_records.h"
+#include "sim/api/batches.h"
+#include "sim/card/if_records.h"
 #include "svc/port_record.h"
 #include "tests/port_fixture.h"
 

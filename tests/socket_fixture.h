@@ -13,7 +13,7 @@
 #include "base/unique_fd.h"
 #include "nyx/debug_command.pb.h"
 #include "nyx/types/service.pb.h"
-#include "sim/event_thread.h"
+#include "sim/framework/event_thread.h"
 #include "tests/temporary_folder.h"
 #include "tests/trace_capture.h"
 

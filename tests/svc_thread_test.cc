@@ -11,9 +11,9 @@
 #include <fstream>
 #include <thread>
 
-#include "sim/debug.h"
-#include "sim/faults.h"
-#include "sim/watchdog.h"
+#include "sim/api/debug.h"
+#include "sim/faults/faults.h"
+#include "sim/framework/watchdog.h"
 #include "tests/socket_fixture.h"
 
 namespace {

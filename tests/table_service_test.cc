@@ -11,8 +11,8 @@
 #include <thread>
 
 #include "nyx/types/object.pb.h"
-#include "sim/faults.h"
-#include "sim/tables.h"
+#include "sim/api/tables.h"
+#include "sim/faults/faults.h"
 #include "svc/grpc_nyx_tbl.h"
 #include "tests/grpc_fixture.h"
 #include "tests/table_layouts.h"

@@ -276,7 +276,7 @@ def _sim_source(tables):
 // The stand-in's table library: what tables there are, and their entry points.
 
 #include "agent_api/nyx_tbl.h"
-#include "sim/tables.h"
+#include "sim/api/tables.h"
 
 namespace sim {{
 
@@ -297,7 +297,7 @@ def emit(tables):
         "svc/nyx_tbl_functions.h": _functions_header(tables),
         "svc/nyx_tbl_methods.inc": _methods(tables),
         "svc/nyx_tbl_calls.inc": _calls(tables),
-        "sim/nyx_tbl_entry_points.cc": _sim_source(tables),
+        "sim/api/nyx_tbl_entry_points.cc": _sim_source(tables),
     }
     for family, group in families(tables).items():
         files[f"svc/nyx_tbl_{family}.h"] = _bindings_header(family, group)

@@ -1,7 +1,7 @@
-#include "sim/internal_switch.h"
+#include "sim/api/internal_switch.h"
 
-#include "sim/faults.h"
-#include "sim/guarded.h"
+#include "sim/api/guarded.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

@@ -1,13 +1,13 @@
-#include "sim/lifs.h"
+#include "sim/api/lifs.h"
 
 #include <map>
 #include <mutex>
 #include <shared_mutex>
 #include <utility>
 
-#include "sim/card_lifs.h"
-#include "sim/faults.h"
-#include "sim/if_records.h"
+#include "sim/card/card_lifs.h"
+#include "sim/card/if_records.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

@@ -1,8 +1,8 @@
-#include "sim/ports.h"
+#include "sim/api/ports.h"
 
-#include "sim/batches.h"
-#include "sim/faults.h"
-#include "sim/if_records.h"
+#include "sim/api/batches.h"
+#include "sim/card/if_records.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

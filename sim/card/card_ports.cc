@@ -1,4 +1,4 @@
-#include "sim/card_ports.h"
+#include "sim/card/card_ports.h"
 
 #include <deque>
 #include <mutex>
@@ -7,8 +7,8 @@
 #include <string_view>
 
 #include "agent_api/xcvr.h"
-#include "sim/card.h"
-#include "sim/link_event_trace.h"
+#include "sim/card/card.h"
+#include "sim/card/link_event_trace.h"
 
 namespace {
 

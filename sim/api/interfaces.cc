@@ -1,8 +1,8 @@
-#include "sim/interfaces.h"
+#include "sim/api/interfaces.h"
 
-#include "sim/batches.h"
-#include "sim/faults.h"
-#include "sim/if_records.h"
+#include "sim/api/batches.h"
+#include "sim/card/if_records.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/debug.h"
+#include "sim/api/debug.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
@@ -11,9 +11,9 @@
 #include <span>
 #include <string>
 
-#include "sim/debug_output.h"
-#include "sim/faults.h"
-#include "sim/tables.h"
+#include "sim/api/debug_output.h"
+#include "sim/api/tables.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

@@ -1,10 +1,10 @@
-#include "sim/if_records.h"
+#include "sim/card/if_records.h"
 
 #include <mutex>
 #include <shared_mutex>
 
-#include "sim/card.h"
-#include "sim/faults.h"
+#include "sim/card/card.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

@@ -7,7 +7,7 @@
 #include <cstdint>
 
 #include "agent_api/nyx_types.h"
-#include "sim/if_records.h"
+#include "sim/card/if_records.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/link_event_trace.h"
+#include "sim/card/link_event_trace.h"
 
 #include <cstring>
 

@@ -1,4 +1,4 @@
-#include "sim/trace_level.h"
+#include "sim/framework/trace_level.h"
 
 #include <atomic>
 

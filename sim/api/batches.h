@@ -6,7 +6,7 @@
 #include <cstdint>
 
 #include "agent_api/batch.h"
-#include "sim/if_records.h"
+#include "sim/card/if_records.h"
 
 namespace sim {
 

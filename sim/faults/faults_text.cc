@@ -6,7 +6,7 @@
 #include <stdexcept>
 
 #include "base/edit_distance.h"
-#include "sim/faults.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

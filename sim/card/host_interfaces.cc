@@ -1,4 +1,4 @@
-#include "sim/host_interfaces.h"
+#include "sim/card/host_interfaces.h"
 
 #include <algorithm>
 #include <boost/property_tree/ptree.hpp>
@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "base/json_file.h"
-#include "sim/if_records.h"
+#include "sim/card/if_records.h"
 
 namespace sim {
 

@@ -6,7 +6,7 @@
 #include <map>
 #include <vector>
 
-#include "sim/lifs.h"
+#include "sim/api/lifs.h"
 
 namespace sim {
 

@@ -1,9 +1,9 @@
-#include "sim/card_lifs.h"
+#include "sim/card/card_lifs.h"
 
 #include <cstdio>
 #include <numeric>
 
-#include "sim/card.h"
+#include "sim/card/card.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/faults.h"
+#include "sim/faults/faults.h"
 
 #include <algorithm>
 #include <chrono>
@@ -7,7 +7,7 @@
 #include <random>
 #include <thread>
 
-#include "sim/tables.h"
+#include "sim/api/tables.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/tables.h"
+#include "sim/api/tables.h"
 
 #include <algorithm>
 #include <atomic>
@@ -8,7 +8,7 @@
 #include <string>
 #include <unordered_map>
 
-#include "sim/faults.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

@@ -1,10 +1,10 @@
-#include "sim/pipeline.h"
+#include "sim/api/pipeline.h"
 
 #include <span>
 #include <vector>
 
-#include "sim/faults.h"
-#include "sim/guarded.h"
+#include "sim/api/guarded.h"
+#include "sim/faults/faults.h"
 
 struct nyx_meter_stats_entry_s {
     uint32_t index;

@@ -1,10 +1,10 @@
-#include "sim/debug_stats.h"
+#include "sim/api/debug_stats.h"
 
 #include <span>
 
-#include "sim/faults.h"
-#include "sim/guarded.h"
-#include "sim/tables.h"
+#include "sim/api/guarded.h"
+#include "sim/api/tables.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

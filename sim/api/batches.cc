@@ -1,4 +1,4 @@
-#include "sim/batches.h"
+#include "sim/api/batches.h"
 
 #include <map>
 #include <mutex>
@@ -6,7 +6,7 @@
 #include <utility>
 #include <vector>
 
-#include "sim/faults.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

@@ -1,10 +1,10 @@
-#include "sim/card.h"
+#include "sim/card/card.h"
 
 #include "agent_api/agent_state.h"
-#include "sim/batches.h"
-#include "sim/card_ports.h"
-#include "sim/lifs.h"
-#include "sim/lldp.h"
+#include "sim/api/batches.h"
+#include "sim/api/lifs.h"
+#include "sim/api/lldp.h"
+#include "sim/card/card_ports.h"
 
 namespace sim {
 

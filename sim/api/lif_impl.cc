@@ -3,7 +3,7 @@
 #include <algorithm>
 #include <utility>
 
-#include "sim/lifs.h"
+#include "sim/api/lifs.h"
 
 namespace sim {
 

@@ -2,8 +2,8 @@
 
 #include "agent_api/control_plane.h"
 
-#include "sim/faults.h"
-#include "sim/if_records.h"
+#include "sim/card/if_records.h"
+#include "sim/faults/faults.h"
 
 sdk::sdk_ret_t nyx_ms::interface_create(nyx_if_spec_s *spec) {
     return sim::fault("nyx_ms::interface_create", sim::key_bytes(spec->key));

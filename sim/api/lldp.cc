@@ -1,4 +1,4 @@
-#include "sim/lldp.h"
+#include "sim/api/lldp.h"
 
 #include <cstdio>
 #include <map>
@@ -6,7 +6,7 @@
 #include <shared_mutex>
 #include <utility>
 
-#include "sim/faults.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

@@ -1,4 +1,4 @@
-#include "sim/event_thread.h"
+#include "sim/framework/event_thread.h"
 
 #include <ev.h>
 #include <pthread.h>
@@ -10,7 +10,7 @@
 #include <vector>
 
 #include "agent_api/event_thread.h"
-#include "sim/watchdog.h"
+#include "sim/framework/watchdog.h"
 
 namespace sim {
 

@@ -1,10 +1,10 @@
-#include "sim/system.h"
+#include "sim/api/system.h"
 
 #include <span>
 
 #include "agent_api/sysmgr.h"
-#include "sim/faults.h"
-#include "sim/guarded.h"
+#include "sim/api/guarded.h"
+#include "sim/faults/faults.h"
 
 namespace sim {
 

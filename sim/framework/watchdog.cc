@@ -1,4 +1,4 @@
-#include "sim/watchdog.h"
+#include "sim/framework/watchdog.h"
 
 #include <spdlog/logger.h>
 
@@ -8,7 +8,7 @@
 #include <thread>
 
 #include "agent_api/trace_logger.h"
-#include "sim/event_thread.h"
+#include "sim/framework/event_thread.h"
 
 constinit thread_local sdk::lib::thread *sdk::lib::thread::t_curr_thread_ = nullptr;
 

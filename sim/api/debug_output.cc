@@ -1,4 +1,4 @@
-#include "sim/debug_output.h"
+#include "sim/api/debug_output.h"
 
 #include <fcntl.h>
 #include <limits.h>

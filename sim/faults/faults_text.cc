@@ -5,7 +5,7 @@
 #include <limits>
 #include <stdexcept>
 
-#include "base/edit_distance.h"
+#include "base/nearest_names.h"
 #include "sim/faults/faults.h"
 
 namespace sim {
@@ -45,30 +45,12 @@ std::optional<sdk::sdk_ret_t> to_code(std::string_view text) {
                : std::nullopt;
 }
 
-std::string nearest(const std::string &given, const std::vector<std::string> &names) {
-    constexpr size_t k_suggestions = 4;
-    std::vector<std::pair<size_t, std::string>> found;
-    for (const auto &operation : names) {
-        const bool contained = given.size() >= 3 && operation.find(given) != operation.npos;
-        const size_t distance = contained ? 1 : base::edit_distance(given, operation);
-        if (distance <= given.size() / 4 + 1) {
-            found.emplace_back(distance, operation);
-        }
-    }
-    std::ranges::sort(found);
-    std::string text;
-    for (size_t i = 0; i < std::min(found.size(), k_suggestions); i++) {
-        text += (i == 0 ? "; nearest: " : ", ") + found[i].second;
-    }
-    return text;
-}
-
 std::string nearest_code(std::string_view given) {
     std::vector<std::string> names;
 #define SDK_RET_NAME(name, value, description) names.push_back(#name);
     SDK_RET_CODES(SDK_RET_NAME)
 #undef SDK_RET_NAME
-    return nearest(std::string(given), names);
+    return base::nearest_names_text(given, names);
 }
 
 std::optional<std::vector<uint8_t>> to_bytes(std::string_view hex) {
@@ -175,13 +157,12 @@ void check_limits(const fault_s &fault) {
     }
 }
 
-// The few names that one gets to with the fewest wrong letters, or that contain what was given.
-
 std::string parse_operation(std::string_view text, std::string_view name) {
     const std::string operation(name);
     const auto operations = fault_operations();
     if (!std::ranges::binary_search(operations, operation)) {
-        refuse(text, "there is no operation '" + operation + "'" + nearest(operation, operations));
+        refuse(text,
+               "there is no operation '" + operation + "'" + base::nearest_names_text(name, operations));
     }
     return operation;
 }

@@ -5,7 +5,6 @@ usage: agent_test.py FOLDER-OF-PROGRAMS [unittest options]
 
 import contextlib
 import functools
-import itertools
 import json
 import os
 import pathlib
@@ -24,17 +23,10 @@ STOP_S = 5  # the promise is one second; what goes wrong in gRPC takes ten
 
 
 class Agent:
-    """An agent with its sockets in `folder`. `grpc` is None when it did not start.
+    """An agent with its socket in `folder`. `grpc` is None when it did not start."""
 
-    Over TCP, this gRPC's clients read the outcome of connect() after they have allocated: below a sanitizer, whose
-    allocator sets errno, they fail now and then.
-    """
-
-    number = itertools.count()
-
-    def __init__(self, folder, *options, grpc=None, socket_name="svc.sock"):
+    def __init__(self, folder, *options, grpc=FREE_PORT, socket_name="svc.sock"):
         self.socket = str(pathlib.Path(folder) / socket_name)
-        grpc = grpc or f"unix:{folder}/grpc.{next(self.number)}"
         self.process = subprocess.Popen(
             [BIN / "nyx-agent", "--grpc", grpc, "--socket", self.socket, "--sysconfig", folder, *options],
             stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
@@ -110,7 +102,7 @@ class AgentTest(unittest.TestCase):
 
     def test_stops_on_either_signal_whatever_is_open(self):
         for number in (signal.SIGTERM, signal.SIGINT):
-            agent = self.start(grpc=FREE_PORT)
+            agent = self.start()
             host, port = agent.grpc.rsplit(":", 1)
             with socket.create_connection((host, int(port))), socket.socket(socket.AF_UNIX) as idle:
                 idle.connect(agent.socket)
@@ -173,7 +165,7 @@ class AgentTest(unittest.TestCase):
         self.assert_refused("in use", *self.free_options(socket=second.socket))
 
     def test_second_agent_on_the_same_door_is_refused(self):
-        first = self.start(grpc=FREE_PORT)
+        first = self.start()
         self.assert_refused(f"{first.grpc}: in use", *self.free_options(grpc=first.grpc))
         self.assert_refused(f"{first.socket}: in use", *self.free_options(socket=first.socket))
         path = f"unix:{self.folder}/grpc.sock"
@@ -242,7 +234,7 @@ class AgentTest(unittest.TestCase):
         self.assert_refused("no PEM certificate", *self.free_options(), "--tls-cert", ca[1], "--tls-key", ca[0])
         self.assert_refused("no unencrypted PEM private key", *self.free_options(), *tls[:3], ca[1])
 
-        agent = self.start(*tls, "--tls-client-ca", ca[0], grpc=FREE_PORT)
+        agent = self.start(*tls, "--tls-client-ca", ca[0])
         call = ("call", "flowGet", "--timeout", "20")
         for name, identity, exit_code in (("good", self.make_certificate("good", ca), 0),
                                           ("expired", self.make_certificate("expired", ca, days=-1), 3),
@@ -252,7 +244,7 @@ class AgentTest(unittest.TestCase):
             self.assertEqual(self.ctl(agent, "--tls-ca", ca[0], *options, *call).returncode, exit_code, name)
         self.assertEqual(self.ctl(agent, *call).returncode, 3, "plaintext")
 
-        open_to_all = self.start(*tls, socket_name="tls.sock", grpc=FREE_PORT)
+        open_to_all = self.start(*tls, socket_name="tls.sock")
         self.assertEqual(self.ctl(open_to_all, "--tls-ca", ca[0], *call).returncode, 0)
         self.assertEqual(self.ctl(open_to_all, "--tls-ca", foreign_ca[0], *call).returncode, 3, "server of a foreign CA")
         expired = self.start("--tls-cert", expired_server[0], "--tls-key", expired_server[1], socket_name="old.sock",

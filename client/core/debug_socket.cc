@@ -30,20 +30,12 @@ int milliseconds_left(deadline_t deadline) {
     return static_cast<int>(std::clamp<long long>(left, 0, INT_MAX));
 }
 
-// On Unix sockets this limits connect() as well, which otherwise waits for ever on a full backlog; see
-// socket(7). A limit of zero would mean none.
-bool limit_sending(int fd, deadline_t deadline) {
-    const int left = std::max(milliseconds_left(deadline), 1);
-    const timeval limit = {.tv_sec = left / 1000, .tv_usec = left % 1000 * 1000};
-    return setsockopt(fd, SOL_SOCKET, SO_SNDTIMEO, &limit, sizeof limit) == 0;
-}
-
-outcome_s connect_failure(const std::string &path) {
-    if (errno == EAGAIN) {
+outcome_s connect_failure(const std::string &path, int error) {
+    if (error == ETIMEDOUT) {
         return late("no connection to \"" + path + "\"");
     }
     return {NYXCTL_EXIT_UNREACHABLE,
-            "no agent reachable at \"" + path + "\": " + errno_text() +
+            "no agent reachable at \"" + path + "\": " + std::strerror(error) +
                 "; check that the agent runs and that --socket or NYX_SOCKET is its path"};
 }
 
@@ -130,19 +122,9 @@ outcome_s debug_connect(const std::string &path, deadline_t deadline, base::uniq
                              std::to_string(sizeof address.sun_path - 1) + " characters");
     }
     path.copy(address.sun_path, path.size());
-    base::unique_fd fd(::socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-    if (!fd.valid() || !limit_sending(fd.get(), deadline)) {
-        return local_failure("cannot make a socket: " + errno_text());
-    }
-    int result;
-    do {
-        result = connect(fd.get(), reinterpret_cast<const sockaddr *>(&address), sizeof address);
-    } while (result != 0 && errno == EINTR);
-    if (result != 0) {
-        return connect_failure(path);
-    }
-    *socket = std::move(fd);
-    return {};
+    const int error =
+        connect_stream(reinterpret_cast<const sockaddr *>(&address), sizeof address, deadline, socket);
+    return error == 0 ? outcome_s() : connect_failure(path, error);
 }
 
 outcome_s debug_exchange(const base::unique_fd &socket, const types::ServiceRequestMessage &request,

@@ -2,16 +2,14 @@
 
 #pragma once
 
-#include <chrono>
 #include <string>
 
 #include "base/unique_fd.h"
+#include "client/core/connect.h"
 #include "client/core/outcome.h"
 #include "nyx/types/service.pb.h"
 
 namespace nyxctl {
-
-using deadline_t = std::chrono::steady_clock::time_point;
 
 // Sets `socket` to a connection to the agent. Failures: usage (a path that no socket can have), unreachable,
 // deadline (the agent accepts no connections).

@@ -5,13 +5,14 @@
 #include <grpcpp/grpcpp.h>
 #include <grpcpp/impl/codegen/proto_utils.h>
 
+#include <algorithm>
 #include <array>
-#include <charconv>
 #include <cstdlib>
 #include <memory>
 #include <sstream>
 #include <string_view>
 
+#include "client/core/connect.h"
 #include "client/core/status_fields.h"
 #include "client/core/symbols.h"
 #include "client/core/text_io.h"
@@ -23,6 +24,9 @@ namespace {
 
 using system_time_t = std::chrono::system_clock::time_point;
 using stub_t = grpc::TemplatedGenericStub<pb::Message, pb::Message>;
+
+constexpr int k_attempts = 3;
+constexpr std::chrono::milliseconds k_patience(200);  // at least, to see whether anybody listens
 
 constexpr std::array<std::string_view, 17> k_status_names = {
     "OK",        "CANCELLED",       "UNKNOWN",           "INVALID_ARGUMENT",   "DEADLINE_EXCEEDED",
@@ -56,20 +60,11 @@ outcome_s tls_options(const global_options_s &options, grpc::SslCredentialsOptio
     return outcome.ok() ? read_pem(options.tls_key, "PRIVATE KEY", &tls->pem_private_key) : outcome;
 }
 
-// gRPC would take port 443 where there is none, and the low 16 bits of one that is too large.
-bool ends_with_port(const std::string &address) {
-    const size_t colon = address.rfind(':');
-    if (colon == std::string::npos) {
-        return false;
-    }
-    uint16_t port = 0;
-    const char *end = address.data() + address.size();
-    const auto parsed = std::from_chars(address.data() + colon + 1, end, port);
-    return parsed.ec == std::errc() && parsed.ptr == end && port > 0;
-}
-
 outcome_s make_channel(const global_options_s &options, std::shared_ptr<grpc::Channel> *channel) {
-    if (!options.grpc.starts_with("unix:") && !ends_with_port(options.grpc)) {
+    // gRPC would take port 443 where there is none, and the low 16 bits of one that is too large.
+    std::string host;
+    std::string port;
+    if (!options.grpc.starts_with("unix:") && !split_host_port(options.grpc, &host, &port)) {
         return usage_failure("--grpc \"" + options.grpc +
                              "\" has no port from 1 to 65535; give HOST:PORT or unix:PATH");
     }
@@ -86,6 +81,8 @@ outcome_s make_channel(const global_options_s &options, std::shared_ptr<grpc::Ch
     // An agent is spoken to directly, whatever http_proxy says.
     arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
     arguments.SetInt(GRPC_ARG_SERVICE_CONFIG_DISABLE_RESOLUTION, 1);
+    // A second channel must not wait for the next attempt of the first.
+    arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
     *channel = grpc::CreateCustomChannel(options.grpc, credentials, arguments);
     return {};
 }
@@ -96,23 +93,32 @@ std::string timeout_text(const global_options_s &options) {
     return text.str();
 }
 
-std::string address_hint(const global_options_s &options) {
-    return options.tls_ca.empty() ? "check that the agent runs there, that --grpc or NYX_GRPC is right, and "
-                                    "whether it wants TLS (--tls-ca)"
-                                  : "check that the agent runs there, that --grpc or NYX_GRPC is right, and "
-                                    "that it uses TLS with these certificates";
-}
-
 outcome_s unreachable(const global_options_s &options, const std::string &path, const std::string &why) {
     return {NYXCTL_EXIT_UNREACHABLE,
-            path + ": no agent reachable at " + options.grpc + ": " + why + "; " + address_hint(options)};
+            path + ": no agent reachable at " + options.grpc + ": " + why +
+                "; check that the agent runs there and that --grpc or NYX_GRPC is right"};
+}
+
+// Something listens, but this failed before both sides had agreed on gRPC.
+outcome_s no_agent(const global_options_s &options, const std::string &path, const std::string &why) {
+    const char *hint = options.tls_ca.empty()
+                           ? "check whether it is an agent, and whether it wants TLS (--tls-ca)"
+                           : "check whether it is an agent that uses TLS with these certificates";
+    return {NYXCTL_EXIT_UNREACHABLE,
+            path + ": " + options.grpc + " accepts connections, but not gRPC: " + why + "; " + hint};
+}
+
+outcome_s silent(const global_options_s &options, const std::string &path) {
+    return {NYXCTL_EXIT_UNREACHABLE,
+            path + ": the agent at " + options.grpc + " accepted the connection but did not answer within " +
+                timeout_text(options) + "; raise --timeout, or see whether it is stopped"};
 }
 
 outcome_s failure(const global_options_s &options, const std::string &path, const grpc::Status &status,
                   bool connected) {
     const std::string message = status.error_message().empty() ? "no text given" : status.error_message();
     if (status.error_code() == grpc::StatusCode::UNAVAILABLE && !connected) {
-        return unreachable(options, path, message);
+        return no_agent(options, path, message);
     }
     if (status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED) {
         return {NYXCTL_EXIT_DEADLINE, path + ": no answer from " + options.grpc + " within " +
@@ -143,14 +149,45 @@ grpc::Status call_and_wait(const std::shared_ptr<grpc::Channel> &channel, const 
     return status;
 }
 
-// Ready; or in failure after the first attempt that failed, when the call itself fails at once and tells why; or still
-// connecting at the deadline.
+// READY, TRANSIENT_FAILURE after the first attempt that failed, or CONNECTING at the deadline.
 grpc_connectivity_state wait_until_connected(grpc::Channel *channel, system_time_t deadline) {
     for (;;) {
         const grpc_connectivity_state state = channel->GetState(true);
         if (state == GRPC_CHANNEL_READY || state == GRPC_CHANNEL_TRANSIENT_FAILURE ||
             !channel->WaitForStateChange(state, deadline)) {
             return state;
+        }
+    }
+}
+
+// gRPC 1.51 looks at errno some steps after connect(). In between it may take a lock, and the first lock that has to
+// wait looks into /sys for the number of CPUs, another one for their speed: without /sys a connection in progress is
+// then reported as failed, with "No such file or directory". Each is looked for once in a process, so a third attempt
+// can't fail that way. Why nobody is reachable is found out by connecting without gRPC.
+// Sets `ready` to whether both sides speak gRPC; if not, a call fails at once and says why.
+outcome_s connect_channel(const global_options_s &options, const std::string &path, system_time_t deadline,
+                          std::shared_ptr<grpc::Channel> *channel, bool *ready) {
+    for (int attempt = 1;; attempt++) {
+        if (outcome_s outcome = grpc_channel(options, channel); !outcome.ok()) {
+            return outcome;
+        }
+        const auto state = wait_until_connected(channel->get(), deadline);
+        *ready = state == GRPC_CHANNEL_READY;
+        if (*ready) {
+            return {};
+        }
+        const auto left = deadline - std::chrono::system_clock::now();
+        const std::string why =
+            unreachable_reason(options.grpc, std::chrono::steady_clock::now() +
+                                                 std::max<system_time_t::duration>(left, k_patience));
+        if (!why.empty()) {
+            return unreachable(options, path, why);
+        }
+        if (state != GRPC_CHANNEL_TRANSIENT_FAILURE) {
+            return silent(options, path);
+        }
+        if (attempt == k_attempts) {
+            return {};
         }
     }
 }
@@ -173,16 +210,13 @@ outcome_s grpc_call(const global_options_s &options, const pb::MethodDescriptor 
             path + " is a streaming method; nyxctl calls methods with one request and one response");
     }
     std::shared_ptr<grpc::Channel> channel;
-    if (outcome_s outcome = grpc_channel(options, &channel); !outcome.ok()) {
+    bool ready = false;
+    const system_time_t deadline = std::chrono::system_clock::now() + options.timeout();
+    if (outcome_s outcome = connect_channel(options, path, deadline, &channel, &ready); !outcome.ok()) {
         return outcome;
     }
-    const system_time_t deadline = std::chrono::system_clock::now() + options.timeout();
-    const auto state = wait_until_connected(channel.get(), deadline);
-    if (state != GRPC_CHANNEL_READY && state != GRPC_CHANNEL_TRANSIENT_FAILURE) {
-        return unreachable(options, path, "no connection within " + timeout_text(options));
-    }
     const grpc::Status status = call_and_wait(channel, path, deadline, request, response);
-    return status.ok() ? outcome_s() : failure(options, path, status, state == GRPC_CHANNEL_READY);
+    return status.ok() ? outcome_s() : failure(options, path, status, ready);
 }
 
 outcome_s checked_call(const global_options_s &options, const pb::MethodDescriptor *method,

@@ -21,9 +21,10 @@ namespace nyxctl {
 outcome_s grpc_channel(const global_options_s &options, std::shared_ptr<grpc::Channel> *channel);
 
 // Connects, calls and waits, at most for the timeout; a refused connection fails at once. `request` and
-// `response` are of the method's types. `response` is set on success alone. Failures: usage (a streaming
-// method, an address without port), local (a TLS file), unreachable, deadline, and NYXCTL_EXIT_GRPC_BASE plus
-// the number of any other gRPC status. Success says nothing about api_status.
+// `response` are of the method's types. `response` is set only on success. Failures: usage (a streaming
+// method, an address without port), local (a TLS file), unreachable (nobody listens, or not an agent, or one that
+// never answered; nothing was sent), deadline, and NYXCTL_EXIT_GRPC_BASE plus the number of any other gRPC status.
+// Success says nothing about api_status.
 outcome_s grpc_call(const global_options_s &options, const google::protobuf::MethodDescriptor *method,
                     const google::protobuf::Message &request, google::protobuf::Message *response);
 

@@ -5,6 +5,7 @@
 #include <string>
 #include <vector>
 
+#include "sim/api/reset_card.h"
 #include "sim/card/card.h"
 #include "tests/device_fixture.h"
 

@@ -18,6 +18,7 @@
 #include "sim/api/debug_stats.h"
 #include "sim/api/internal_switch.h"
 #include "sim/api/pipeline.h"
+#include "sim/api/reset_card.h"
 #include "sim/api/system.h"
 #include "sim/api/tables.h"
 #include "sim/card/card.h"

@@ -10,6 +10,7 @@
 #include <vector>
 
 #include "sim/api/ports.h"
+#include "sim/api/reset_card.h"
 #include "sim/card/card.h"
 #include "svc/port.h"
 #include "tests/device_fixture.h"

@@ -65,7 +65,9 @@ sdk::sdk_ret_t nyx_if_read_all(nyx_read_cb_t callback, void *ctxt) {
     for (const auto &[key, info] : snapshot->interfaces) {
         records.push_back(info);
     }
-    return sim::walk_if_records("nyx_if_read_all", std::move(records), callback, ctxt);
+    return sim::walk(
+        "nyx_if_read_all", records, [](const nyx_if_info_s &info) { return sim::key_bytes(info.spec.key); },
+        [&](nyx_if_info_s &info) { callback(&info, ctxt); });
 }
 
 sdk::sdk_ret_t nyx_if_create(nyx_if_spec_s *spec, uint64_t batch) {

@@ -4,23 +4,12 @@
 
 #include <cstdint>
 #include <memory>
-#include <vector>
 
 #include "agent_api/lif.h"
 #include "agent_api/lif_impl.h"
+#include "sim/card/card_lifs.h"
 
 namespace sim {
-
-// What an implementation object answers.
-struct lif_impl_s {
-    bool vlan_insert, vlan_strip, rdma, rdma_sniff, trunk;
-    bool broadcast, all_multicast, promiscuous;
-    uint32_t pinned_if_idx;
-    uint32_t impl_value;
-    std::vector<uint64_t> macs;
-    std::vector<uint32_t> vlans;
-    std::vector<api::impl::mac_vlan_filter_s> mac_vlans;
-};
 
 std::unique_ptr<api::impl::lif_impl> make_lif_impl(lif_impl_s answers);
 

@@ -69,7 +69,9 @@ sdk::sdk_ret_t api::port_get_all(nyx_read_cb_t callback, void *ctxt) {
             known.push_back(info);
         }
     }
-    return sim::walk_if_records("api::port_get_all", std::move(known), callback, ctxt);
+    return sim::walk(
+        "api::port_get_all", known, [](const nyx_if_info_s &info) { return sim::key_bytes(info.spec.key); },
+        [&](nyx_if_info_s &info) { callback(&info, ctxt); });
 }
 
 sdk::sdk_ret_t api::port_update(nyx_if_spec_s *spec, uint64_t batch) {

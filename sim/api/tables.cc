@@ -136,10 +136,6 @@ sdk::sdk_ret_t read_entry(size_t table, const void *key_record, void *spec) {
 
 }  // namespace
 
-std::string table_operation(std::string_view table, std::string_view operation) {
-    return std::string("nyx_tbl_").append(table).append("_").append(operation);
-}
-
 sdk::sdk_ret_t table_create(size_t table, const void *spec) {
     return counted(table, TABLE_CREATE, create_entry(table, spec));
 }

@@ -6,22 +6,12 @@
 
 #include <cstddef>
 #include <cstdint>
-#include <span>
-#include <string_view>
 #include <vector>
 
 #include "agent_api/sdk_ret.h"
+#include "sim/card/table_info.h"
 
 namespace sim {
-
-struct table_info_s {
-    std::string_view name;
-    size_t record_size;  // bytes of an entry record; its key record starts at byte 1
-    size_t key_size;     // bytes of a key record
-};
-
-// The tables in the slot order of the table service; a table's place here is its number.
-std::span<const table_info_s> table_infos();
 
 // The four operations on table number `table`, with records of the sizes above.
 sdk::sdk_ret_t table_create(size_t table, const void *spec);  // SDK_RET_ALREADY_PRESENT

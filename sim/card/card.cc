@@ -1,9 +1,5 @@
 #include "sim/card/card.h"
 
-#include "agent_api/agent_state.h"
-#include "sim/api/batches.h"
-#include "sim/api/lifs.h"
-#include "sim/api/lldp.h"
 #include "sim/card/card_ports.h"
 
 namespace sim {
@@ -69,18 +65,6 @@ if_records_s card_records() {
     records.interfaces[host_interface_key(0)] = host_interface(0, members_0);
     records.interfaces[host_interface_key(1)] = host_interface(1, members_1);
     return records;
-}
-
-void reset_card() {
-    drop_batches();
-    (void)change_if_records([](if_records_s &records) {
-        records = card_records();
-        return sdk::SDK_RET_OK;
-    });
-    reset_lifs();
-    reset_lldp();
-    core::agent_state::state()->epoch = 0;
-    core::agent_state::state()->if_api_bypass = false;
 }
 
 }  // namespace sim

@@ -23,7 +23,4 @@ mac_addr_s card_mac(uint8_t kind, uint8_t number);
 // The records of ports and interfaces at the start.
 if_records_s card_records();
 
-// Puts interfaces, ports, LIFs, LLDP and the agent's state back to the start, and drops open batches. For tests.
-void reset_card();
-
 }  // namespace sim

@@ -6,9 +6,21 @@
 #include <map>
 #include <vector>
 
-#include "sim/api/lifs.h"
+#include "agent_api/lif.h"
+#include "agent_api/lif_impl.h"
 
 namespace sim {
+
+// What an implementation object answers.
+struct lif_impl_s {
+    bool vlan_insert, vlan_strip, rdma, rdma_sniff, trunk;
+    bool broadcast, all_multicast, promiscuous;
+    uint32_t pinned_if_idx;
+    uint32_t impl_value;
+    std::vector<uint64_t> macs;
+    std::vector<uint32_t> vlans;
+    std::vector<api::impl::mac_vlan_filter_s> mac_vlans;
+};
 
 std::vector<nyx_lif_info_s> card_lifs();
 std::map<uint16_t, lif_impl_s> card_lif_impls();  // by LIF id

@@ -4,7 +4,6 @@
 #include <shared_mutex>
 
 #include "sim/card/card.h"
-#include "sim/faults/faults.h"
 
 namespace sim {
 
@@ -50,13 +49,6 @@ sdk::sdk_ret_t copy_if_record(const if_record_map &records, const nyx_obj_key_s 
     }
     *info = record->second;
     return sdk::SDK_RET_OK;
-}
-
-sdk::sdk_ret_t walk_if_records(std::string_view operation, std::vector<nyx_if_info_s> records,
-                               nyx_read_cb_t callback, void *ctxt) {
-    return walk(
-        operation, records, [](const nyx_if_info_s &info) { return key_bytes(info.spec.key); },
-        [&](nyx_if_info_s &info) { callback(&info, ctxt); });
 }
 
 }  // namespace sim

@@ -41,10 +41,6 @@ sdk::sdk_ret_t change_if_records(const if_change &change);
 // Fills `info` from the map; SDK_RET_LOOKUP_FAILURE when it has no such record.
 sdk::sdk_ret_t copy_if_record(const if_record_map &records, const nyx_obj_key_s &key, nyx_if_info_s *info);
 
-// Passes the records to the callback of a walk, up to the first fault of the operation.
-sdk::sdk_ret_t walk_if_records(std::string_view operation, std::vector<nyx_if_info_s> records,
-                               nyx_read_cb_t callback, void *ctxt);
-
 inline std::span<const uint8_t> key_bytes(const nyx_obj_key_s &key) { return key.id; }
 
 }  // namespace sim

@@ -7,7 +7,7 @@
 #include <random>
 #include <thread>
 
-#include "sim/api/tables.h"
+#include "sim/card/table_info.h"
 
 namespace sim {
 
@@ -158,6 +158,10 @@ std::optional<uint32_t> remove_faults(std::span<const uint32_t> ids, std::vector
 void clear_faults() {
     std::vector<armed_fault_s> removed;
     remove_faults({}, &removed);
+}
+
+std::string table_operation(std::string_view table, std::string_view operation) {
+    return std::string("nyx_tbl_").append(table).append("_").append(operation);
 }
 
 std::vector<std::string> fault_operations() {

@@ -57,6 +57,7 @@ void declare_healthy(grpc::Server *server) {
             server->GetHealthCheckService()->SetServingStatus(file->service(i)->full_name(), true);
         }
     }
+    server->GetHealthCheckService()->SetServingStatus(nyx::FaultSvc::service_full_name(), true);
 }
 
 // Connections with this descriptor and above are turned away, so that there are some left for everything else. The

@@ -7,7 +7,7 @@
 #include <stdexcept>
 #include <string>
 
-#include "base/fault_limits.h"
+#include "sim/proto/fault_grammar.h"
 
 namespace host {
 
@@ -15,14 +15,9 @@ namespace {
 
 std::string footer() {
     return R"(
-Faults, to rehearse failures (may be given more than once):
-  OPERATION:code=CODE[,LIMIT...]    fail with a return code above 0, a number or a name
-  OPERATION:delay=MS[,LIMIT...]     take so much longer
-Without limits every call is struck. Limits count calls of the operation; a walk over objects counts as
-one call for each object:
-)" + std::string(base::k_fault_limits) +
-           R"(Of nth, every, chance, walk and full there can be one; nth and full go with no after, full with code alone.
-
+Faults, to rehearse failures (--fault may be given more than once):
+)" + std::string(sim::k_fault_grammar) +
+           R"(
 Examples:
   --fault nyx_tbl_flow_create:code=6              every flowCreate entry fails with code 6
   --fault nyx_tbl_flow_create:code=6,nth=3        only the third one

@@ -22,15 +22,16 @@ MAY_INCLUDE = {
     "svc/common": {"agent_api", "base", "nyx/types"},
     "svc/channel": {"svc/common", "agent_api", "base", "nyx/types", "nyx"},
     "svc": {"svc/common", "agent_api", "base", "nyx/types", "nyx"},
+    "sim/proto": set(),
     "sim/framework": {"agent_api", "base"},
     "sim/card": {"agent_api", "base"},
     "sim/faults": {"sim/card", "agent_api", "base"},
     "sim/api": {"sim/card", "sim/faults", "agent_api", "base"},
-    "host": {"svc", "svc/channel", "sim/card", "sim/faults", "sim/framework", "agent_api", "base", "nyx/types", "nyx"},
+    "host": {"svc", "svc/channel", "sim/card", "sim/faults", "sim/framework", "sim/proto", "agent_api", "base", "nyx/types", "nyx"},
     "client/core": {"base", "nyx/types", "nyx"},
     "client/table": {"client/core", "base", "nyx/types", "nyx"},
     "client/view": {"client/core", "client/table", "base", "nyx/types", "nyx"},
-    "client/cli": {"client/core", "client/table", "client/view", "base", "nyx/types", "nyx"},
+    "client/cli": {"sim/proto", "client/core", "client/table", "client/view", "base", "nyx/types", "nyx"},
 }
 
 OWN_FOLDER = re.compile(r'#include "((?:base|agent_api|svc|sim|host|client|nyx|tests)/[^"]+)"')
@@ -54,6 +55,12 @@ class StructureTest(unittest.TestCase):
                 found = pathlib.Path(folder, pathlib.Path(name).name).read_text(encoding="utf-8")
                 self.assertEqual(found.splitlines(), (ROOT / name).read_text(encoding="utf-8").splitlines(),
                                  f"{advice}; ./dev symbols writes {name} anew")
+
+    def test_product_has_no_trace_of_the_stand_ins_service(self):
+        messages = pathlib.Path(LIBRARY).with_name("libnyx_proto.so")
+        symbols = subprocess.run(["nm", "-DC", messages], capture_output=True, text=True, check=True).stdout
+        self.assertIn("nyx::PortGetRequest", symbols)
+        self.assertNotRegex(symbols, "nyx::Fault")
 
     def test_operations_are_those_that_the_contracts_declare(self):
         operations = (ROOT / "agent_api/operations.txt").read_text(encoding="utf-8").splitlines()

@@ -6,13 +6,13 @@
 #include <string>
 #include <vector>
 
-#include "base/fault_limits.h"
 #include "client/core/grpc_call.h"
 #include "client/core/rows.h"
 #include "client/core/symbols.h"
 #include "client/core/text_io.h"
 #include "nyx/fault.pb.h"
 #include "nyx/types/object.pb.h"
+#include "sim/proto/fault_grammar.h"
 
 namespace nyxctl {
 namespace {
@@ -26,11 +26,8 @@ constexpr char k_footer[] = R"(Examples:
   nyxctl fault clear)";
 
 std::string add_footer() {
-    return R"(SPEC is OPERATION:code=CODE or OPERATION:delay=MS, and limits, divided by commas:
-)" + std::string(base::k_fault_limits) +
-           R"(Calls count from now on. CODE is a number or a name of the agent's return codes. The fault strikes until
-it is removed.
-
+    return "SPEC is one of\n" + std::string(sim::k_fault_grammar) +
+           R"(
 Examples:
   nyxctl fault add nyx_tbl_flow_create:code=SDK_RET_RETRY_OPERATION,chance=20,seed=7
   nyxctl fault add nyx_tbl_flow_create:full=1000

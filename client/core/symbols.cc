@@ -6,6 +6,7 @@
 #include <functional>
 
 #include "client/core/nearest.h"
+#include "nyx/fault.pb.h"
 #include "proto/proto_files.h"
 
 namespace pb = google::protobuf;
@@ -23,6 +24,7 @@ void for_each_file(VISIT visit) {
             visit(file);
         }
     }
+    visit(nyx::Fault::descriptor()->file());  // of the stand-in, so not in the product's library
 }
 
 template <typename VISIT>

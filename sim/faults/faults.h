@@ -1,20 +1,5 @@
-// Faults of the stand-in, as data: what an operation of the agent's libraries does instead of its work.
-//
-// A fault is written
-//     OPERATION:code=CODE[,LIMIT...]   fail with a return code
-//     OPERATION:delay=MS[,LIMIT...]    take so many milliseconds, then go on (with code= too: then fail)
-// where CODE is a number or a name (6, SDK_RET_RESOURCE_EXHAUSTION). Without limits every call is struck, until the
-// fault is removed. Limits count the calls of the operation from when the fault was added:
-//     key=HEX               only calls for objects whose key starts with these bytes; others are not counted
-//     after=N               not the first N calls
-//     nth=N                 only the N-th call
-//     every=N               every N-th call, with after= of those behind it
-//     chance=PERCENT        at random; seed=S (default 1) makes it the same calls in every run
-//     walk=M                only of a walk: each one breaks after M records
-//     full=N                only nyx_tbl_<table>_create: fails while the table has N or more entries, by default with
-//                           SDK_RET_RESOURCE_EXHAUSTION
-// Of nth=, every=, chance=, walk= and full= there can be one; nth= and full= go with no after=, full= with code= alone. A
-// delay is an hour at most.
+// Faults of the stand-in, as data: what an operation of the agent's libraries does instead of its work. How they are
+// written: sim/proto/fault_grammar.h.
 //
 // A walk over objects asks once before each object, so that nth=, after= and key= let it fail halfway too; a walk over
 // nothing counts as one call. Any thread.

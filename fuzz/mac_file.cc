@@ -17,7 +17,7 @@
 #include "sim/card/host_interfaces.h"
 #include "sim/card/if_records.h"
 #include "svc/common/converters.h"
-#include "svc/common/text.h"
+#include "base/text.h"
 #include "svc/host_if_mac.h"
 #include "tests/temporary_folder.h"
 
@@ -75,7 +75,7 @@ void check_records(const update_s &update, const std::string &content) {
         check(json::parse(update.content, nullptr, false).is_discarded(), "JSON in UTF-8 stays so");
         return;
     }
-    const std::string name = svc::to_utf8(svc::without_cut_character(update.name));
+    const std::string name = base::to_utf8(base::without_cut_character(update.name));
     bool found = false;
     for (const json &record : file.at("host-interface")) {
         if (record.is_object() && record.at("name") == name) {

@@ -1,6 +1,6 @@
 // Text out of records, made UTF-8.
 
-#include "svc/common/text.h"
+#include "base/text.h"
 
 #include <google/protobuf/wrappers.pb.h>
 
@@ -28,18 +28,18 @@ std::string ascii_of(std::string_view bytes) {
 }
 
 void check_text(std::string_view bytes) {
-    const std::string text = svc::to_utf8(bytes);
+    const std::string text = base::to_utf8(bytes);
     check(is_utf8(text), "the text is UTF-8");
     check(!is_utf8(bytes) || text == bytes, "UTF-8 stays as it is");
-    check(svc::to_utf8(text) == text, "a text that was cleaned is clean");
+    check(base::to_utf8(text) == text, "a text that was cleaned is clean");
     check(ascii_of(text) == ascii_of(bytes), "ASCII stays as it is");
 }
 
 void check_cut(std::string_view bytes) {
-    const std::string text = svc::to_utf8(bytes);
-    check(svc::without_cut_character(text) == text, "nothing is cut off a whole text");
+    const std::string text = base::to_utf8(bytes);
+    check(base::without_cut_character(text) == text, "nothing is cut off a whole text");
     for (size_t size = text.size() - std::min<size_t>(text.size(), 8); size < text.size(); size++) {
-        const auto cut = svc::without_cut_character(std::string_view(text).substr(0, size));
+        const auto cut = base::without_cut_character(std::string_view(text).substr(0, size));
         check(is_utf8(cut) && size - cut.size() < 4, "a cut character goes, and no other");
     }
 }
@@ -54,7 +54,7 @@ extern "C" int LLVMFuzzerTestOneInput(const uint8_t *data, size_t size) {
     check_text(first);
     check_cut(first);
     const std::string around = std::string(first) + '\xff' + std::string(second);
-    check(svc::to_utf8(around) == svc::to_utf8(first) + "\xef\xbf\xbd" + svc::to_utf8(second),
+    check(base::to_utf8(around) == base::to_utf8(first) + "\xef\xbf\xbd" + base::to_utf8(second),
           "one wrong byte costs no other");
     return 0;
 }

@@ -2,12 +2,13 @@
 
 #include <grpc/support/log.h>
 
-#include <algorithm>
 #include <chrono>
 #include <cstring>
 #include <mutex>
 #include <string>
 #include <utility>
+
+#include "base/text.h"
 
 namespace host {
 
@@ -35,13 +36,6 @@ class line_limit {
     int lines_ = 0;
 };
 
-std::string printable(const char *message) {
-    std::string text = message;
-    std::ranges::replace_if(
-        text, [](unsigned char c) { return c < 0x20 || c > 0x7e; }, '?');
-    return text;
-}
-
 // Never destroyed: gRPC's threads may log until the process ends.
 std::shared_ptr<spdlog::logger> &log_target() {
     static auto &target = *new std::shared_ptr<spdlog::logger>;
@@ -55,7 +49,7 @@ void log_line(gpr_log_func_args *args) {
     }
     const char *slash = strrchr(args->file, '/');
     log_target()->error("[{}:{}] gRPC: {}", slash ? slash + 1 : args->file, args->line,
-                        printable(args->message));
+                        base::without_controls(base::to_utf8(args->message)));
 }
 
 }  // namespace

@@ -59,7 +59,7 @@ void marvell_get_port_info(uint8_t port, nyx::InternalPortResponseMsg *rsp) {
     auto *proto = rsp->add_response();
     proto->set_port_number(port + 1u);
     if (const char *description = sdk::iswitch::iswitch_get_port_descr(port)) {
-        proto->set_description(svc::to_utf8(description));
+        proto->set_description(base::to_utf8(description));
     }
     status_to_proto(proto->mutable_status(), status);
     stats_to_proto(proto->mutable_stats(), stats);

@@ -108,7 +108,7 @@ grpc::Status DebugSvcImpl::PbDropStatsReset(grpc::ServerContext *, const types::
 void nyx_table_stats_entry_to_proto(nyx_table_stats_s *stats, void *ctxt) {
     auto *rsp = static_cast<nyx::TableStatsGetResponse *>(ctxt);
     auto *proto = rsp->add_response();
-    proto->set_table_name(svc::to_utf8(stats->table_name));
+    proto->set_table_name(base::to_utf8(stats->table_name));
     for (uint32_t type = 0; type < std::size(k_api_counters); type++) {
         count_to_proto(proto->mutable_api_stats()->add_entry(), type,
                        stats->api_counter[k_api_counters[type]]);

@@ -104,7 +104,7 @@ bool is_no_such_file(const std::exception &error) {
 // A name that was cut within a character would make the whole file unreadable.
 host_if_mac_s to_change(const char *name, const unsigned char *mac) {
     const bool removes = std::all_of(mac, mac + sizeof(mac_addr_s), [](uint8_t byte) { return byte == 0; });
-    return {.name = svc::to_utf8(svc::without_cut_character(name)),
+    return {.name = base::to_utf8(base::without_cut_character(name)),
             .mac = removes ? "" : macaddr2str(mac, false)};
 }
 

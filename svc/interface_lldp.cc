@@ -45,7 +45,7 @@ void side_to_proto(nyx::LldpIfStatus *proto, const lldp_if_status_s &status) {
     proto->set_if_name(svc::text_of(status.if_name));
     proto->set_value_1(status.number);
     proto->set_kind(svc::enumerator_or_none(status.kind, nyx::LldpKind_MAX));
-    proto->set_text(svc::to_utf8(status.text));
+    proto->set_text(base::to_utf8(status.text));
     chassis_to_proto(proto->mutable_chassis_info(), status);
     port_to_proto(proto->mutable_port_status(), status);
     const size_t count = std::min<size_t>(status.num_unknown_tlv, std::size(status.unknown_tlv));

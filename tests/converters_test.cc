@@ -163,7 +163,7 @@ TEST(text_out_of_records, EachByteThatIsNotUtf8IsReplaced) {
         {"\xff\xfe", k_bad + k_bad},
     };
     for (const auto &[bytes, text] : cases) {
-        EXPECT_EQ(svc::to_utf8(bytes), text);
+        EXPECT_EQ(base::to_utf8(bytes), text);
     }
 }
 
@@ -181,7 +181,7 @@ void check_continuations(std::string *bytes, size_t size, size_t *refused) {
                                          0xc0, 0xc1, 0xc2, 0xdf, 0xe0, 0xe1, 0xec, 0xed,
                                          0xee, 0xef, 0xf0, 0xf1, 0xf3, 0xf4, 0xf5, 0xff};
     const bool valid = is_taken_as_text(*bytes);
-    const std::string text = svc::to_utf8(*bytes);
+    const std::string text = base::to_utf8(*bytes);
     *refused += !valid;
     ASSERT_EQ(text == *bytes, valid) << testing::PrintToString(*bytes);
     ASSERT_TRUE(valid || is_taken_as_text(text)) << testing::PrintToString(*bytes);

@@ -95,8 +95,8 @@ message {name}GetRequest {{
 }}
 
 message {name}GetResponse {{
-  types.ApiStatus api_status = 1;  // API_STATUS_ERROR when any of the keys could not be read
-  repeated {name} response = 2;    // one for each key, in the order of the keys; all zero where the read failed
+  repeated {name} response = 1;    // one for each key, in the order of the keys; all zero where the read failed
+  types.ApiStatus api_status = 2;  // API_STATUS_ERROR when any of the keys could not be read
 }}
 
 """

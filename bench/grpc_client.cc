@@ -2,6 +2,7 @@
 
 #include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
+#include <grpcpp/impl/codegen/proto_utils.h>
 
 #include <chrono>
 #include <thread>
@@ -10,17 +11,17 @@
 #include "bench/ratio_table.h"
 #include "nyx/interface.pb.h"
 #include "nyx/port.pb.h"
-#include "nyx/tables/tbl_svc.grpc.pb.h"
+#include "nyx/tables/tunnel.pb.h"
+#include "nyx/types/object.pb.h"
 
 namespace bench {
 
 struct connection_s {
-    explicit connection_s(const std::shared_ptr<grpc::Channel> &channel)
-        : tables(nyx::NyxTblSvc::NewStub(channel)), bytes(channel) {}
+    explicit connection_s(const std::shared_ptr<grpc::Channel> &channel) : parsing(channel), bytes(channel) {}
 
-    const std::unique_ptr<nyx::NyxTblSvc::Stub> tables;
-    grpc::TemplatedGenericStub<google::protobuf::Message, grpc::ByteBuffer>
-        bytes;  // does not parse responses
+    // Generic stubs: the generated one's header takes a compiler seconds.
+    grpc::TemplatedGenericStub<google::protobuf::Message, google::protobuf::Message> parsing;
+    grpc::TemplatedGenericStub<google::protobuf::Message, grpc::ByteBuffer> bytes;
 };
 
 namespace {
@@ -35,49 +36,46 @@ std::shared_ptr<grpc::Channel> connect(const std::string &address) {
     return grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), arguments);
 }
 
-void expect_ok(const grpc::Status &status) {
+template <class Stub, class Response>
+void make_call(Stub *stub, const std::string &method, const google::protobuf::Message &request,
+               Response *response) {
+    grpc::ClientContext context;
+    context.set_wait_for_ready(true);
+    grpc::CompletionQueue queue;
+    const auto reader = stub->PrepareUnaryCall(&context, method, request, &queue);
+    grpc::Status status;
+    reader->StartCall();
+    reader->Finish(response, &status, nullptr);
+    void *tag = nullptr;
+    bool finished = false;
+    queue.Next(&tag, &finished);
     if (!status.ok()) {
         fail("gRPC call: " + status.error_message());
     }
 }
 
-// A call through the generated stub, which parses the response.
-template <class Request, class Response>
-std::function<void(connection_s *)> parsing(
-    grpc::Status (nyx::NyxTblSvc::Stub::*method)(grpc::ClientContext *, const Request &, Response *),
-    Request all) {
+template <class Response, class Request>
+std::function<void(connection_s *)> parsing(const std::string &method, Request all) {
     return [method, request = std::move(all)](connection_s *connection) {
-        grpc::ClientContext context;
-        context.set_wait_for_ready(true);
         Response response;
-        expect_ok((connection->tables.get()->*method)(&context, request, &response));
+        make_call(&connection->parsing, method, request, &response);
     };
 }
 
 template <class Request>
 std::function<void(connection_s *)> reading(const std::string &method, Request all) {
     return [method, request = std::move(all)](connection_s *connection) {
-        grpc::ClientContext context;
-        context.set_wait_for_ready(true);
-        grpc::CompletionQueue queue;
-        const auto reader = connection->bytes.PrepareUnaryCall(&context, method, request, &queue);
         grpc::ByteBuffer response;
-        grpc::Status status;
-        reader->StartCall();
-        reader->Finish(&response, &status, nullptr);
-        void *tag = nullptr;
-        bool finished = false;
-        queue.Next(&tag, &finished);
-        expect_ok(status);
+        make_call(&connection->bytes, method, request, &response);
     };
 }
 
 std::function<void(connection_s *)> calling(const std::string &call, int count) {
     if (call == "create") {
-        return parsing(&nyx::NyxTblSvc::Stub::flowCreate, flow_entries(count));
+        return parsing<nyx::flowResponse>("/nyx.NyxTblSvc/flowCreate", flow_entries(count));
     }
     if (call == "get-parsed") {
-        return parsing(&nyx::NyxTblSvc::Stub::flowGet, flow_keys(count));
+        return parsing<nyx::flowGetResponse>("/nyx.NyxTblSvc/flowGet", flow_keys(count));
     }
     if (call == "walk") {
         return reading("/nyx.IfSvc/InterfaceGet", nyx::InterfaceGetRequest());
@@ -122,10 +120,8 @@ void create_stored(connection_s *connection, uint32_t first) {
     for (uint32_t key = first; key < first + k_entries_a_request; key++) {
         request.add_request()->mutable_key()->set_k2(key);
     }
-    grpc::ClientContext context;
-    context.set_wait_for_ready(true);
     nyx::tunnel_terminate_sa_v4Response response;
-    expect_ok(connection->tables->tunnel_terminate_sa_v4Create(&context, request, &response));
+    make_call(&connection->parsing, "/nyx.NyxTblSvc/tunnel_terminate_sa_v4Create", request, &response);
     if (response.api_status() != types::API_STATUS_OK) {
         fail("the stand-in's table takes no more entries");
     }
@@ -136,9 +132,8 @@ void delete_stored(connection_s *connection, uint32_t first) {
     for (uint32_t key = first; key < first + k_entries_a_request; key++) {
         request.add_key()->set_k2(key);
     }
-    grpc::ClientContext context;
     nyx::tunnel_terminate_sa_v4DeleteResponse response;
-    expect_ok(connection->tables->tunnel_terminate_sa_v4Delete(&context, request, &response));
+    make_call(&connection->parsing, "/nyx.NyxTblSvc/tunnel_terminate_sa_v4Delete", request, &response);
 }
 
 }  // namespace

@@ -10,7 +10,8 @@
 #include <fstream>
 
 #include "bench/figures.h"
-#include "nyx/tables/tbl_svc.grpc.pb.h"
+#include "nyx/tables/flow.pb.h"
+#include "tests/grpc_fixture.h"
 
 namespace bench {
 
@@ -50,12 +51,10 @@ class agent {
         }
         grpc::ChannelArguments arguments;
         arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
-        const auto stub = nyx::NyxTblSvc::NewStub(
-            grpc::CreateCustomChannel("unix:" + socket_, grpc::InsecureChannelCredentials(), arguments));
-        grpc::ClientContext context;
-        context.set_wait_for_ready(true);
+        const auto channel =
+            grpc::CreateCustomChannel("unix:" + socket_, grpc::InsecureChannelCredentials(), arguments);
         nyx::flowGetResponse response;
-        if (!stub->flowGet(&context, {}, &response).ok()) {
+        if (!test::unary_call(channel, "/nyx.NyxTblSvc/flowGet", nyx::flowGetRequest(), &response).ok()) {
             fail("nyx-agent does not answer");
         }
     }

@@ -16,10 +16,10 @@
 #include "sim/card/card.h"
 #include "sim/card/if_records.h"
 #include "svc/debug.h"
-#include "svc/grpc_nyx_tbl.h"
 #include "svc/host_if_mac.h"
 #include "svc/interface.h"
 #include "svc/lif.h"
+#include "svc/nyx_tbl_functions.h"
 #include "svc/pipeline.h"
 #include "svc/port.h"
 #include "svc/system.h"
@@ -27,76 +27,76 @@
 
 namespace {
 
-template <class>
-struct method;
-template <class Service, class Request, class Response>
-struct method<grpc::Status (Service::*)(grpc::ServerContext *, const Request *, Response *)> {
-    using service_t = Service;
-    using request_t = Request;
-    using response_t = Response;
-};
-
-template <class Service>
-Service &service() {
-    static Service service;
-    return service;
-}
-
-// What gRPC does with a request, less the transport.
-template <auto Method>
-void call(std::string_view bytes) {
-    using types = method<decltype(Method)>;
-    typename types::request_t req;
+template <class Request, class Response, class Function>
+void parse_and_call(std::string_view bytes, const Function &function) {
+    Request req;
     if (req.ParseFromArray(bytes.data(), static_cast<int>(bytes.size()))) {
-        typename types::response_t rsp;
-        (void)(service<typename types::service_t>().*Method)(nullptr, &req, &rsp);
+        Response rsp;
+        (void)function(&req, &rsp);
         fuzz::check_message(rsp);
     }
 }
 
+// What gRPC does with a request, less the transport.
+template <auto Method>
+struct call;
+template <class Service, class Request, class Response,
+          grpc::Status (Service::*Method)(grpc::ServerContext *, const Request *, Response *)>
+struct call<Method> {
+    static void make(std::string_view bytes) {
+        static Service service;
+        parse_and_call<Request, Response>(
+            bytes, [](const auto *req, auto *rsp) { return (service.*Method)(nullptr, req, rsp); });
+    }
+};
+template <class Request, class Response, sdk::sdk_ret_t (*Function)(const Request *, Response *)>
+struct call<Function> {
+    static void make(std::string_view bytes) { parse_and_call<Request, Response>(bytes, Function); }
+};
+
 constexpr void (*k_methods[])(std::string_view) = {
-    call<&IfSvcImpl::InterfaceCreate>,
-    call<&IfSvcImpl::InterfaceUpdate>,
-    call<&IfSvcImpl::InterfaceDelete>,
-    call<&IfSvcImpl::InterfaceGet>,
-    call<&IfSvcImpl::LifGet>,
-    call<&IfSvcImpl::LifStatsReset>,
-    call<&LifClassicSvcImpl::LifClassicGet>,
-    call<&PortSvcImpl::PortGet>,
-    call<&PortSvcImpl::PortUpdate>,
-    call<&PortSvcImpl::PortStatsReset>,
-    call<&SystemSvcImpl::SystemGet>,
-    call<&SystemSvcImpl::ClockFrequencyUpdate>,
-    call<&SystemSvcImpl::QueueCreditsGet>,
-    call<&SystemSvcImpl::ProcessRecoveryEnable>,
-    call<&SystemSvcImpl::ProcessRecoveryDisable>,
-    call<&SystemSvcImpl::ProcessRecoveryGet>,
-    call<&PipelineSvcImpl::MeterStatsGet>,
-    call<&PipelineSvcImpl::SessionStatsGet>,
-    call<&PipelineSvcImpl::FlowStatsSummaryGet>,
-    call<&PipelineSvcImpl::DataPathAssistStatsGet>,
-    call<&PipelineSvcImpl::SessionStatisticsEnable>,
-    call<&PipelineSvcImpl::SessionStatisticsDisable>,
-    call<&PipelineSvcImpl::LifStatisticsEnable>,
-    call<&PipelineSvcImpl::LifStatisticsDisable>,
-    call<&PipelineSvcImpl::QuiesceStart>,
-    call<&PipelineSvcImpl::QuiesceStop>,
-    call<&DebugSvcImpl::TraceUpdate>,
-    call<&DebugSvcImpl::TraceFlush>,
-    call<&DebugSvcImpl::TableStatsGet>,
-    call<&DebugSvcImpl::LlcSetup>,
-    call<&DebugSvcImpl::LlcStatsGet>,
-    call<&DebugSvcImpl::PbStatsGet>,
-    call<&DebugSvcImpl::PbDropStatsReset>,
-    call<&DebugSvcImpl::SlabGet>,
-    call<&DebugSvcImpl::HeapGet>,
-    call<&DebugSvcImpl::MemoryTrim>,
-    call<&DebugSvcImpl::StartAacsServer>,
-    call<&DebugSvcImpl::StopAacsServer>,
-    call<&DebugSvcImpl::InternalPortGet>,
-#define TABLE(name)                                                                                          \
-    call<&NyxTblSvcImpl::name##Create>, call<&NyxTblSvcImpl::name##Update>, call<&NyxTblSvcImpl::name##Get>, \
-        call<&NyxTblSvcImpl::name##Delete>,
+    call<&IfSvcImpl::InterfaceCreate>::make,
+    call<&IfSvcImpl::InterfaceUpdate>::make,
+    call<&IfSvcImpl::InterfaceDelete>::make,
+    call<&IfSvcImpl::InterfaceGet>::make,
+    call<&IfSvcImpl::LifGet>::make,
+    call<&IfSvcImpl::LifStatsReset>::make,
+    call<&LifClassicSvcImpl::LifClassicGet>::make,
+    call<&PortSvcImpl::PortGet>::make,
+    call<&PortSvcImpl::PortUpdate>::make,
+    call<&PortSvcImpl::PortStatsReset>::make,
+    call<&SystemSvcImpl::SystemGet>::make,
+    call<&SystemSvcImpl::ClockFrequencyUpdate>::make,
+    call<&SystemSvcImpl::QueueCreditsGet>::make,
+    call<&SystemSvcImpl::ProcessRecoveryEnable>::make,
+    call<&SystemSvcImpl::ProcessRecoveryDisable>::make,
+    call<&SystemSvcImpl::ProcessRecoveryGet>::make,
+    call<&PipelineSvcImpl::MeterStatsGet>::make,
+    call<&PipelineSvcImpl::SessionStatsGet>::make,
+    call<&PipelineSvcImpl::FlowStatsSummaryGet>::make,
+    call<&PipelineSvcImpl::DataPathAssistStatsGet>::make,
+    call<&PipelineSvcImpl::SessionStatisticsEnable>::make,
+    call<&PipelineSvcImpl::SessionStatisticsDisable>::make,
+    call<&PipelineSvcImpl::LifStatisticsEnable>::make,
+    call<&PipelineSvcImpl::LifStatisticsDisable>::make,
+    call<&PipelineSvcImpl::QuiesceStart>::make,
+    call<&PipelineSvcImpl::QuiesceStop>::make,
+    call<&DebugSvcImpl::TraceUpdate>::make,
+    call<&DebugSvcImpl::TraceFlush>::make,
+    call<&DebugSvcImpl::TableStatsGet>::make,
+    call<&DebugSvcImpl::LlcSetup>::make,
+    call<&DebugSvcImpl::LlcStatsGet>::make,
+    call<&DebugSvcImpl::PbStatsGet>::make,
+    call<&DebugSvcImpl::PbDropStatsReset>::make,
+    call<&DebugSvcImpl::SlabGet>::make,
+    call<&DebugSvcImpl::HeapGet>::make,
+    call<&DebugSvcImpl::MemoryTrim>::make,
+    call<&DebugSvcImpl::StartAacsServer>::make,
+    call<&DebugSvcImpl::StopAacsServer>::make,
+    call<&DebugSvcImpl::InternalPortGet>::make,
+#define TABLE(name)                                                           \
+    call<nyx_svc_##name##_create>::make, call<nyx_svc_##name##_update>::make, \
+        call<nyx_svc_##name##_get>::make, call<nyx_svc_##name##_delete>::make,
 #include "fuzz/tables.inc"
 #undef TABLE
 };

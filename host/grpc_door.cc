@@ -23,12 +23,12 @@
 #include "host/setup_error.h"
 #include "proto/proto_files.h"
 #include "svc/debug.h"
-#include "svc/grpc_nyx_tbl.h"
 #include "svc/interface.h"
 #include "svc/lif.h"
 #include "svc/pipeline.h"
 #include "svc/port.h"
 #include "svc/system.h"
+#include "svc/table_service.h"
 
 namespace host {
 
@@ -38,7 +38,7 @@ constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);  // then ca
 
 std::vector<std::unique_ptr<grpc::Service>> make_services() {
     std::vector<std::unique_ptr<grpc::Service>> services;
-    services.push_back(std::make_unique<NyxTblSvcImpl>());
+    services.push_back(make_table_service());
     services.push_back(std::make_unique<IfSvcImpl>());
     services.push_back(std::make_unique<LifClassicSvcImpl>());
     services.push_back(std::make_unique<PortSvcImpl>());

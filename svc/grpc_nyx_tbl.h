@@ -2,9 +2,8 @@
 
 #pragma once
 
-#include "agent_api/nyx_tbl.h"
 #include "nyx/tables/tbl_svc.grpc.pb.h"
-#include "svc/nyx_tbl_functions.h"
+#include "svc/table_service.h"
 
 // Each method calls the free function nyx_svc_<table>_<operation> with its request and response and ends with
 // gRPC status OK; the outcome is the response's api_status. No state: any thread.
@@ -14,6 +13,3 @@ class NyxTblSvcImpl final : public nyx::NyxTblSvc::Service {
     ~NyxTblSvcImpl() override;
 #include "svc/nyx_tbl_methods.inc"
 };
-
-// Fills the action data of a flow_info record, for action 0.
-void nyx_flow_info_proto_to_api_spec(nyx_tbl_flow_info_spec_s *spec, const nyx::flow_infoSpec *proto);

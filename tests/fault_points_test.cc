@@ -24,13 +24,13 @@
 #include "sim/card/card.h"
 #include "sim/faults/faults.h"
 #include "svc/debug.h"
-#include "svc/grpc_nyx_tbl.h"
 #include "svc/host_if_mac.h"
 #include "svc/interface.h"
 #include "svc/lif.h"
 #include "svc/pipeline.h"
 #include "svc/port.h"
 #include "svc/system.h"
+#include "svc/table_service.h"
 #include "tests/allocation_points.h"
 #include "tests/grpc_fixture.h"
 #include "tests/table_layouts.h"
@@ -233,14 +233,14 @@ class points : public testing::TestWithParam<std::string> {
 
     test::trace_capture trace_;
     test::temporary_folder folder_;
-    NyxTblSvcImpl tables_;
+    const std::unique_ptr<grpc::Service> tables_ = make_table_service();
     IfSvcImpl interfaces_;
     LifClassicSvcImpl lifs_;
     PortSvcImpl ports_;
     SystemSvcImpl system_;
     PipelineSvcImpl pipeline_;
     DebugSvcImpl debug_;
-    test::grpc_server server_{{&tables_, &interfaces_, &lifs_, &ports_, &system_, &pipeline_, &debug_}};
+    test::grpc_server server_{{tables_.get(), &interfaces_, &lifs_, &ports_, &system_, &pipeline_, &debug_}};
     uint64_t batch_ = 0;  // the caller's, if the operation has one
 };
 

@@ -14,8 +14,9 @@
 #include <future>
 #include <optional>
 
-#include "nyx/port.grpc.pb.h"
-#include "nyx/tables/tbl_svc.grpc.pb.h"
+#include "nyx/port.pb.h"
+#include "nyx/tables/flow.pb.h"
+#include "tests/grpc_fixture.h"
 #include "tests/socket_fixture.h"
 
 namespace {
@@ -43,11 +44,9 @@ class GrpcDoor : public testing::Test {
     }
 
     static grpc::Status get_ports(const std::shared_ptr<grpc::Channel> &channel, int patience_s) {
-        grpc::ClientContext context;
-        context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(patience_s));
-        context.set_wait_for_ready(true);
         nyx::PortGetResponse response;
-        return nyx::PortSvc::NewStub(channel)->PortGet(&context, {}, &response);
+        return test::unary_call(channel, "/nyx.PortSvc/PortGet", nyx::PortGetRequest(), &response,
+                                std::chrono::seconds(patience_s));
     }
 
     std::optional<host::grpc_door> door_;
@@ -107,13 +106,12 @@ TEST_F(GrpcDoor, ReflectionAndHealthKnowTheServices) {
 }
 
 TEST_F(GrpcDoor, RequestsOfUpTo16MebibytesAreTaken) {
-    const auto stub = nyx::NyxTblSvc::NewStub(channel());
+    const auto connection = channel();
     const auto delete_with_key_of = [&](size_t size) {
-        grpc::ClientContext context;
         nyx::flowDeleteRequest request;
         request.add_key()->set_k1(std::string(size, 'x'));
         nyx::flowDeleteResponse response;
-        return stub->flowDelete(&context, request, &response).error_code();
+        return test::unary_call(connection, "/nyx.NyxTblSvc/flowDelete", request, &response).error_code();
     };
     constexpr size_t k_mebibyte = 1024 * 1024;
     EXPECT_EQ(delete_with_key_of(15 * k_mebibyte), grpc::StatusCode::OK);

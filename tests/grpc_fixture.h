@@ -5,6 +5,7 @@
 #include <google/protobuf/message.h>
 #include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
+#include <grpcpp/impl/codegen/proto_utils.h>
 
 #include <chrono>
 #include <memory>
@@ -15,6 +16,26 @@
 #include "tests/temporary_folder.h"
 
 namespace test {
+
+// One unary call by the path of its method, /PACKAGE.SERVICE/METHOD, that waits for the response. Needs no generated
+// stub, whose header takes a compiler seconds.
+inline grpc::Status unary_call(const std::shared_ptr<grpc::Channel> &channel, const std::string &path,
+                               const google::protobuf::Message &req, google::protobuf::Message *rsp,
+                               std::chrono::seconds patience = std::chrono::seconds(30)) {
+    grpc::TemplatedGenericStub<google::protobuf::Message, google::protobuf::Message> stub(channel);
+    grpc::ClientContext context;
+    context.set_deadline(std::chrono::system_clock::now() + patience);
+    context.set_wait_for_ready(true);
+    grpc::CompletionQueue queue;
+    const auto reader = stub.PrepareUnaryCall(&context, path, req, &queue);
+    grpc::Status status;
+    reader->StartCall();
+    reader->Finish(rsp, &status, nullptr);
+    void *tag = nullptr;
+    bool finished = false;
+    queue.Next(&tag, &finished);
+    return status;
+}
 
 // A server on a Unix domain socket of its own and a channel to it. The services must outlive it. Calls may
 // come from any thread.
@@ -39,21 +60,9 @@ class grpc_server {
 
     const std::shared_ptr<grpc::Channel> &channel() const { return channel_; }
 
-    // One unary call by the path of its method, /PACKAGE.SERVICE/METHOD, that waits for the response.
     grpc::Status call(const std::string &path, const google::protobuf::Message &req,
                       google::protobuf::Message *rsp) {
-        grpc::TemplatedGenericStub<google::protobuf::Message, google::protobuf::Message> stub(channel_);
-        grpc::ClientContext context;
-        context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(30));
-        grpc::CompletionQueue queue;
-        const auto reader = stub.PrepareUnaryCall(&context, path, req, &queue);
-        grpc::Status status;
-        reader->StartCall();
-        reader->Finish(rsp, &status, nullptr);
-        void *tag = nullptr;
-        bool finished = false;
-        queue.Next(&tag, &finished);
-        return status;
+        return unary_call(channel_, path, req, rsp);
     }
 
  private:

@@ -13,7 +13,7 @@
 #include "nyx/types/object.pb.h"
 #include "sim/api/tables.h"
 #include "sim/faults/faults.h"
-#include "svc/grpc_nyx_tbl.h"
+#include "svc/table_service.h"
 #include "tests/grpc_fixture.h"
 #include "tests/table_layouts.h"
 
@@ -79,8 +79,8 @@ class table_service : public testing::Test {
         return sim::table_entries(layout.number);
     }
 
-    NyxTblSvcImpl service_;
-    test::grpc_server server_{{&service_}};
+    const std::unique_ptr<grpc::Service> service_ = make_table_service();
+    test::grpc_server server_{{service_.get()}};
 
  private:
     void call(const std::string &method, const std::shared_ptr<Message> &req,
@@ -368,14 +368,13 @@ TEST_F(table_service, RequestThatCannotBeParsedIsRefusedByName) {
 }
 
 void create_terminations(const std::shared_ptr<grpc::Channel> &channel, uint32_t first, uint32_t count) {
-    const auto stub = nyx::NyxTblSvc::NewStub(channel);
     for (uint32_t key = first; key < first + count; key++) {
         nyx::tunnel_terminate_sa_v4Request req;
         req.add_request()->mutable_key()->set_k2(key);
         req.mutable_request(0)->mutable_tunnel_terminate_sa_a_data()->set_d1(key);
         nyx::tunnel_terminate_sa_v4Response rsp;
-        grpc::ClientContext context;
-        EXPECT_TRUE(stub->tunnel_terminate_sa_v4Create(&context, req, &rsp).ok());
+        EXPECT_TRUE(
+            test::unary_call(channel, "/nyx.NyxTblSvc/tunnel_terminate_sa_v4Create", req, &rsp).ok());
         EXPECT_EQ(rsp.api_status(), API_STATUS_OK);
     }
 }

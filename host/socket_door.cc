@@ -1,13 +1,9 @@
 #include "host/socket_door.h"
 
-#include "base/request_limits.h"
 #include "host/setup_error.h"
-#include "svc/channel/svc_request.h"
 #include "svc/channel/svc_thread.h"
 
 namespace host {
-
-static_assert(svc::k_max_request_size == base::k_max_socket_request_size);
 
 socket_door::socket_door(const std::string &path)
     : file_(path),

@@ -13,7 +13,7 @@
 // enumerators and their identifiers.
 //   CRUD  create, update, delete and read, with consecutive identifiers
 //   CDR   no update
-//   R     read alone
+//   R     only read
 #define CFG_MSG_OBJECTS(CRUD, CDR, R)                 \
     CRUD(VPC, VPC, 1)                                 \
     CDR(VPCPeer, VPC_PEER, 5, 7, 8)                   \

@@ -11,16 +11,6 @@
 
 namespace {
 
-nyx_obj_key_s to_key(const std::string &id) {
-    nyx_obj_key_s key{};
-    (void)nyx_obj_key_proto_to_api_spec(&key, id);
-    return key;
-}
-
-bool is_zero(const nyx_obj_key_s &key) {
-    return std::all_of(std::begin(key.id), std::end(key.id), [](uint8_t byte) { return byte == 0; });
-}
-
 // Interface type of the agent API for each kind of the filter.
 uint32_t interface_type(int filter_type) {
     constexpr std::array<uint32_t, 7> k_types = {0, 4, 5, 6, 8, 9, 10};
@@ -52,13 +42,13 @@ bool fill(const nyx::MappingDumpFilter &filter, cmd_ctxt_s *ctxt) {
 bool fill(const nyx::InterfaceDumpFilter &filter, cmd_ctxt_s *ctxt) {
     auto &args = ctxt->args.interface_dump;
     args.if_type = filter.has_type() ? interface_type(filter.type()) : 0;
-    args.key = to_key(filter.id());
+    args.key = svc::key_to_api(filter.id());
     return true;
 }
 
 bool fill(const nyx::CommandUUID &uuid, cmd_ctxt_s *ctxt) {
-    ctxt->args.key = to_key(uuid.id());
-    return !is_zero(ctxt->args.key);
+    ctxt->args.key = svc::key_to_api(uuid.id());
+    return ctxt->args.key.valid();
 }
 
 bool fill(const nyx::FlowGetRequest &request, cmd_ctxt_s *ctxt) {
@@ -83,7 +73,7 @@ void fill_l4(const nyx::FlowTracerSpec &spec, flow_trace_args_s &args) {
 
 bool fill(const nyx::FlowTracerSpec &spec, cmd_ctxt_s *ctxt) {
     auto &args = ctxt->args.flow_trace;
-    args.key = to_key(spec.id());
+    args.key = svc::key_to_api(spec.id());
     args.mac_1 = svc::mac_addr_to_api(spec.mac_1());
     args.mac_2 = svc::mac_addr_to_api(spec.mac_2());
     args.ip_1 = svc::ip_addr_to_api(spec.ip_1());

@@ -2,6 +2,7 @@
 
 #include <sys/socket.h>
 
+#include <iterator>
 #include <optional>
 #include <string_view>
 
@@ -21,24 +22,15 @@ cfg_msg_e request_identifier(std::string_view type_name, types::ServiceRequestOp
     return entry == g_svc_cfg_msg_map.end() ? CFG_MSG_NONE : entry->second;
 }
 
-// The debug library's number of the client's command; 0 for a number that is none.
+// The debug library's number of each of the client's commands.
+constexpr uint8_t k_command_numbers[] = {
+    0,  1,  2,  3,  4,  5,  6,  7,  10, 8,  9,  11, 12, 13, 14, 15, 16, 17,
+    18, 21, 22, 23, 24, 25, 26, 27, 28, 29, 30, 31, 32, 33, 34, 19, 20, 35,
+};
+
+// 0 when the client's number is unknown.
 uint32_t command_number(int32_t client) {
-    switch (client) {
-        case 8:
-            return 10;
-        case 9:
-            return 8;
-        case 10:
-            return 9;
-        case 33:
-            return 19;
-        case 34:
-            return 20;
-    }
-    if (client < 0 || client > 35) {
-        return 0;
-    }
-    return static_cast<uint32_t>(client >= 19 && client <= 32 ? client + 2 : client);
+    return client >= 0 && client < std::ssize(k_command_numbers) ? k_command_numbers[client] : 0;
 }
 
 bool write_response(int32_t sock_fd, sdk_ret_t ret) {

@@ -5,18 +5,20 @@
 
 #include <cstring>
 
+#include "base/request_limits.h"
+
 namespace svc {
 
 receive_buffer::~receive_buffer() {
     if (data_) {
-        munmap(data_, k_max_request_size);
+        munmap(data_, base::k_max_socket_request_size);
     }
 }
 
 bool receive_buffer::reserve() {
     if (!data_) {
-        void *memory =
-            mmap(nullptr, k_max_request_size, PROT_READ | PROT_WRITE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
+        void *memory = mmap(nullptr, base::k_max_socket_request_size, PROT_READ | PROT_WRITE,
+                            MAP_PRIVATE | MAP_ANONYMOUS, -1, 0);
         data_ = memory == MAP_FAILED ? nullptr : static_cast<uint8_t *>(memory);
     }
     return data_ != nullptr;
@@ -24,7 +26,7 @@ bool receive_buffer::reserve() {
 
 void receive_buffer::clear(size_t size) {
     constexpr size_t k_kept_size = 65'536;
-    if (size <= k_kept_size || madvise(data_, k_max_request_size, MADV_DONTNEED) != 0) {
+    if (size <= k_kept_size || madvise(data_, base::k_max_socket_request_size, MADV_DONTNEED) != 0) {
         memset(data_, 0, size);
     }
 }
@@ -38,7 +40,7 @@ received_s receive_once(int sock_fd, receive_buffer &buffer) {
     const int none = -1;
     memcpy(CMSG_DATA(header), &none, sizeof(none));
 
-    iovec data = {.iov_base = buffer.data(), .iov_len = k_max_request_size};
+    iovec data = {.iov_base = buffer.data(), .iov_len = base::k_max_socket_request_size};
     msghdr message = {};
     message.msg_iov = &data;
     message.msg_iovlen = 1;

@@ -12,9 +12,6 @@
 
 namespace svc {
 
-// A request's bytes are at most this many; what is beyond is not read.
-inline constexpr size_t k_max_request_size = 1'048'576;
-
 // Memory for one request after another, zero-filled for each. It is a mapping of its own and stays mapped:
 // taking and giving back a megabyte for each request would cost more than all else that is done for a small
 // one. For one thread.

@@ -1,13 +1,16 @@
 // Commands as they reach the debug library: the bytes of the context, given by offset.
 
+#include <fcntl.h>
 #include <gmock/gmock.h>
 #include <google/protobuf/text_format.h>
 #include <gtest/gtest.h>
+#include <sys/mman.h>
 #include <sys/socket.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <map>
+#include <thread>
 #include <vector>
 
 #include "base/unique_fd.h"
@@ -15,6 +18,7 @@
 #include "sim/api/debug.h"
 #include "sim/faults/faults.h"
 #include "svc/channel/svc_req_handler_quill.h"
+#include "tests/socket_fixture.h"
 #include "tests/trace_capture.h"
 
 namespace {
@@ -152,6 +156,44 @@ TEST_F(Dispatcher, SuccessIsAnAnswerToo) {
     const base::unique_fd reader(out[0]), writer(out[1]);
     EXPECT_EQ(handle(command_request(nyx::COMMAND_HELP), writer.get()), sdk::SDK_RET_OK);
     EXPECT_EQ(answer(), std::string("\x08\x00", 2));
+}
+
+TEST_F(Dispatcher, AnswerGoesToAPipeAndAFileToo) {
+    int ends[2];
+    ASSERT_EQ(pipe2(ends, O_CLOEXEC), 0);
+    const base::unique_fd reader(ends[0]), file(memfd_create("answer", MFD_CLOEXEC));
+    client_ = base::unique_fd(dup(reader.get()));
+    server_.reset(ends[1]);
+    EXPECT_EQ(handle(command_request(35)), sdk::SDK_RET_INVALID_OPERATION);
+    EXPECT_EQ(answer(), "\x08\x08");
+
+    server_ = base::unique_fd(dup(file.get()));
+    EXPECT_EQ(handle(command_request(35)), sdk::SDK_RET_INVALID_OPERATION);
+    client_ = base::unique_fd(dup(file.get()));
+    EXPECT_EQ(lseek(file.get(), 0, SEEK_SET), 0);
+    EXPECT_EQ(answer(), "\x08\x08");
+}
+
+// A debug command may write to the connection itself. Its peer reads only when the command has run.
+TEST_F(Dispatcher, AnswerWaitsForAPeerThatReadsAMomentLater) {
+    const std::string block(4'096, 'x');
+    size_t filled = 0;
+    for (ssize_t sent; (sent = send(server_.get(), block.data(), block.size(), MSG_DONTWAIT)) > 0;) {
+        filled += static_cast<size_t>(sent);
+    }
+    std::thread server([this] {
+        (void)handle(command_request(35));
+        server_.reset();
+    });
+    ASSERT_TRUE(test::eventually([] { return sim::last_command().has_value(); }));
+    std::string bytes;
+    char buffer[4'096];
+    for (ssize_t size; (size = read(client_.get(), buffer, sizeof(buffer))) > 0;) {
+        bytes.append(buffer, static_cast<size_t>(size));
+    }
+    server.join();
+    EXPECT_EQ(bytes.size(), filled + 2);
+    EXPECT_TRUE(bytes.ends_with("\x08\x08"));
 }
 
 TEST_F(Dispatcher, PeerThatHasGoneIsLoggedWithTheTranslatedCommand) {

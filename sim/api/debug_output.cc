@@ -13,40 +13,18 @@
 #include <string>
 
 #include "base/unique_fd.h"
+#include "base/wait_budget.h"
 
 namespace sim {
 
 namespace {
 
-using clock = std::chrono::steady_clock;
+constexpr auto k_patience = std::chrono::milliseconds(200);
 
 bool is_writable(int fd, int timeout_ms) {
     pollfd waiting = {.fd = fd, .events = POLLOUT, .revents = 0};
     return poll(&waiting, 1, timeout_ms) > 0;
 }
-
-// What a thread may spend on waiting for its outputs: up to 200 ms, of which a fifth of the time that passes comes back.
-class patience {
- public:
-    // Waits for `fd` to take text again; false when there is no time left for that.
-    bool wait_for(int fd) {
-        const auto begin = clock::now();
-        left_ = std::min<clock::duration>(k_most, left_ + (begin - since_) / 5);
-        const auto left_ms = std::chrono::floor<std::chrono::milliseconds>(left_).count();
-        if (left_ms > 0 && is_writable(fd, static_cast<int>(left_ms))) {
-            usleep(1000);  // a terminal may say that it is writable, and take nothing
-        }
-        since_ = clock::now();
-        left_ -= since_ - begin;
-        return left_ms > 0;
-    }
-
- private:
-    static constexpr auto k_most = std::chrono::milliseconds(200);
-
-    clock::duration left_ = k_most;
-    clock::time_point since_ = clock::now();
-};
 
 // Where the text goes. The descriptor is the peer's, who may have others for the same pipe or terminal: what poll() says
 // of it may be wrong a moment later, and setting it not to block would surprise the peer. So pipes and terminals are
@@ -110,7 +88,7 @@ sdk::sdk_ret_t to_ret(int error) {
 }  // namespace
 
 sdk::sdk_ret_t write_output(int fd, std::string_view text) {
-    static thread_local patience t_patience;
+    static thread_local base::wait_budget t_budget(k_patience);
     const output to(fd);
     if (to.error() != 0) {
         return to_ret(to.error());
@@ -120,7 +98,7 @@ sdk::sdk_ret_t write_output(int fd, std::string_view text) {
         if (written >= 0) {
             text.remove_prefix(static_cast<size_t>(written));
         } else if (errno == EAGAIN) {
-            if (!t_patience.wait_for(to.fd())) {
+            if (!t_budget.wait_writable(to.fd())) {
                 return sdk::SDK_RET_OPERATION_TIMED_OUT;
             }
         } else if (errno != EINTR) {

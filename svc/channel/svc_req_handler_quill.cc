@@ -1,12 +1,18 @@
 #include "svc/channel/svc_req_handler_quill.h"
 
+#include <poll.h>
 #include <sys/socket.h>
+#include <unistd.h>
 
+#include <cerrno>
+#include <chrono>
 #include <iterator>
 #include <optional>
 #include <string_view>
 
 #include "agent_api/debug.h"
+#include "base/blocked_signals.h"
+#include "base/wait_budget.h"
 #include "nyx/debug_command.pb.h"
 #include "svc/channel/cfg_msg.h"
 #include "svc/channel/command_args.h"
@@ -16,6 +22,8 @@
 namespace {
 
 using sdk::sdk_ret_t;
+
+constexpr auto k_patience = std::chrono::milliseconds(500);
 
 cfg_msg_e request_identifier(std::string_view type_name, types::ServiceRequestOp op) {
     const auto entry = g_svc_cfg_msg_map.find({type_name, op});
@@ -33,14 +41,38 @@ uint32_t command_number(int32_t client) {
     return client >= 0 && client < std::ssize(k_command_numbers) ? k_command_numbers[client] : 0;
 }
 
+// As write(2), but without waiting. The connection is a socket whenever it comes from the service request thread;
+// other callers may have the answer written anywhere.
+ssize_t write_some(int32_t fd, std::string_view bytes) {
+    const ssize_t sent = send(fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
+    if (sent >= 0 || errno != ENOTSOCK) {
+        return sent;
+    }
+    pollfd full = {.fd = fd, .events = POLLOUT, .revents = 0};
+    if (poll(&full, 1, 0) == 0) {
+        errno = EAGAIN;
+        return -1;
+    }
+    return write(fd, bytes.data(), bytes.size());
+}
+
+// False when the peer has gone, or does not read: its command's own output may have filled the connection just
+// now, so the answer waits for room, but only as long as the thread's heartbeat allows.
 bool write_response(int32_t sock_fd, sdk_ret_t ret) {
+    static thread_local base::wait_budget t_budget(k_patience);
     types::ServiceResponseMessage rsp;
     rsp.set_api_status(sdk_ret_to_api_status(ret));
     const std::string bytes = rsp.SerializeAsString();
-    // The peer may have gone: that must not raise SIGPIPE, nor may a peer that does not read block the
-    // thread.
-    const ssize_t sent = send(sock_fd, bytes.data(), bytes.size(), MSG_NOSIGNAL | MSG_DONTWAIT);
-    return sent == static_cast<ssize_t>(bytes.size());
+    std::string_view left = bytes;
+    while (!left.empty()) {
+        const ssize_t written = write_some(sock_fd, left);
+        if (written >= 0) {
+            left.remove_prefix(static_cast<size_t>(written));
+        } else if (errno == EAGAIN ? !t_budget.wait_writable(sock_fd) : errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
 }
 
 sdk_ret_t run_command(const google::protobuf::Any &config_msg, cmd_ctxt_s *ctxt) {
@@ -60,6 +92,7 @@ sdk_ret_t nyx_handle_cmd(const google::protobuf::Any &config_msg, int32_t sock_f
     cmd_ctxt_s ctxt{};
     ctxt.sock_fd = sock_fd;
     ctxt.io_fd = io_fd;
+    const base::blocked_write_signals guard;
     const sdk_ret_t ret = run_command(config_msg, &ctxt);
     if (!write_response(sock_fd, ret)) {
         const uint32_t cmd = ctxt.cmd;

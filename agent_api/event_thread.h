@@ -1,7 +1,9 @@
 // The agent's event-thread framework: threads that run callbacks of watchers, one at a time.
 //
 // A watcher's memory is its owner's and must stay in place while the watcher is started. All operations act
-// on the event loop of the calling thread, and a watcher belongs to the thread that started it.
+// on the event loop of the calling thread, and a watcher belongs to the thread that started it. When the thread
+// ends, the library releases the watchers of connections that are still open without stopping them: a loop must
+// not touch its watchers after its thread has ended.
 
 #pragma once
 
@@ -31,13 +33,13 @@ struct timer_ {
     alignas(std::max_align_t) unsigned char watcher[k_watcher_size];
 };
 
-// Prepares a watcher that is not started. `events` is k_io_readable. The callback runs for as long as the
-// descriptor stays ready: an event that is not consumed comes again.
+// Prepares a watcher that is not started. `events` is k_io_readable. Level-triggered: the callback runs again for
+// as long as the descriptor is readable.
 void io_init(io_ *io, io_callback callback, int fd, int events);
 void io_start(io_ *io);
 
-// Stopping a watcher that is not started, or zeroed and never prepared, does nothing. A watcher may be
-// stopped in its own callback, and its memory released right after.
+// Stopping a prepared watcher that is not started does nothing; the library stops no watcher that was never
+// prepared. A watcher may be stopped in its own callback, and its memory released right after.
 void io_stop(io_ *io);
 
 // Prepares a timer that fires `initial` seconds after its start and then every `repeat` seconds (0: once). A

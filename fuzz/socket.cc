@@ -123,11 +123,10 @@ void serve(fuzz::input &in) {
     send_all(peer.get(), request, descriptors);
 
     sdk::event_thread::io_ watcher = {};
-    core::svc_server_read_cb(&watcher, connection.get(), sdk::event_thread::k_io_readable);
+    core::svc_server_read_cb(&watcher, connection.release(), sdk::event_thread::k_io_readable);
 
     check_answer(peer.get(), is_answered(request));
     descriptors.push_back(std::move(peer));
-    descriptors.push_back(std::move(connection));
     for (auto &own : descriptors) {
         check(own.close() == 0, "the peer's descriptors are still its own");
     }

@@ -171,7 +171,7 @@ def descriptor_limit(agent, seconds):
     recovery = agent.recovery_s()
     lines = len(agent.log_lines(begin))
     check(recovery < 1, f"recovery took {recovery:.1f} s")
-    check(lines <= 10 + 2 * seconds, f"{lines} log lines")
+    check(lines <= 10 * (seconds + 3), f"{lines} log lines")
     return f"{tried} connections, recovery {recovery * 1000:.0f} ms, {lines} log lines"
 
 

@@ -1,20 +1,20 @@
 #include "svc/channel/svc_thread.h"
 
-#include <signal.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/un.h>
 
 #include <cerrno>
-#include <chrono>
 #include <cstring>
 #include <memory>
 #include <new>
 #include <unordered_map>
+#include <utility>
 
 #include "agent_api/thread.h"
 #include "base/accept_reserve.h"
 #include "base/unique_fd.h"
+#include "svc/channel/log_limit.h"
 #include "svc/channel/svc_req_handler_quill.h"
 #include "svc/channel/svc_request.h"
 #include "svc/common/trace.h"
@@ -31,13 +31,15 @@ static thread_local io_ cmd_accept_io;
 
 namespace {
 
+thread_local bool t_accepting = false;  // cmd_accept_io is started
+
 struct connection_s {
     io_ cmd_read_io;
     unique_fd fd;
 };
 
-// The open connections of this thread by their watchers. Those still open when the thread ends are closed
-// then.
+// The open connections of this thread by their watchers. Those that are open when the thread ends are closed
+// then, and their watchers are released: nobody is left to stop them.
 thread_local std::unordered_map<io_ *, std::unique_ptr<connection_s>> t_connections;
 
 // Takes over `fd`, or closes it and returns null when memory is short.
@@ -53,9 +55,12 @@ io_ *add_connection(unique_fd fd) {
     }
 }
 
-void close_connection(io_ *io) {
+// Also for a watcher that somebody else made: its memory stays theirs.
+void close_connection(io_ *io, int fd) {
     sdk::event_thread::io_stop(io);
-    t_connections.erase(io);
+    if (t_connections.erase(io) == 0) {
+        close(fd);
+    }
 }
 
 // Made when the socket is set up, not when descriptors have run out.
@@ -64,17 +69,18 @@ base::accept_reserve &reserve() {
     return reserve;
 }
 
-// A peer may pass a socket that is set to linger, whose close() would wait for a third party to read.
+// close() of a TCP socket that is set to linger waits for a third party to read. Other sockets, and those that
+// don't wait, keep their setting: the peer may hold the socket too and go on using it.
 void close_without_lingering(unique_fd fd) {
-    const linger none = {.l_onoff = 0, .l_linger = 0};
-    setsockopt(fd.get(), SOL_SOCKET, SO_LINGER, &none, sizeof(none));
-}
-
-void block_sigpipe() {
-    sigset_t signals;
-    sigemptyset(&signals);
-    sigaddset(&signals, SIGPIPE);
-    pthread_sigmask(SIG_BLOCK, &signals, nullptr);
+    int domain = AF_UNIX;
+    linger setting = {};
+    socklen_t domain_size = sizeof(domain), setting_size = sizeof(setting);
+    getsockopt(fd.get(), SOL_SOCKET, SO_DOMAIN, &domain, &domain_size);
+    getsockopt(fd.get(), SOL_SOCKET, SO_LINGER, &setting, &setting_size);
+    if (domain != AF_UNIX && setting.l_onoff != 0 && setting.l_linger != 0) {
+        const linger none = {.l_onoff = 0, .l_linger = 0};
+        setsockopt(fd.get(), SOL_SOCKET, SO_LINGER, &none, sizeof(none));
+    }
 }
 
 // Fills in the address; false and errno when the path does not fit with its terminating NUL, or is empty.
@@ -103,14 +109,15 @@ bool bind_to_path(int fd, const char *path) {
 
 sdk_ret_t svc_server_thread_init(void *ctxt) {
     static timer_ hb_timer;
-    block_sigpipe();
     sdk::event_thread::timer_init(&hb_timer, svc_server_thread_heartbeat_punch_cb, 10.0, 1.0);
     sdk::event_thread::timer_start(&hb_timer);
     return svc_server_thread_uds_init(ctxt);
 }
 
 void svc_server_thread_exit(void *) {
-    sdk::event_thread::io_stop(&cmd_accept_io);
+    if (std::exchange(t_accepting, false)) {
+        sdk::event_thread::io_stop(&cmd_accept_io);
+    }
     if (g_uds_sock_fd >= 0) {
         close(g_uds_sock_fd);
         g_uds_sock_fd = -1;
@@ -148,19 +155,17 @@ sdk_ret_t svc_server_thread_uds_init(void *ctxt) {
     sdk::event_thread::io_init(&cmd_accept_io, svc_server_accept_cb, g_uds_sock_fd,
                                sdk::event_thread::k_io_readable);
     sdk::event_thread::io_start(&cmd_accept_io);
+    t_accepting = true;
     return sdk::SDK_RET_OK;
 }
 
 void svc_server_accept_cb(io_ *, int fd, int) {
-    // Peers decide how many accepts fail: one a second is logged.
-    using clock = std::chrono::steady_clock;
-    static thread_local clock::time_point t_next_line = {};
+    static thread_local svc::log_limit t_log_limit;  // peers decide how many accepts fail
     unique_fd connection(accept4(fd, nullptr, nullptr, SOCK_CLOEXEC));
     if (!connection.valid()) {
         const bool out_of_descriptors = errno == EMFILE || errno == ENFILE;
-        if (const auto now = clock::now(); now >= t_next_line) {
+        if (t_log_limit.take()) {
             SVC_TRACE_ERR("Accept failed");
-            t_next_line = now + std::chrono::seconds(1);
         }
         if (out_of_descriptors) {
             reserve().turn_one_away(fd);
@@ -182,7 +187,7 @@ void svc_server_read_cb(io_ *io, int fd, int) {
     static thread_local svc::receive_buffer buffer;
     if (!buffer.reserve()) {
         SVC_TRACE_ERR("Memory allocation for receive buffer failed");
-        close_connection(io);
+        close_connection(io, fd);
         return;
     }
     svc::received_s received = svc::receive_once(fd, buffer);
@@ -206,7 +211,7 @@ void svc_server_read_cb(io_ *io, int fd, int) {
     buffer.clear(static_cast<size_t>(received.size));
     // Before the peer sees the end of the connection: its output is complete then.
     close_without_lingering(std::move(received.io_fd));
-    close_connection(io);
+    close_connection(io, fd);
 }
 
 void svc_server_thread_heartbeat_punch_cb(timer_ *) {

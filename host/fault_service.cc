@@ -1,11 +1,13 @@
 #include "host/fault_service.h"
 
+#include <chrono>
 #include <span>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "sim/faults/faults.h"
+#include "sim/framework/watchdog.h"
 
 namespace host {
 
@@ -19,6 +21,10 @@ void fill(const std::vector<sim::armed_fault_s> &faults, nyx::FaultListResponse 
         entry->set_calls(fault.calls);
         entry->set_strikes(fault.strikes);
     }
+}
+
+uint32_t to_ms(std::chrono::steady_clock::duration duration) {
+    return static_cast<uint32_t>(std::chrono::duration_cast<std::chrono::milliseconds>(duration).count());
 }
 
 }  // namespace
@@ -55,6 +61,18 @@ grpc::Status FaultSvcImpl::FaultOperationsGet(grpc::ServerContext *, const types
                                               nyx::FaultOperationsGetResponse *rsp) {
     for (const auto &operation : sim::fault_operations()) {
         rsp->add_operation(operation);
+    }
+    return grpc::Status::OK;
+}
+
+grpc::Status FaultSvcImpl::HeartbeatGet(grpc::ServerContext *, const nyx::HeartbeatGetRequest *req,
+                                        nyx::HeartbeatGetResponse *rsp) {
+    for (const auto &heartbeats : sim::thread_heartbeats(req->restart())) {
+        nyx::Heartbeat *entry = rsp->add_response();
+        entry->set_thread(heartbeats.thread);
+        entry->set_punched(heartbeats.punched);
+        entry->set_since_last_ms(to_ms(heartbeats.since_last));
+        entry->set_longest_gap_ms(to_ms(heartbeats.longest_gap));
     }
     return grpc::Status::OK;
 }

@@ -1,4 +1,4 @@
-// The fault service: failures of the stand-in, to be had while it runs.
+// The stand-in's own gRPC service: faults while it runs, and the heartbeats of its threads.
 
 #pragma once
 
@@ -6,8 +6,8 @@
 
 namespace host {
 
-// Arms, lists and removes the faults of sim/faults/faults.h. Ends with INVALID_ARGUMENT for a text that is no fault, and
-// with NOT_FOUND for an id that no fault has. No state: any thread.
+// Arms, lists and removes faults (sim/faults/faults.h): INVALID_ARGUMENT for a text that is not a fault, NOT_FOUND for
+// an unknown id. Reports heartbeats (sim/framework/watchdog.h). No state of its own: any thread.
 class FaultSvcImpl : public nyx::FaultSvc::Service {
  public:
     grpc::Status FaultAdd(grpc::ServerContext *context, const nyx::FaultAddRequest *req,
@@ -18,6 +18,8 @@ class FaultSvcImpl : public nyx::FaultSvc::Service {
                             nyx::FaultListResponse *rsp) override;
     grpc::Status FaultOperationsGet(grpc::ServerContext *context, const types::Empty *req,
                                     nyx::FaultOperationsGetResponse *rsp) override;
+    grpc::Status HeartbeatGet(grpc::ServerContext *context, const nyx::HeartbeatGetRequest *req,
+                              nyx::HeartbeatGetResponse *rsp) override;
 };
 
 }  // namespace host

@@ -2,6 +2,7 @@
 
 #include <spdlog/logger.h>
 
+#include <algorithm>
 #include <condition_variable>
 #include <mutex>
 #include <set>
@@ -48,7 +49,29 @@ class watchdog {
         threads_.erase(thread);
     }
 
+    std::vector<thread_heartbeats_s> heartbeats_of_threads(bool restart) {
+        std::lock_guard guard(lock_);
+        std::vector<thread_heartbeats_s> all;
+        for (watched_thread *thread : threads_) {
+            all.push_back(heartbeats_of(thread, restart));
+        }
+        return all;
+    }
+
  private:
+    static thread_heartbeats_s heartbeats_of(watched_thread *thread, bool restart) {
+        using duration = watched_thread::clock::duration;
+        const auto last = thread->last_.load();
+        const bool none_yet = last == watched_thread::clock::time_point();
+        const auto since_last = none_yet ? duration::zero() : watched_thread::clock::now() - last;
+        const auto longest_gap =
+            restart ? thread->longest_gap_.exchange(duration::zero()) : thread->longest_gap_.load();
+        return {.thread = thread->name_,
+                .punched = thread->punched_,
+                .since_last = since_last,
+                .longest_gap = std::max(longest_gap, since_last)};
+    }
+
     void look_until(const std::stop_token &stop) {
         std::unique_lock guard(lock_);
         while (!stop.stop_requested()) {
@@ -94,12 +117,24 @@ watched_thread::~watched_thread() {
     t_curr_thread_ = nullptr;
 }
 
+// Only the thread itself writes, but for a restart: one that comes between the load and the store is lost, and the gap
+// from before it stays.
+void watched_thread::punch() {
+    const auto now = clock::now(), last = last_.exchange(now);
+    if (last != clock::time_point()) {
+        longest_gap_ = std::max(longest_gap_.load(), now - last);
+    }
+    due_ = now + scaled(k_heartbeat);
+    punched_++;
+    g_punched++;
+}
+
 heartbeats_s heartbeats() { return {g_punched, g_late}; }
+
+std::vector<thread_heartbeats_s> thread_heartbeats(bool restart) {
+    return watchdog::instance().heartbeats_of_threads(restart);
+}
 
 }  // namespace sim
 
-void sdk::lib::thread::punch_heartbeat() {
-    auto *watched = static_cast<sim::watched_thread *>(this);
-    watched->due_ = sim::watched_thread::clock::now() + sim::scaled(sim::k_heartbeat);
-    sim::g_punched++;
-}
+void sdk::lib::thread::punch_heartbeat() { static_cast<sim::watched_thread *>(this)->punch(); }

@@ -10,6 +10,7 @@
 #include <chrono>
 #include <cstdint>
 #include <string>
+#include <vector>
 
 #include "agent_api/thread.h"
 
@@ -28,9 +29,14 @@ class watched_thread : public sdk::lib::thread {
     friend class watchdog;
     using clock = std::chrono::steady_clock;
 
+    void punch();
+
     const std::string name_;
-    std::atomic<clock::time_point> due_;  // when the next heartbeat is due
-    bool reported_late_ = false;          // the watchdog's own
+    std::atomic<clock::time_point> due_;                         // when the next heartbeat is due
+    std::atomic<clock::time_point> last_ = clock::time_point();  // the latest heartbeat
+    std::atomic<clock::duration> longest_gap_ = clock::duration::zero();
+    std::atomic<uint64_t> punched_ = 0;
+    bool reported_late_ = false;  // the watchdog's own
 };
 
 // Counts since the process began. Any thread.
@@ -39,5 +45,16 @@ struct heartbeats_s {
     uint64_t late;  // times that the watchdog found a thread late
 };
 heartbeats_s heartbeats();
+
+// The heartbeats of one thread. A thread that is stuck right now is in the middle of a gap: it counts in `longest_gap`.
+struct thread_heartbeats_s {
+    std::string thread;
+    uint64_t punched;
+    std::chrono::steady_clock::duration since_last;   // zero before the first
+    std::chrono::steady_clock::duration longest_gap;  // between two heartbeats
+};
+
+// One for each thread that runs. With `restart`, longest gaps are measured anew from here on. Any thread.
+std::vector<thread_heartbeats_s> thread_heartbeats(bool restart);
 
 }  // namespace sim

@@ -1,15 +1,18 @@
 #include "sim/card/host_interfaces.h"
 
 #include <algorithm>
-#include <boost/property_tree/ptree.hpp>
+#include <array>
 #include <charconv>
 #include <cstring>
 #include <optional>
 #include <stdexcept>
+#include <string_view>
 #include <system_error>
+#include <utility>
 #include <vector>
 
-#include "base/json_file.h"
+#include "base/file_source.h"
+#include "base/json_list.h"
 #include "sim/card/if_records.h"
 
 namespace sim {
@@ -36,21 +39,19 @@ std::optional<mac_addr_s> parse_mac(const std::string &text) {
     return good ? std::optional(mac) : std::nullopt;
 }
 
-std::vector<recorded_s> recorded_in(const boost::property_tree::ptree &file) {
-    const auto &list = file.get_child("host-interface");
-    if (!list.data().empty()) {
-        throw std::runtime_error("host-interface is no list");
-    }
+std::vector<recorded_s> recorded_in(const std::string &path) {
+    constexpr std::array<std::string_view, 2> k_members = {"name", "mac"};
     std::vector<recorded_s> recorded;
-    for (const auto &[member, element] : list) {
-        if (!member.empty()) {
-            throw std::runtime_error("host-interface is no list");
-        }
-        const auto name = element.get<std::string>("name", "default");
-        const auto mac = parse_mac(element.get<std::string>("mac", "00:00:00:00:00:00"));
+    const auto take_row = [&](base::json_row<2> &row) {
+        const auto name = std::move(row[0]).value_or("default");
+        const auto mac = parse_mac(std::move(row[1]).value_or("00:00:00:00:00:00"));
         if (is_name(name) && mac) {
             recorded.push_back({name, *mac});
         }
+    };
+    const auto found = base::read_json_list(base::file_source(path), "host-interface", k_members, take_row);
+    if (found != base::JSON_LIST_PROPER) {
+        throw std::runtime_error("host-interface is missing or not a list");
     }
     return recorded;
 }
@@ -99,7 +100,7 @@ bool is_missing_file(const std::exception &error) {
 
 bool load_host_interfaces(const std::string &path, std::string *error) {
     try {
-        take(recorded_in(base::read_json_file(path)));
+        take(recorded_in(path));
     } catch (const std::exception &exception) {
         if (is_missing_file(exception)) {
             return true;

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <algorithm>
 #include <cstdint>
 #include <string>
 
@@ -37,6 +38,11 @@ ip_addr_s ip_addr_to_api(const types::IPAddress &proto);
 // The low 48 bits of a number, most significant byte first.
 mac_addr_s mac_addr_to_api(uint64_t mac);
 uint64_t mac_addr_to_proto(mac_addr_s mac);
+
+// False for the all-zero address.
+inline bool is_set(mac_addr_s mac) {
+    return std::ranges::any_of(mac.bytes, [](uint8_t byte) { return byte != 0; });
+}
 
 // Whether there is a prefix, and that prefix into an empty message.
 bool has_family(const ip_prefix_s &pfx);

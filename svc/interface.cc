@@ -1,6 +1,6 @@
 #include "svc/interface.h"
 
-#include <algorithm>
+#include <optional>
 
 #include "agent_api/control_plane.h"
 #include "agent_api/interface.h"
@@ -9,7 +9,7 @@
 #include "svc/common/object_read.h"
 #include "svc/common/text.h"
 #include "svc/common/trace.h"
-#include "svc/host_if_mac.h"
+#include "svc/host_if_mac_changes.h"
 #include "svc/interface_info.h"
 #include "svc/interface_spec.h"
 
@@ -22,26 +22,43 @@ sdk::sdk_ret_t read(nyx_obj_key_s key) {
     return nyx_if_read(&key, &info);
 }
 
-bool is_set(mac_addr_s mac) {
-    return std::ranges::any_of(mac.bytes, [](uint8_t byte) { return byte != 0; });
-}
+// A request while its entries are handled.
+struct request_s {
+    const uint64_t batch;
+    svc::host_if_mac_changes macs;
+    std::optional<host_if_spec_s> first_host;  // among the changes
+};
 
-// A host interface is not created in the agent: it will find name and MAC address when it starts.
-sdk::sdk_ret_t create_host(nyx_if_spec_s &spec) {
-    auto ret = sdk::SDK_RET_INVALID_ARG;
-    if (!spec.host.name[0] || !is_set(spec.host.mac)) {
-        SVC_TRACE_ERR("Failed to create host interface, name and MAC address must be set");
-    } else {
-        ret = host_if_mac_update(spec.host.name, spec.host.mac.bytes);
-    }
-    if (ret != sdk::SDK_RET_OK) {
-        SVC_TRACE_ERR("Failed to update host interface {} config with MAC {}",
-                      svc::log_text_of(spec.host.name), macaddr2str(spec.host.mac.bytes, false));
+sdk::sdk_ret_t add_mac(const host_if_spec_s &host, request_s *request) {
+    const auto ret = request->macs.add(host.name, host.mac);
+    if (ret == sdk::SDK_RET_OK && !request->first_host) {
+        request->first_host = host;
     }
     return ret;
 }
 
-sdk::sdk_ret_t create(nyx_if_spec_s &spec, uint64_t batch) {
+bool has_name(const host_if_spec_s &host) { return !svc::host_if_mac_name(host.name).empty(); }
+
+void log_failed_create(const host_if_spec_s &host) {
+    SVC_TRACE_ERR("Failed to update host interface {} config with MAC {}", svc::log_text_of(host.name),
+                  macaddr2str(host.mac.bytes, false));
+}
+
+// A host interface is not created in the agent: it will find name and MAC address when it starts.
+sdk::sdk_ret_t create_host(const host_if_spec_s &host, request_s *request) {
+    auto ret = sdk::SDK_RET_INVALID_ARG;
+    if (!has_name(host) || !svc::is_set(host.mac)) {
+        SVC_TRACE_ERR("Failed to create host interface, name and MAC address must be set");
+    } else {
+        ret = add_mac(host, request);
+    }
+    if (ret != sdk::SDK_RET_OK) {
+        log_failed_create(host);
+    }
+    return ret;
+}
+
+sdk::sdk_ret_t create(nyx_if_spec_s &spec, request_s *request) {
     auto ret = nyx_ms::interface_create(&spec);
     if (ret == sdk::SDK_RET_OK && !if_api_bypassed()) {
         if (read(spec.key) != sdk::SDK_RET_LOOKUP_FAILURE) {
@@ -49,9 +66,9 @@ sdk::sdk_ret_t create(nyx_if_spec_s &spec, uint64_t batch) {
             return sdk::SDK_RET_ALREADY_PRESENT;
         }
         if (spec.type == NYX_IF_TYPE_HOST) {
-            return create_host(spec);
+            return create_host(spec.host, request);
         }
-        ret = nyx_if_create(&spec, batch);
+        ret = nyx_if_create(&spec, request->batch);
     }
     if (ret != sdk::SDK_RET_OK) {
         SVC_TRACE_ERR("Failed to create interface {}, err {}", spec.key.str(), ret);
@@ -59,32 +76,36 @@ sdk::sdk_ret_t create(nyx_if_spec_s &spec, uint64_t batch) {
     return ret;
 }
 
-// A host interface that is given by its name alone.
+// A host interface that is given by its name and no id.
 bool is_host_by_name(const nyx_if_spec_s &spec) {
-    return !spec.key.valid() && spec.type == NYX_IF_TYPE_HOST && spec.host.name[0];
+    return !spec.key.valid() && spec.type == NYX_IF_TYPE_HOST && has_name(spec.host);
 }
 
-sdk::sdk_ret_t update_host_mac(nyx_if_spec_s &spec) {
-    const auto ret = host_if_mac_update(spec.host.name, spec.host.mac.bytes);
+void log_failed_update(const host_if_spec_s &host) {
+    SVC_TRACE_ERR("Failed to update interface {} to mac {} association", svc::log_text_of(host.name),
+                  macaddr2str(host.mac.bytes, false));
+}
+
+sdk::sdk_ret_t update_host(const host_if_spec_s &host, request_s *request) {
+    const auto ret = add_mac(host, request);
     if (ret != sdk::SDK_RET_OK) {
-        SVC_TRACE_ERR("Failed to update interface {} to mac {} association", svc::log_text_of(spec.host.name),
-                      macaddr2str(spec.host.mac.bytes, false));
+        log_failed_update(host);
     }
     return ret;
 }
 
-sdk::sdk_ret_t update(nyx_if_spec_s &spec, uint64_t batch) {
+sdk::sdk_ret_t update(nyx_if_spec_s &spec, request_s *request) {
     auto ret = nyx_ms::interface_update(&spec);
     if (ret == sdk::SDK_RET_OK && !if_api_bypassed()) {
         const auto read_ret = read(spec.key);
         if (read_ret != sdk::SDK_RET_OK && is_host_by_name(spec)) {
-            return update_host_mac(spec);
+            return update_host(spec.host, request);
         }
         if (read_ret != sdk::SDK_RET_OK) {
             SVC_TRACE_ERR("Failed to read interface {}, err {}", spec.key.str(), read_ret);
             return read_ret;
         }
-        ret = nyx_if_update(&spec, batch);
+        ret = nyx_if_update(&spec, request->batch);
     }
     if (ret != sdk::SDK_RET_OK) {
         SVC_TRACE_ERR("Failed to update interface {}, err {}", spec.key.str(), ret);
@@ -112,20 +133,39 @@ sdk::sdk_ret_t remove(nyx_obj_key_s key, uint64_t batch) {
     return ret;
 }
 
-// Create and update: the entries in order up to the first failure, in the request's batch.
-sdk::sdk_ret_t write_all(const nyx::InterfaceRequest &req, uint64_t batch,
-                         sdk::sdk_ret_t (*write)(nyx_if_spec_s &spec, uint64_t batch)) {
+struct operation_s {
+    sdk::sdk_ret_t (*write)(nyx_if_spec_s &spec, request_s *request);
+    void (*log_failed_host)(const host_if_spec_s &host);
+};
+constexpr operation_s k_create = {create, log_failed_create}, k_update = {update, log_failed_update};
+
+// The entries in order up to the first failure.
+sdk::sdk_ret_t write_entries(const nyx::InterfaceRequest &req, const operation_s &operation,
+                             request_s *request) {
     for (const auto &proto : req.request()) {
         nyx_if_spec_s spec{};
         auto ret = nyx_if_proto_to_api_spec(&spec, proto);
         if (ret == sdk::SDK_RET_OK) {
-            ret = write(spec, batch);
+            ret = operation.write(spec, request);
         }
         if (ret != sdk::SDK_RET_OK) {
             return ret;
         }
     }
     return sdk::SDK_RET_OK;
+}
+
+sdk::sdk_ret_t write_all(const nyx::InterfaceRequest &req, uint64_t batch, const operation_s &operation) {
+    request_s request = {.batch = batch, .macs = {}, .first_host = {}};
+    const auto ret = write_entries(req, operation, &request);
+    // Also after a failure: the MAC addresses before it are stored. The first host interface fails when they can't be, and
+    // was before whatever else failed.
+    const auto macs_ret = request.macs.write();
+    if (macs_ret != sdk::SDK_RET_OK) {
+        operation.log_failed_host(*request.first_host);
+        return macs_ret;
+    }
+    return ret;
 }
 
 sdk::sdk_ret_t remove_all(const nyx::InterfaceDeleteRequest &req, uint64_t batch) {
@@ -157,7 +197,7 @@ sdk::sdk_ret_t nyx_svc_interface_create(const nyx::InterfaceRequest *req, nyx::I
         rsp->set_api_status(types::API_STATUS_ERROR);
         return sdk::SDK_RET_GENERIC_ERROR;
     }
-    const auto ret = batch.finish(write_all(*req, batch.handle(), create));
+    const auto ret = batch.finish(write_all(*req, batch.handle(), k_create));
     rsp->set_api_status(sdk_ret_to_api_status(ret));
     return ret;
 }
@@ -173,7 +213,7 @@ sdk::sdk_ret_t nyx_svc_interface_update(const nyx::InterfaceRequest *req, nyx::I
         rsp->set_api_status(types::API_STATUS_ERROR);
         return sdk::SDK_RET_GENERIC_ERROR;
     }
-    const auto ret = batch.finish(write_all(*req, batch.handle(), update));
+    const auto ret = batch.finish(write_all(*req, batch.handle(), k_update));
     rsp->set_api_status(sdk_ret_to_api_status(ret));
     return ret;
 }

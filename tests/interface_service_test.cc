@@ -1,8 +1,14 @@
 // The operations on interfaces through real gRPC calls: batches, outcomes, log lines.
 
+#include <limits.h>
+#include <sys/inotify.h>
+#include <sys/resource.h>
+#include <unistd.h>
+
 #include <boost/algorithm/string/erase.hpp>
 #include <fstream>
 #include <iterator>
+#include <random>
 #include <thread>
 
 #include "agent_api/agent_state.h"
@@ -382,6 +388,15 @@ class host_interface_service : public interface_service {
 
     const std::string h1_ = R"({"name":"h1","mac":"00:ae:cd:01:02:03"})",
                       h2_ = R"({"name":"h2","mac":"00:00:00:00:00:02"})";
+    static constexpr const char *k_three_entries =
+        "request { id: 'h' host_if_spec { name: 'h1' mac_address: 0xaecd010203 } }"
+        "request { id: '1' loopback_if_spec {} }"
+        "request { id: 'i' host_if_spec { name: 'h2' mac_address: 2 } }";
+    static nyx::InterfaceRequest request(const std::string &text) {
+        nyx::InterfaceRequest req;
+        EXPECT_TRUE(google::protobuf::TextFormat::ParseFromString(text, &req)) << text;
+        return req;
+    }
     static std::string list(const std::string &elements) { return "{\"host-interface\":[" + elements + "]}"; }
 };
 
@@ -413,6 +428,7 @@ TEST_F(host_interface_service, WithoutNameOrMac_NoneIsCreated) {
     EXPECT_EQ(mac_file(), "");
 }
 
+// The first host interface finds out, and is the last entry of its request.
 TEST_F(host_interface_service, UnwritableMacFileIsAnError) {
     g_host_if_mac_file = folder_ / "missing" + "/mac.json";
     EXPECT_EQ(create_host("name: 'h1' mac_address: 1"), 1);
@@ -420,7 +436,75 @@ TEST_F(host_interface_service, UnwritableMacFileIsAnError) {
               "Failed to update host interface h1 config with MAC 00:00:00:00:00:01");
     EXPECT_EQ(update_by_name("name: 'h1' mac_address: 1"), 1);
     EXPECT_EQ(trace_.messages().back(), "Failed to update interface h1 to mac 00:00:00:00:00:01 association");
+    auto req = request(k_three_entries);
+    const uint64_t batch = open_batch();
+    req.mutable_batch_ctxt()->set_batch_cookie(batch);
+    EXPECT_EQ(call<nyx::InterfaceResponse>("InterfaceCreate", req).api_status(), 1);
+    EXPECT_EQ(nyx_batch_commit(batch), sdk::SDK_RET_OK);
+    EXPECT_THAT(loopbacks(), IsEmpty());
     EXPECT_EQ(sim::open_batches(), 0U);
+}
+
+// What can't be known before the write is the outcome of the first host interface, too.
+TEST_F(host_interface_service, MacFileThatIsTooLargeIsAnErrorOfTheWholeRequest) {
+    rlimit before;
+    getrlimit(RLIMIT_FSIZE, &before);
+    const rlimit limit = {1, before.rlim_max};
+    setrlimit(RLIMIT_FSIZE, &limit);
+    const int status = call<nyx::InterfaceResponse>("InterfaceCreate", request(k_three_entries)).api_status();
+    setrlimit(RLIMIT_FSIZE, &before);
+    EXPECT_EQ(status, 1);
+    EXPECT_EQ(trace_.messages().back(),
+              "Failed to update host interface h1 config with MAC 00:ae:cd:01:02:03");
+    EXPECT_THAT(loopbacks(), IsEmpty());
+    EXPECT_EQ(mac_file(), "");
+}
+
+TEST_F(host_interface_service, ManyInOneRequestReplaceTheMacFileOnce) {
+    const int events = inotify_init1(IN_NONBLOCK | IN_CLOEXEC);
+    ASSERT_GE(inotify_add_watch(events, (folder_ / "").c_str(), IN_MOVED_TO), 0);
+    nyx::InterfaceRequest req;
+    std::string all;
+    for (int i = 0; i < 3000; i++) {
+        auto *host = req.add_request()->mutable_host_if_spec();
+        host->set_name("many" + std::to_string(i));
+        host->set_mac_address(1);
+        all += std::string(i ? "," : "") + R"({"name":"many)" + std::to_string(i) +
+               R"(","mac":"00:00:00:00:00:01"})";
+    }
+    EXPECT_EQ(call<nyx::InterfaceResponse>("InterfaceUpdate", req).api_status(), 0);
+    EXPECT_EQ(mac_file(), list(all));
+    char event[sizeof(inotify_event) + NAME_MAX + 1];
+    EXPECT_GT(::read(events, event, sizeof(event)), 0);
+    EXPECT_EQ(::read(events, event, sizeof(event)), -1);
+    close(events);
+}
+
+TEST_F(host_interface_service, OneRequestMakesWhatItsEntriesMakeOneByOne) {
+    std::mt19937 random(1);
+    for (int round = 0; round < 20; round++) {
+        nyx::InterfaceRequest all;
+        for (int i = 0; i < 5; i++) {
+            auto *host = all.add_request()->mutable_host_if_spec();
+            host->set_name(std::string(1, static_cast<char>('a' + random() % 3)));
+            host->set_mac_address(random() % 3);
+        }
+        std::string contents[2];
+        for (const bool at_once : {false, true}) {
+            std::ofstream(g_host_if_mac_file)
+                << R"({"host-interface":[{"name":"a","mac":"1"},{"name":"x","mac":"2"},{"name":"a","mac":"3"}]})";
+            for (int i = 0; i < (at_once ? 1 : all.request_size()); i++) {
+                auto req = all;
+                if (!at_once) {
+                    req.clear_request();
+                    *req.add_request() = all.request(i);
+                }
+                EXPECT_EQ(call<nyx::InterfaceResponse>("InterfaceUpdate", req).api_status(), 0);
+            }
+            contents[at_once] = mac_file();
+        }
+        EXPECT_EQ(contents[0], contents[1]) << all.ShortDebugString();
+    }
 }
 
 TEST_F(host_interface_service, NamesNeitherEndNorColourALineOfTheLog) {
@@ -453,9 +537,9 @@ TEST_F(host_interface_service, OtherUpdatesOfUnknownOnesAreReadFailures) {
 }
 
 TEST_F(host_interface_service, MacFileKeepsWhatWasStoredBeforeAFailure) {
-    nyx::InterfaceRequest req;
-    ASSERT_TRUE(google::protobuf::TextFormat::ParseFromString(
-        "request { id: 'h' host_if_spec { name: 'h2' mac_address: 2 } } request { id: 'i' }", &req));
+    const auto req = request(
+        "request { id: 'h' host_if_spec { name: 'h2' mac_address: 2 } } request { id: 'i' }"
+        "request { id: 'j' host_if_spec { name: 'h1' mac_address: 1 } }");
     EXPECT_EQ(call<nyx::InterfaceResponse>("InterfaceCreate", req).api_status(), 2);
     EXPECT_EQ(mac_file(), list(h2_));
 }

@@ -1,5 +1,4 @@
-// What runs outside gRPC calls, while each of its allocations fails in turn: the service request thread, and updates of
-// the MAC file.
+// The service request thread, while each of its allocations fails in turn.
 
 #include "tests/allocation_points.h"
 
@@ -12,12 +11,8 @@
 #include <atomic>
 #include <cerrno>
 #include <cstdio>
-#include <filesystem>
-#include <fstream>
-#include <iterator>
 #include <utility>
 
-#include "svc/host_if_mac.h"
 #include "tests/socket_fixture.h"
 
 namespace {
@@ -38,11 +33,9 @@ std::atomic<size_t> g_unmappable = 0;  // mappings of this size can't be had
 
 namespace {
 
-namespace fs = std::filesystem;
 using test::client;
 using test::failing_allocation;
 using test::open_descriptors;
-using testing::AnyOf;
 
 // Runs `request` until all its allocations have failed once, then checks with `expect_unharmed` after each.
 template <class Request, class Check>
@@ -113,62 +106,6 @@ TEST_F(allocation_points, ReceiveBufferThatCannotBeHadEndsTheConnection) {
     g_unmappable = 0;
     expect_served();
     EXPECT_EQ(trace_.messages().back(), "Memory allocation for receive buffer failed");
-}
-
-class mac_file_allocations : public testing::Test {
- protected:
-    mac_file_allocations() { g_host_if_mac_file = path_; }
-    ~mac_file_allocations() override { g_host_if_mac_file = before_; }
-
-    static sdk::sdk_ret_t update() {
-        char name[] = "gr\xc3\xbc\xc3\x9f and more";
-        unsigned char mac[] = {0, 0xae, 0xcd, 1, 2, 3};
-        return host_if_mac_update(name, mac);
-    }
-
-    std::string text() const {
-        std::ifstream file(path_);
-        return {std::istreambuf_iterator<char>(file), {}};
-    }
-    void put(const std::string &text) const {
-        fs::remove(path_);
-        if (!text.empty()) {
-            std::ofstream(path_) << text;
-        }
-    }
-
-    test::temporary_folder folder_;
-    const std::string path_ = folder_ / "hostif_mac.json";
-    test::trace_capture trace_{1};
-
- private:
-    const std::string before_ = g_host_if_mac_file;
-};
-
-TEST_F(mac_file_allocations, OldOrNewContentStandsWhole) {
-    const std::pair<std::string, std::string> cases[] = {
-        {"no file", ""},
-        {"a file that is none", R"({"host-interface": [{"name": "A", "mac": "x"}, {"na)"},
-        {"records", R"({"host-interface": [{"name": "interface-number-1", "mac": "00:ae:cd:00:00:01"},)"
-                    R"( {"mac": "00:ae:cd:00:00:02", "name": "interface-number-2"}, {"name": "x"}]})"}};
-    for (const auto &[name, old] : cases) {
-        put(old);
-        ASSERT_EQ(update(), sdk::SDK_RET_OK);
-        const std::string fresh = text();
-        const size_t descriptors = open_descriptors();
-        sdk::sdk_ret_t ret;
-        const auto start_over_and_update = [&, &before = old] {
-            put(before);
-            ret = update();
-        };
-        fail_each_allocation("update of " + name, start_over_and_update, [&, &before = old] {
-            EXPECT_THAT(ret, AnyOf(sdk::SDK_RET_OK, sdk::SDK_RET_GENERIC_ERROR));
-            EXPECT_EQ(text(), ret == sdk::SDK_RET_OK ? fresh : before);
-            EXPECT_FALSE(fs::exists(path_ + ".new"));
-            EXPECT_EQ(open_descriptors(), descriptors);
-            EXPECT_EQ(update(), sdk::SDK_RET_OK);
-        });
-    }
 }
 
 }  // namespace

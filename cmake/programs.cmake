@@ -3,7 +3,7 @@
 if(CMAKE_CROSSCOMPILING)
   set(NYX_PROGRAMS ${PROJECT_BINARY_DIR}/emulated)
   list(JOIN CMAKE_CROSSCOMPILING_EMULATOR " " emulator)
-  foreach(program nyx-agent nyxctl mac_file_writer)
+  foreach(program nyx-agent nyxctl)
     file(WRITE ${NYX_PROGRAMS}/${program} "#!/bin/sh\nexec ${emulator} ${CMAKE_RUNTIME_OUTPUT_DIRECTORY}/${program} \"$@\"\n")
     file(CHMOD ${NYX_PROGRAMS}/${program} FILE_PERMISSIONS OWNER_READ OWNER_WRITE OWNER_EXECUTE)
   endforeach()

@@ -33,19 +33,19 @@ def check(condition, text):
 
 
 class Agent:
-    """Runs from construction to stop(). `files` limits its descriptors."""
+    """Runs from construction to stop(). `files` limits its descriptors, `sysconfig` is the folder of its MAC file."""
 
-    def __init__(self, build, *options, files=20000, folder=None):
+    def __init__(self, build, *options, files=20000, folder=None, sysconfig=None):
         self.programs = pathlib.Path(build, "bin")
         self.folder = pathlib.Path(folder or tempfile.mkdtemp(prefix="torture."))
         self.socket = str(self.folder / "socket")
         self.log = self.folder / "log"
         if not folder:
-            (self.folder / "hostif_mac.json").write_text('{"host-interface": ""}')  # stderr is told when there is none
+            (self.folder / "hostif_mac.json").write_text('{"host-interface": ""}')  # without one, stderr gets a line
         with open(self.log, "ab") as log:
             self.process = subprocess.Popen(
                 [self.programs / "nyx-agent", "--grpc", "127.0.0.1:0", "--socket", self.socket, "--sysconfig",
-                 self.folder, *options], stdout=subprocess.PIPE, stderr=log, text=True,
+                 sysconfig or self.folder, *options], stdout=subprocess.PIPE, stderr=log, text=True,
                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (files, files)))
         ready = self.process.stdout.readline().split()
         self.grpc = ("127.0.0.1", int(ready[3].rsplit(":", 1)[1])) if ready else None

@@ -1,7 +1,7 @@
 """Starts, stops, the log and the MAC file."""
 
 import contextlib
-import io
+import json
 import os
 import pathlib
 import re
@@ -9,13 +9,13 @@ import subprocess
 import tempfile
 import threading
 
-import mac_file_kills
 import processes
 import wire
 from agent import Agent, check
 from grpc_door import card_id
 
 CREATE, UPDATE, DELETE = (f"/nyx.IfSvc/Interface{verb}" for verb in ("Create", "Update", "Delete"))
+MAC_NAMES = 20  # of each writer
 STOP_S = 1.2  # the promise is a second; the rest is for a busy machine to notice
 FOREIGN = {"file": pathlib.Path.touch, "folder": pathlib.Path.mkdir, "fifo": os.mkfifo,
            "link": lambda path: path.symlink_to("/dev/null")}
@@ -105,17 +105,17 @@ def log_forging(agent, rounds):
     return f"{sent} calls, {len(lines)} log lines"
 
 
-def kill_writers(number, writer, kills):
-    with contextlib.redirect_stdout(io.StringIO()) as text:
-        code = mac_file_kills.main(writer, kills)
-    check(code == 0, text.getvalue())
-    return int(re.search(r"updates (\d+)", text.getvalue())[1])
+def kill_writers(_, tests, kills):
+    result = subprocess.run([tests, "--gtest_filter=mac_file_writers.Killed*"], env=os.environ | {"NYX_KILLS": str(kills)},
+                            capture_output=True, text=True, check=False)
+    check(result.returncode == 0, result.stdout)
+    return int(re.search(r"updates (\d+)", result.stdout)[1])
 
 
 def mac_file_killed(build, kills):
     """Writers of the MAC file killed at any moment: no broken file."""
     count = 4
-    updates = sum(processes.at_once(count, kill_writers, f"{build}/bin/mac_file_writer", kills // count))
+    updates = sum(processes.at_once(count, kill_writers, f"{build}/bin/mac_file_test", kills // count))
     return f"{kills} kills, {updates} updates, no broken file"
 
 
@@ -123,14 +123,14 @@ def mac(number):
     return number.to_bytes(6, "big").hex(":")
 
 
-def write_over_grpc(number, agent, file, updates):
+def write_over_grpc(number, agents, file, updates):
     """Each update must be in the file when it is acknowledged; one that waited for too long may be refused, and is sent
     again. Returns what the writer's names must hold at the end, and the number of refusals."""
     holds, refused = {}, 0
     for n in range(1, updates + 1):
-        name = f"g{number}.{n % mac_file_kills.NAMES}"
+        name = f"g{number}.{n % MAC_NAMES}"
         record = wire.field(2, wire.field(8, wire.field(2, name.encode()) + wire.field(5, n)))
-        while wire.grpc_ask(agent.grpc, CREATE, record) != wire.message(b""):
+        while wire.grpc_ask(agents[number % len(agents)].grpc, CREATE, record) != wire.message(b""):
             refused += 1
             check(refused < 100, f"update {n} of {name} fails")
         holds[name] = mac(n)
@@ -140,21 +140,17 @@ def write_over_grpc(number, agent, file, updates):
 
 
 def mac_file(path):
-    records = mac_file_kills.json.loads(path.read_text(encoding="utf-8"))["host-interface"]
+    records = json.loads(path.read_text(encoding="utf-8"))["host-interface"]
     return {record["name"]: record["mac"] for record in records}
 
 
 def mac_file_shared(build, updates):
-    """Sixteen gRPC clients of an agent and two other processes update one MAC file at once: nothing is lost."""
-    with Agent(build) as agent:
-        file, names = agent.folder / "hostif_mac.json", mac_file_kills.NAMES
-        others = [subprocess.Popen([f"{build}/bin/mac_file_writer", file, prefix, str(names), "1", str(updates)],
-                                   stdout=subprocess.DEVNULL) for prefix in ("p", "q")]
-        expected = {f"{prefix}{n % names}": mac(n) for prefix in ("p", "q") for n in range(1, updates + 1)}
-        all_refused = 0
-        for holds, refused in processes.at_once(16, write_over_grpc, agent, file, updates):
+    """Eighteen gRPC clients of three agents update one MAC file at once: nothing is lost."""
+    with Agent(build) as agent, Agent(build, sysconfig=agent.folder) as second, Agent(build, sysconfig=agent.folder) as third:
+        file, agents = agent.folder / "hostif_mac.json", (agent, second, third)
+        expected, all_refused = {}, 0
+        for holds, refused in processes.at_once(18, write_over_grpc, agents, file, updates):
             expected |= holds
             all_refused += refused
-        check(not any(other.wait() for other in others), "an update of another process failed")
         check(mac_file(file) == expected, "updates are lost")
     return f"{18 * updates} updates, none lost, {all_refused} refused for too long a wait"

@@ -21,7 +21,7 @@ std::vector<const google::protobuf::ServiceDescriptor *> all_services();
 std::vector<std::string> all_message_names();
 
 // Each sets `found` and returns success when the name fits exactly one symbol. Otherwise it returns a usage
-// failure with the nearest names or, when several fit, with all of them; `found` is then unchanged.
+// failure with the nearest names or, when several fit, with all of those; `found` is then unchanged.
 outcome_s find_service(std::string_view name, const google::protobuf::ServiceDescriptor **found);
 outcome_s find_method(std::string_view name, const google::protobuf::MethodDescriptor **found);
 outcome_s find_message(std::string_view name, const google::protobuf::Descriptor **found);

@@ -8,12 +8,12 @@
 #include <vector>
 
 #include "client/core/bytes_text.h"
+#include "client/core/record_width.h"
 #include "client/table/entry_args.h"
 #include "client/table/entry_list.h"
 #include "client/table/record_codec.h"
 #include "client/table/record_layout.h"
 #include "client/table/record_rows.h"
-#include "client/core/record_width.h"
 #include "tests/table_layouts.h"
 
 namespace {
@@ -150,9 +150,9 @@ TEST(EntryArgs, WrongWords_AreRefusedWithWhatIsAllowed) {
     const std::vector<std::tuple<std::string, words_t, std::string>> cases = {
         {"vlan_mapping", {"k3=1"}, "k3: no such field in the entries of vlan_mapping; nearest: k1, k2"},
         {"vlan_mapping", {"mask.k1=1"}, "mask.k1: no such field"},
-        {"vlan_mapping", {"k1"}, "no FIELD=VALUE"},
-        {"vlan_mapping", {"k1=abc"}, "k1: \"abc\" is no number; give 0 to 65535"},
-        {"vlan_mapping", {"k1=-1"}, "is no number"},
+        {"vlan_mapping", {"k1"}, "is not FIELD=VALUE"},
+        {"vlan_mapping", {"k1=abc"}, "k1: \"abc\" is not accepted; give a number from 0 to 65535"},
+        {"vlan_mapping", {"k1=-1"}, "\"-1\" is not accepted"},
         {"vlan_mapping", {"k1=1", "key.k1=1"}, "k1 is given twice"},
         {"vlan_mapping",
          {"action=1", "d1=1"},
@@ -207,7 +207,8 @@ TEST(EntryList, LinesAndArrays_AreReadAndTheWrongOneIsNamed) {
         EXPECT_EQ(entries.size(), 2u);
     }
     const std::vector<std::pair<std::string, std::string>> cases = {
-        {"{}\n\n{\"key\": {\"k1\": 65536}}", "line 3: key.k1: 65536 does not fit in 2 bytes"},
+        {"{}\n\n{\"key\": {\"k1\": 65536}}",
+         "line 3: JSON of nyx.vlan_mappingSpec: key.k1: 65536 does not fit in 2 bytes"},
         {"[{}, {\"key\": {\"k3\": 1}}]", "entry 2: JSON of nyx.vlan_mappingSpec: key.k3: no such field"},
         {"{}\n{\"key\"", "line 2: "},
         {"[{}", "parse error"},

@@ -9,7 +9,6 @@
 #include "client/core/json.h"
 #include "client/core/status_fields.h"
 #include "client/core/symbols.h"
-#include "nyx/debug_command.pb.h"
 #include "nyx/interface.pb.h"
 #include "nyx/lif.pb.h"
 #include "nyx/tables/flow.pb.h"
@@ -55,11 +54,11 @@ TEST(BytesText, DoubtfulTexts_AreRefusedWithTheirValueAndWhatIsAllowed) {
     const std::vector<bytes_case_s> cases = {
         {"abc", types::BYTES_TEXT_HEX, "pairs of hex digits"},
         {"AAEC/w==", types::BYTES_TEXT_HEX, "base64:"},
-        {"base64:#", types::BYTES_TEXT_HEX, "no base64"},
+        {"base64:#", types::BYTES_TEXT_HEX, "invalid base64"},
         {"00:1a::2b", types::BYTES_TEXT_MAC, "00:1a:2b:3c:4d:5e"},
         {"00:1a:2b3c", types::BYTES_TEXT_MAC, "differ in size"},
         {"10.20.30.40", types::BYTES_TEXT_HEX, "IPv4"},  // not 0x10, 0x20, ...
-        {"2001:0db8:0001:0002", types::BYTES_TEXT_IPV6, "no IPv6 address"},
+        {"2001:0db8:0001:0002", types::BYTES_TEXT_IPV6, "invalid IPv6 address"},
         {"2001:db8::1", types::BYTES_TEXT_UUID, "00112233-4455-6677-8899-aabbccddeeff"},
         {"::1\0"s, types::BYTES_TEXT_IPV6, "NUL"},
         {"0x", types::BYTES_TEXT_HEX, "no digits"},
@@ -73,7 +72,7 @@ TEST(BytesText, DoubtfulTexts_AreRefusedWithTheirValueAndWhatIsAllowed) {
     }
 }
 
-TEST(NumberText, AddressesInIntegers_AreWrittenAndShownAsTexts) {
+TEST(Json, AddressesInIntegers_AreWrittenAndShownAsTexts) {
     nyx::LoopbackIfSpec loopback;
     nyx::FilterMac filter;
     std::string json;
@@ -106,8 +105,10 @@ TEST(Json, Enumerators_AreTakenAsPeopleSayThemAndMistypedOnesAnsweredWithTheNear
     EXPECT_EQ(spec.admin_status(), types::STATE_UP);
     const auto outcome = nyxctl::json_to_message(R"({"admin_status": "STATE_UPP"})", &spec);
     EXPECT_EQ(outcome.exit_code, nyxctl::NYXCTL_EXIT_USAGE);
-    EXPECT_NE(outcome.text.find("admin_status: \"STATE_UPP\" is no value of types.State; nearest: STATE_UP"),
-              std::string::npos)
+    EXPECT_NE(
+        outcome.text.find("admin_status: \"STATE_UPP\" is not accepted; give one of none, up, down; nearest: "
+                          "STATE_UP"),
+        std::string::npos)
         << outcome.text;
 }
 
@@ -150,18 +151,33 @@ TEST(Json, BytesAndLargestInteger_SurviveBothWays) {
     EXPECT_EQ(again.SerializeAsString(), request.SerializeAsString());
 }
 
-TEST(Json, BytesInsideAny_AreTextsToo) {
-    nyx::CommandMessage command;
-    const char json[] = R"({"command": "COMMAND_OBJECT_DUMP", "command_args": {
-        "@type": "type.googleapis.com/nyx.CommandUUID", "id": "20010db8-0000-0000-0000-000000000001"}})";
-    ASSERT_TRUE(nyxctl::json_to_message(json, &command).ok());
-    nyx::CommandUUID uuid;
-    ASSERT_TRUE(command.command_args().UnpackTo(&uuid));
-    EXPECT_EQ(uuid.id(), k_sixteen);
+TEST(Json, Values_AreTakenAsPeopleWriteThemToo) {
+    nyx::InterfaceSpec spec;
+    const auto read = nyxctl::json_to_message(
+        R"({"admin_status": "up", "id": null, "tx_mirror_session": ["0a"], "control_if_spec":
+            {"prefix": "10.0.0.1/24", "mac_address": 5.0}})",
+        &spec);
+    ASSERT_TRUE(read.ok()) << read.text;
+    EXPECT_EQ(nyxctl::message_json(spec),
+              R"({"id":"","admin_status":"STATE_UP","control_if_spec":{"prefix":{"addr":{"af":"IP_AF_INET",)"
+              R"("v4_addr":"10.0.0.1"},"len":24},"mac_address":"00:00:00:00:00:05"},)"
+              R"("tx_mirror_session":["0a"],"rx_mirror_session":[]})");
+    const auto both = nyxctl::json_to_message(R"({"uplink_spec": {}, "loopback_if_spec": {}})", &spec);
+    EXPECT_NE(both.text.find("loopback_if_spec: uplink_spec is set already"), both.text.npos) << both.text;
+}
 
-    std::string shown;
-    ASSERT_TRUE(nyxctl::message_to_json(command, &shown).ok());
-    EXPECT_NE(shown.find(R"("id": "20010db8-0000-0000-0000-000000000001")"), shown.npos) << shown;
+TEST(Json, Text_IsEscapedAndIndented) {
+    EXPECT_EQ(nyxctl::json_text("a\"\\\n\xff\xc3\xa9"), "\"a\\\"\\\\\\u000a\xef\xbf\xbd\xc3\xa9\"");
+    EXPECT_EQ(nyxctl::indented(R"({"a":[1,{}],"b\":{[":[],"c":{"d":-1}})"), R"({
+  "a": [
+    1,
+    {}
+  ],
+  "b\":{[": [],
+  "c": {
+    "d": -1
+  }
+})");
 }
 
 TEST(Json, ZeroStatus_IsShown) {
@@ -173,16 +189,23 @@ TEST(Json, ZeroStatus_IsShown) {
 TEST(Json, WrongInput_IsRefusedAsUsageWithThePathOfTheField) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {R"({"key": [{}, {"k1": "abc"}]})", "key[1].k1: \"abc\""},
-        {R"({"key": [{"k1": 7}]})", "key[0].k1: found number"},
+        {R"({"key": [{"k1": 7}]})", "key[0].k1: found number, but give a JSON string"},
         {R"({"keys": []})", "keys: no such field in nyx.flowGetRequest; nearest: key"},
         {R"({"key": {"k1": "00"}})", "key: found object"},
-        {R"({"key": [], "key": []})", "\"key\" occurs twice"},
-        {R"({"key": [null, {"k2": 1}]})", "key[0]: null"},
+        {R"({"key": [{}], "key": []})", "key: given twice"},
+        {R"({"key": [null, {"k2": 1}]})", "key[0]: found null"},
         {R"({"key": [{"k2": 4294967296}]})", "k2"},
         {R"({"key": [)", "parse error at line 1"},
         {"[]", "found array"},
         {"null", "found null"},
-        {std::string(1000000, '['), "deeper than 100"},
+        {R"({"key": [[]]})", "key[0]: found array"},
+        {R"({"key": [{"k2": {}}]})", "key[0].k2: found object"},
+        {R"({"key": [{"k2": [1]}]})", "key[0].k2: found array"},
+        {R"({"key": [{"k2": true}]})", "key[0].k2: \"true\""},
+        {R"({"key": [{"k2": 1.5}]})", "key[0].k2: \"1.5\""},
+        {R"({"key": [7]})", "key[0]: found number"},
+        {R"({"key": []} x)", "parse error at line 1"},
+        {std::string(1000000, '['), "found array"},
     };
     for (const auto &[json, text] : cases) {
         nyx::flowGetRequest request;

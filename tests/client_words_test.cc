@@ -28,20 +28,20 @@ nyxctl::outcome_s set_all(google::protobuf::Message *message, const std::vector<
     return outcome;
 }
 
-template <class MESSAGE>
+template <class Message>
 void expect_messages(const std::vector<words_case_s> &cases) {
     for (const words_case_s &c : cases) {
-        MESSAGE message;
+        Message message;
         const nyxctl::outcome_s outcome = set_all(&message, c.words);
         EXPECT_TRUE(outcome.ok()) << outcome.text;
         EXPECT_EQ(message.ShortDebugString(), c.expected);
     }
 }
 
-template <class MESSAGE>
+template <class Message>
 void expect_refusals(const std::vector<words_case_s> &cases) {
     for (const words_case_s &c : cases) {
-        MESSAGE message;
+        Message message;
         const nyxctl::outcome_s outcome = set_all(&message, c.words);
         EXPECT_EQ(outcome.exit_code, nyxctl::NYXCTL_EXIT_USAGE) << c.expected;
         EXPECT_NE(outcome.text.find(c.expected), std::string::npos) << outcome.text;
@@ -95,11 +95,11 @@ TEST(FieldWords, WrongWords_AreRefusedWithPathValueAndWhatIsAllowed) {
          "request[0].host_if_spec.nam: no such field in nyx.HostIfSpec; nearest: name"},
         {{"request[1].id=01"}, "request[1]: the list has 0 elements up to here; give request[0] first"},
         {{"request.id=01"}, "request: a list; say which element: request[0]"},
-        {{"request[x].id=01"}, "request[x]: no index"},
+        {{"request[x].id=01"}, "request[x]: invalid index"},
         {{"request[-1].id=01"}, "names no field"},
-        {{"request[0]x.id=01"}, "no index"},
-        {{"request[=1"}, "no index"},
-        {{"batch_ctxt[0].batch_cookie=1"}, "batch_ctxt[0]: no list"},
+        {{"request[0]x.id=01"}, "invalid index"},
+        {{"request[=1"}, "invalid index"},
+        {{"batch_ctxt[0].batch_cookie=1"}, "batch_ctxt[0]: not a list"},
         {{"batch_ctxt=1"}, "batch_ctxt: is a message; set its fields: batch_cookie"},
         {{"batch_ctxt.batch_cookie.x=1"}, "batch_ctxt.batch_cookie: has no fields"},
         {{"batch_ctxt.batch_cookie=18446744073709551616"}, "give a number from 0 to 18446744073709551615"},
@@ -107,7 +107,7 @@ TEST(FieldWords, WrongWords_AreRefusedWithPathValueAndWhatIsAllowed) {
         {{"batch_ctxt.batch_cookie=7 "}, "\"7 \" is not accepted"},
         {{"batch_ctxt..x=1"}, "batch_ctxt.: no such field"},
         {{"request[0].uplink_spec.port_id=01", "request[0].host_if_spec.name=h"},
-         "request[0].host_if_spec: uplink_spec is set already; give fields of one of uplink_spec, "
+         "request[0].host_if_spec: uplink_spec is set already; give fields of only one of uplink_spec, "
          "l3_if_spec"},
         {{"request[0].host_if_spec.host_flag_1=maybe"}, "give yes or no, true or false, 1 or 0"},
         {{"request[0].control_if_spec.prefix=10.0.0.1/33"}, "give a prefix like 10.0.0.0/24"},
@@ -120,7 +120,7 @@ TEST(FieldWords, WrongWords_AreRefusedWithPathValueAndWhatIsAllowed) {
     });
 }
 
-TEST(FieldWords, FirstNameDecidesWhichMessageIsMeant) {
+TEST(FieldWords, FirstName_DecidesWhichMessageIsMeant) {
     nyx::InterfaceSpec spec;
     google::protobuf::Message *const both[] = {&spec, spec.mutable_l3_if_spec()};
     EXPECT_TRUE(nyxctl::set_field(both, "id=01").ok());
@@ -130,7 +130,7 @@ TEST(FieldWords, FirstNameDecidesWhichMessageIsMeant) {
     EXPECT_NE(text.find("nyx.InterfaceSpec or nyx.L3IfSpec; nearest: prefix"), text.npos) << text;
 }
 
-TEST(FieldWords, OnlyPathAndEqualsSignMakeAWord) {
+TEST(FieldWords, Word_IsAPathAndAnEqualsSign) {
     for (const char *word : {"id=", "request[0].id=01", "a=b=c", "a={}"}) {
         EXPECT_TRUE(nyxctl::is_field_word(word)) << word;
     }
@@ -145,16 +145,29 @@ TEST(Template, OfEveryMessage_ReadsBack) {
         ASSERT_TRUE(nyxctl::find_message(name, &type).ok());
         const auto message = nyxctl::new_message(type);
         const nyxctl::outcome_s outcome =
-            nyxctl::json_to_message(nyxctl::message_template(type).json.dump(), message.get());
+            nyxctl::json_to_message(nyxctl::message_template(type).json, message.get());
         ASSERT_TRUE(outcome.ok()) << outcome.text;
     }
 }
 
-TEST(Template, ShowsFirstMemberOfAOneofAndNamesTheOthers) {
+TEST(Template, Oneof_ShowsItsFirstMemberAndNamesTheOthers) {
     const auto filled = nyxctl::message_template(nyx::InterfaceRequest::descriptor());
-    EXPECT_EQ(filled.json.dump(),
-              R"({"batch_ctxt":{"batch_cookie":0},"request":[{"id":"","admin_status":"STATE_NONE",)"
-              R"("uplink_spec":{"port_id":""},"tx_mirror_session":[],"rx_mirror_session":[]}]})");
+    EXPECT_EQ(filled.json, R"({
+  "batch_ctxt": {
+    "batch_cookie": "0"
+  },
+  "request": [
+    {
+      "id": "",
+      "admin_status": "STATE_NONE",
+      "uplink_spec": {
+        "port_id": ""
+      },
+      "tx_mirror_session": [],
+      "rx_mirror_session": []
+    }
+  ]
+})");
     ASSERT_EQ(filled.choices.size(), 1U);
     EXPECT_EQ(filled.choices[0].find("request[0].ifinfo: uplink_spec, or instead of it l3_if_spec, "), 0U);
 }

@@ -78,7 +78,8 @@ class ShowTest(unittest.TestCase):
                     continue
                 for line, row in zip(lines[1:], rows):
                     for cell in row.values():
-                        self.assertIn(cell_text(cell), line)
+                        # The name of an enumerator is shown to people without what all of them share.
+                        self.assertIn(cell_text(cell).rsplit("_")[-1].lower(), line.lower())
 
     def test_objects_are_found_by_what_people_call_them(self):
         port = self.rows("show", "port", "2")

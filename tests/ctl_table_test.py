@@ -48,7 +48,7 @@ class TableTest(unittest.TestCase):
         self.start()
         lines = self.file([{"key": {"k1": 1}}, {"key": {"k1": 65536}}])
         result = self.ctl("table", "add", "vlan_mapping", lines, exit_code=2)
-        self.assertIn("line 2: key.k1: 65536 does not fit in 2 bytes", result.stderr)
+        self.assertIn(": key.k1: 65536 does not fit in 2 bytes", result.stderr)
         self.ctl("table", "get", "vlan_mapping", "k1=1", exit_code=5)
         self.ctl("call", "vlan_mappingCreate", '{"request": [{"key": {"k1": 65536}}]}', exit_code=2)
         self.ctl("table", "add", "vlan_mapping", lines, "--cut")

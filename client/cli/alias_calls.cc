@@ -4,14 +4,14 @@
 #include <array>
 #include <charconv>
 
+#include "base/nearest_names.h"
 #include "client/core/bytes_text.h"
+#include "client/core/field_value.h"
 #include "client/core/field_words.h"
 #include "client/core/grpc_call.h"
 #include "client/core/json.h"
-#include "client/core/nearest.h"
-#include "client/core/people_value.h"
-#include "client/core/symbols.h"
 #include "client/core/record_width.h"
+#include "client/core/symbols.h"
 #include "client/core/text_io.h"
 #include "nyx/interface.pb.h"
 #include "nyx/lif.pb.h"
@@ -77,7 +77,7 @@ outcome_s refuse(const std::string &value, std::span<const std::string> allowed)
         names += (names.empty() ? "" : ", ") + name;
     }
     return usage_failure('"' + value + "\" is not accepted; give one of " + names +
-                         nearest_names_text(value, allowed));
+                         base::nearest_names_text(value, allowed));
 }
 
 outcome_s unknown_port(const std::string &port, const nyx::PortGetResponse &ports) {
@@ -259,10 +259,9 @@ outcome_s write_interface(const global_options_s &global, const std::string &met
         outcome = change(global, method, request);
     }
     return outcome.exit_code == NYXCTL_EXIT_API_STATUS
-               ? with_subject(
-                     "interface " +
-                         people_value(*spec, spec->GetDescriptor()->FindFieldByName("id")).get<std::string>(),
-                     std::move(outcome))
+               ? with_subject("interface " +
+                                  cell_text(field_value(*spec, spec->GetDescriptor()->FindFieldByName("id"))),
+                              std::move(outcome))
                : outcome;
 }
 

@@ -7,7 +7,7 @@
 #include <vector>
 
 #include "client/cli/alias_calls.h"
-#include "client/core/people_value.h"
+#include "client/core/field_value.h"
 #include "nyx/debug.pb.h"
 
 namespace nyxctl {

@@ -2,20 +2,20 @@
 
 #include <sstream>
 
+#include "base/nearest_names.h"
 #include "client/cli/alias_commands.h"
 #include "client/cli/command.h"
 #include "client/cli/commands.h"
 #include "client/cli/completion_command.h"
 #include "client/cli/debug_command.h"
 #include "client/cli/fault_commands.h"
-#include "client/core/field_words.h"
-#include "client/core/nearest.h"
-#include "client/cli/status_command.h"
-#include "client/cli/table_commands.h"
-#include "client/core/text_io.h"
 #include "client/cli/show_commands.h"
 #include "client/cli/snapshot_commands.h"
+#include "client/cli/status_command.h"
+#include "client/cli/table_commands.h"
 #include "client/cli/watch_command.h"
+#include "client/core/field_words.h"
+#include "client/core/text_io.h"
 
 namespace nyxctl {
 namespace {
@@ -191,7 +191,7 @@ std::string parse_error_text(const CLI::App &app, const CLI::App &command, const
         return std::string(error.what()) + ": " + list;
     }
     return "unknown command or option \"" + unknown.front() + "\"" +
-           nearest_names_text(unknown.front(), names);
+           base::nearest_names_text(unknown.front(), names);
 }
 
 // Help and version leave the parser as exceptions too, with exit code 0.

@@ -11,10 +11,10 @@
 #include "client/core/field_words.h"
 #include "client/core/grpc_call.h"
 #include "client/core/json.h"
+#include "client/core/record_width.h"
 #include "client/core/rows.h"
 #include "client/core/status_fields.h"
 #include "client/core/symbols.h"
-#include "client/core/record_width.h"
 #include "client/core/template.h"
 #include "client/core/text_io.h"
 
@@ -103,7 +103,7 @@ outcome_s run_list(const global_options_s &global, const std::string &name) {
         }
     }
     if (global.json) {
-        return write_stdout(dump_json(rows_to_json(method_rows(services)), 2) + "\n");
+        return write_stdout(indented(rows_to_json(method_rows(services))) + "\n");
     }
     std::string text;
     for (const pb::ServiceDescriptor *service : services) {
@@ -117,7 +117,8 @@ outcome_s run_describe(const global_options_s &global, const std::string &symbol
     if (outcome_s outcome = describe_symbol(symbol, &text); !outcome.ok()) {
         return outcome;
     }
-    return write_stdout(global.json ? dump_json({{"symbol", symbol}, {"definition", text}}, 2) + "\n" : text);
+    return write_stdout(global.json ? indented(json_text({{"symbol", symbol}, {"definition", text}})) + "\n"
+                                    : text);
 }
 
 outcome_s run_template(const global_options_s &global, const std::string &symbol) {
@@ -129,7 +130,7 @@ outcome_s run_template(const global_options_s &global, const std::string &symbol
     for (const std::string &choice : filled.choices) {
         std::cerr << (global.json ? "" : "# " + choice + "\n");
     }
-    return write_stdout(dump_json(filled.json, 2) + "\n");
+    return write_stdout(filled.json + "\n");
 }
 
 outcome_s run_call(const global_options_s &global, const call_options_s &options) {

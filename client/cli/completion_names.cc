@@ -5,7 +5,7 @@
 #include <algorithm>
 
 #include "client/cli/debug_command.h"
-#include "client/core/people_value.h"
+#include "client/core/field_value.h"
 #include "client/core/symbols.h"
 #include "client/table/record_layout.h"
 #include "nyx/interface.pb.h"

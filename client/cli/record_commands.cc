@@ -5,10 +5,10 @@
 
 #include "client/core/bytes_text.h"
 #include "client/core/json.h"
+#include "client/core/text_io.h"
 #include "client/table/entry_args.h"
 #include "client/table/record_codec.h"
 #include "client/table/record_rows.h"
-#include "client/core/text_io.h"
 
 namespace nyxctl {
 namespace {
@@ -51,7 +51,7 @@ outcome_s run_explain(const global_options_s &global, const record_options_s &op
     if (outcome_s outcome = find_table(options.table, &layout); !outcome.ok()) {
         return outcome;
     }
-    return write_stdout(global.json ? dump_json(layout_json(layout), 2) + "\n"
+    return write_stdout(global.json ? indented(layout_json(layout)) + "\n"
                                     : layout_summary(layout) + "\n" + rows_to_text(layout_rows(layout)));
 }
 
@@ -67,7 +67,7 @@ outcome_s run_encode(const global_options_s &global, const record_options_s &opt
     }
     const std::string record = options.key ? encode_key(layout, *entry) : encode_record(layout, *entry);
     const std::string hex = bytes_to_text(record, types::BYTES_TEXT_HEX);
-    return write_stdout((global.json ? dump_json({{"record", hex}}, 2) : hex) + "\n");
+    return write_stdout((global.json ? indented(json_text({{"record", hex}})) : hex) + "\n");
 }
 
 outcome_s read_hex(const std::string &argument, std::string *record) {

@@ -1,6 +1,6 @@
 #include "client/cli/show_commands.h"
 
-#include "client/core/nearest.h"
+#include "base/nearest_names.h"
 #include "client/core/text_io.h"
 #include "client/view/read_view.h"
 
@@ -116,7 +116,7 @@ outcome_s unknown_view(const CLI::App *parent, const std::vector<std::string> &w
     std::string text = parent->get_name() + ": no view is named";
     if (!words.empty()) {
         text = parent->get_name() + ": unexpected \"" + words.front() + "\"" +
-               nearest_names_text(words.front(), names);
+               base::nearest_names_text(words.front(), names);
     }
     return usage_failure(text + "; views: " + all + "; see nyxctl " + parent->get_name() + " --help");
 }
@@ -127,8 +127,8 @@ outcome_s run_show(const global_options_s &global, const view_request_s &request
     if (shown.rows.columns.empty() || (shown.rows.rows.empty() && !outcome.ok())) {
         return outcome;
     }
-    const std::string text = global.json ? dump_json(rows_to_json(shown.rows), 2) + "\n"
-                                         : rows_to_text(rows_for_people(shown.rows));
+    const std::string text =
+        global.json ? indented(rows_to_json(shown.rows)) + "\n" : rows_to_text(rows_for_people(shown.rows));
     const outcome_s written = write_stdout(text);
     return written.ok() ? outcome : written;
 }

@@ -104,12 +104,13 @@ outcome_s run_diff(const global_options_s &global, const diff_options_s &options
             return outcome;
         }
     }
-    const rows_s rows = json_differences(before, after);
-    const std::string text = global.json ? dump_json(rows_to_json(rows), 2) + "\n" : differences_text(rows);
+    const json_t differences = json_differences(before, after);
+    const std::string text =
+        global.json ? dump_json({{"differences", differences}}, 2) + "\n" : differences_text(differences);
     if (outcome_s outcome = write_stdout(text); !outcome.ok()) {
         return usage_failure(outcome.text);
     }
-    if (rows.rows.empty()) {
+    if (differences.empty()) {
         return {};
     }
     // With -j stderr has an object for every exit code but 0.

@@ -50,8 +50,8 @@ struct report_s {
     rows_s rows = {.subject = "status", .columns = {"check", "subject", "state", "ms", "detail"}, .rows = {}};
     std::vector<std::string> problems;  // what is not well, by name
 
-    void add(const char *check, const std::string &subject, const char *state, json_t detail,
-             json_t milliseconds = nullptr) {
+    void add(const char *check, const std::string &subject, const char *state, value_s detail,
+             value_s milliseconds = nullptr) {
         rows.rows.push_back({check, subject, state, std::move(milliseconds), std::move(detail)});
     }
 

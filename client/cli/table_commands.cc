@@ -4,14 +4,14 @@
 #include <iostream>
 #include <memory>
 
+#include "base/nearest_names.h"
+#include "client/cli/record_commands.h"
 #include "client/core/json.h"
-#include "client/core/nearest.h"
+#include "client/core/text_io.h"
 #include "client/table/entry_args.h"
 #include "client/table/entry_list.h"
-#include "client/cli/record_commands.h"
 #include "client/table/record_rows.h"
 #include "client/table/table_requests.h"
-#include "client/core/text_io.h"
 
 namespace nyxctl {
 namespace {
@@ -122,10 +122,7 @@ outcome_s read_entries(const table_layout_s &layout, const operation_s &operatio
 outcome_s show_specs(const global_options_s &global, const message_list_t &specs) {
     std::string text;
     for (const auto &spec : specs) {
-        std::string line;
-        if (outcome_s outcome = entry_line(*spec, &line); !outcome.ok()) {
-            return outcome;
-        }
+        const std::string line = message_json(*spec);
         text += (global.json && !text.empty() ? ",\n" : "") + line + (global.json ? "" : "\n");
     }
     return write_stdout(global.json ? "{\"entries\": [\n" + text + "\n]}\n" : text);
@@ -135,7 +132,7 @@ outcome_s show_specs(const global_options_s &global, const message_list_t &specs
 size_t count_done(const rows_s &answers) {
     size_t done = 0;
     for (const auto &row : answers.rows) {
-        if (row[2] == "API_STATUS_OK") done += row[1].get<size_t>() - row[0].get<size_t>() + 1;
+        if (row[2] == "API_STATUS_OK") done += *row[1].as<uint64_t>() - *row[0].as<uint64_t>() + 1;
     }
     return done;
 }
@@ -222,7 +219,7 @@ outcome_s unknown_operation(const std::string &name) {
         names.push_back(operation.name);
     }
     const std::string given = name.empty() ? "what to do is missing" : "no operation \"" + name + "\"";
-    return usage_failure("table: " + given + nearest_names_text(name, names) +
+    return usage_failure("table: " + given + base::nearest_names_text(name, names) +
                          "; give add, update, del or get, such as nyxctl table get flow_info k1=7");
 }
 

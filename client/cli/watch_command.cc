@@ -9,9 +9,9 @@
 #include <mutex>
 #include <thread>
 
+#include "client/cli/show_commands.h"
 #include "client/core/text_io.h"
 #include "client/view/rates.h"
-#include "client/cli/show_commands.h"
 
 namespace nyxctl {
 namespace {
@@ -73,9 +73,7 @@ std::timed_mutex &end_on_interrupt() {
 
 std::string block_of(const rows_s &rows, const std::string &title, bool json) {
     if (json) {
-        json_t document = {{"time", local_time()}};
-        document.update(rows_to_json(rows));
-        return dump_json(document) + "\n";
+        return rows_to_json(rows, {{"time", local_time()}}) + "\n";
     }
     return (isatty(STDOUT_FILENO) ? k_clear : "") + local_time() + "  " + title + "\n" +
            rows_to_text(rows_for_people(rows));

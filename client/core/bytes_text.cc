@@ -1,6 +1,7 @@
 #include "client/core/bytes_text.h"
 
 #include <arpa/inet.h>
+#include <fmt/format.h>
 #include <google/protobuf/stubs/strutil.h>
 
 #include <algorithm>
@@ -11,14 +12,13 @@ namespace {
 
 constexpr std::string_view k_base64_prefix = "base64:";
 constexpr size_t k_mac_size = 6;
+constexpr size_t k_ipv4_size = 4;
 constexpr size_t k_address_size = 16;
 constexpr size_t k_shown_text_max = 80;
 
 std::string quoted(std::string_view text) {
-    if (text.size() <= k_shown_text_max) {
-        return '"' + std::string(text) + '"';
-    }
-    return '"' + std::string(text.substr(0, k_shown_text_max)) + "\"...";
+    return fmt::format("\"{}\"{}", text.substr(0, k_shown_text_max),
+                       text.size() > k_shown_text_max ? "..." : "");
 }
 
 std::string allowed_text(types::BytesText form) {
@@ -59,7 +59,7 @@ std::string append_hex(std::string_view digits, std::string *bytes) {
     }
     const auto bad = std::ranges::find_if(digits, [](char c) { return digit_value(c) < 0; });
     if (bad != digits.end()) {
-        return "'" + std::string(1, *bad) + "' is no hex digit";
+        return fmt::format("'{}' is not a hex digit", *bad);
     }
     if (digits.size() % 2 != 0) {
         return quoted(digits) + " has an odd number of hex digits";
@@ -91,7 +91,7 @@ bool parse_address(int family, std::string_view text, std::string *bytes) {
     if (inet_pton(family, std::string(text).c_str(), address) != 1) {
         return false;
     }
-    bytes->assign(address, family == AF_INET ? 4 : k_address_size);
+    bytes->assign(address, family == AF_INET ? k_ipv4_size : k_address_size);
     return true;
 }
 
@@ -102,10 +102,12 @@ std::string parse(std::string_view text, types::BytesText form, std::string *byt
         return {};
     }
     if (text.starts_with(k_base64_prefix)) {
-        return base64_decode(text.substr(k_base64_prefix.size()), bytes) ? "" : "this is no base64";
+        return google::protobuf::Base64Unescape(std::string(text.substr(k_base64_prefix.size())), bytes)
+                   ? ""
+                   : "invalid base64";
     }
     if (text.find('\0') != text.npos) {
-        return "it holds a NUL character";
+        return "it contains a NUL character";
     }
     const bool is_ipv4 = parse_address(AF_INET, text, bytes);
     if (form == types::BYTES_TEXT_IPV6) {
@@ -114,10 +116,10 @@ std::string parse(std::string_view text, types::BytesText form, std::string *byt
         }
         const auto colons = std::ranges::count(text, ':');
         if (colons != 0 && colons != k_address_size - 1) {
-            return "this is no IPv6 address";
+            return "invalid IPv6 address";
         }
     } else if (is_ipv4) {
-        return "this looks like an IPv4 address";
+        return "it looks like an IPv4 address";
     }
     bytes->clear();
     const bool has_0x = text.starts_with("0x") || text.starts_with("0X");
@@ -150,6 +152,27 @@ std::string to_ipv6(std::string_view bytes) {
     return inet_ntop(AF_INET6, bytes.data(), text, sizeof text);
 }
 
+std::string to_bytes(uint64_t number, size_t size) {
+    std::string bytes(size, '\0');
+    for (size_t i = 0; i < size; i++) {
+        bytes[i] = static_cast<char>(number >> 8 * (size - 1 - i));
+    }
+    return bytes;
+}
+
+uint64_t to_number(std::string_view bytes) {
+    uint64_t number = 0;
+    for (const unsigned char byte : bytes) {
+        number = number << 8 | byte;
+    }
+    return number;
+}
+
+std::string ipv4_text(const std::string &bytes) {
+    char text[INET_ADDRSTRLEN];
+    return inet_ntop(AF_INET, bytes.data(), text, sizeof text);
+}
+
 }  // namespace
 
 bool bytes_from_text(std::string_view text, types::BytesText form, std::string *bytes, std::string *error) {
@@ -157,7 +180,7 @@ bool bytes_from_text(std::string_view text, types::BytesText form, std::string *
     if (reason.empty()) {
         return true;
     }
-    *error = quoted(text) + " is not accepted: " + reason + "; give " + allowed_text(form);
+    *error = fmt::format("{} is not accepted: {}; give {}", quoted(text), reason, allowed_text(form));
     return false;
 }
 
@@ -168,14 +191,33 @@ std::string bytes_to_text(std::string_view bytes, types::BytesText form) {
     return to_hex(bytes);
 }
 
-std::string base64_encode(std::string_view bytes) {
-    std::string text;
-    google::protobuf::Base64Escape({bytes.data(), bytes.size()}, &text);
-    return text;
+bool is_number_text(std::string_view text, types::NumberText form) {
+    return form != types::NUMBER_TEXT_DECIMAL && text.find_first_of(":.-", 1) != text.npos;
 }
 
-bool base64_decode(std::string_view text, std::string *bytes) {
-    return google::protobuf::Base64Unescape({text.data(), text.size()}, bytes);
+bool number_from_text(std::string_view text, types::NumberText form, uint64_t *number, std::string *error) {
+    const bool is_mac = form == types::NUMBER_TEXT_MAC;
+    const size_t size = is_mac ? k_mac_size : k_ipv4_size;
+    std::string bytes;
+    if (!bytes_from_text(text, is_mac ? types::BYTES_TEXT_MAC : types::BYTES_TEXT_IPV6, &bytes, error) ||
+        bytes.size() != size) {
+        *error = fmt::format("{} is not accepted: give {} or a number", quoted(text),
+                             is_mac ? R"(a MAC address ("00:1a:2b:3c:4d:5e", "001a.2b3c.4d5e"))"
+                                    : R"(an IPv4 address ("10.0.0.1"))");
+        return false;
+    }
+    *number = to_number(bytes);
+    return true;
+}
+
+std::optional<std::string> number_to_text(uint64_t number, types::NumberText form) {
+    if (form == types::NUMBER_TEXT_MAC && number >> 8 * k_mac_size == 0) {
+        return bytes_to_text(to_bytes(number, k_mac_size), types::BYTES_TEXT_MAC);
+    }
+    if (form == types::NUMBER_TEXT_IPV4 && number >> 8 * k_ipv4_size == 0) {
+        return ipv4_text(to_bytes(number, k_ipv4_size));
+    }
+    return {};
 }
 
 }  // namespace nyxctl

@@ -1,15 +1,17 @@
 #include "client/core/field_words.h"
 
+#include <fmt/format.h>
 #include <google/protobuf/descriptor.h>
 
 #include <algorithm>
 #include <cctype>
 #include <charconv>
+#include <iterator>
 #include <string>
 #include <vector>
 
 #include "client/core/field_value.h"
-#include "client/core/nearest.h"
+#include "client/core/fields.h"
 
 namespace pb = google::protobuf;
 
@@ -22,6 +24,8 @@ constexpr int k_no_index = -1;
 struct path_s {
     std::string_view done;
     std::string_view rest;
+    std::string_view value;
+    fit_e fit;
 };
 
 // "spec[2]" of a path.
@@ -31,7 +35,7 @@ struct step_s {
 };
 
 outcome_s refuse(std::string_view path, const std::string &reason) {
-    return usage_failure(std::string(path) + ": " + reason);
+    return usage_failure(fmt::format("{}: {}", path, reason));
 }
 
 // Moves the next step from `rest` to `done`.
@@ -49,50 +53,15 @@ outcome_s next_step(path_s *path, step_s *step) {
     const auto parsed = std::from_chars(digits.data(), digits.data() + digits.size(), step->index);
     const bool fits = parsed.ec == std::errc() && step->index >= 0 &&
                       std::string_view(parsed.ptr, text.data() + text.size()) == "]";
-    return fits ? outcome_s() : refuse(path->done, "no index; give one like " + step->name + "[0]");
+    return fits ? outcome_s()
+                : refuse(path->done, fmt::format("invalid index; give one like {}[0]", step->name));
 }
 
-const pb::FieldDescriptor *find_field(const pb::Descriptor *type, const std::string &name) {
-    const auto *field = type->FindFieldByName(name);
-    return field ? field : type->FindFieldByCamelcaseName(name);
-}
-
-std::string unknown_field_text(std::span<pb::Message *const> messages, const std::string &name) {
-    std::vector<std::string> names;
-    std::string types;
-    for (const pb::Message *message : messages) {
-        const pb::Descriptor *type = message->GetDescriptor();
-        types += (types.empty() ? "" : " or ") + type->full_name();
-        for (int i = 0; i < type->field_count(); i++) {
-            names.push_back(type->field(i)->name());
-        }
-    }
-    return "no such field in " + types + nearest_names_text(name, names) + "; see nyxctl describe " +
-           messages.back()->GetDescriptor()->full_name();
-}
-
-std::string member_names(const pb::OneofDescriptor *oneof) {
-    std::string names;
-    for (int i = 0; i < oneof->field_count(); i++) {
-        names += (i == 0 ? "" : ", ") + oneof->field(i)->name();
-    }
-    return names;
-}
-
-outcome_s check_oneof(const pb::Message &message, const pb::FieldDescriptor *field, std::string_view path) {
-    const pb::OneofDescriptor *oneof = field->real_containing_oneof();
-    const auto *member = oneof ? message.GetReflection()->GetOneofFieldDescriptor(message, oneof) : nullptr;
-    return !member || member == field
-               ? outcome_s()
-               : refuse(path, member->name() + " is set already; give fields of one of " +
-                                  member_names(oneof) + " alone");
-}
-
-// Where in the list; the size of the list means behind its end.
+// Where in the list; the size of the list means after its end.
 outcome_s check_index(const pb::Message &message, const pb::FieldDescriptor *field, std::string_view path,
                       int *index) {
     if (!field->is_repeated()) {
-        return *index == k_no_index ? outcome_s() : refuse(path, "no list; leave the index out");
+        return *index == k_no_index ? outcome_s() : refuse(path, "not a list; leave the index out");
     }
     const int size = message.GetReflection()->FieldSize(message, field);
     if (*index == k_no_index) {
@@ -100,8 +69,8 @@ outcome_s check_index(const pb::Message &message, const pb::FieldDescriptor *fie
     }
     return *index <= size
                ? outcome_s()
-               : refuse(path, "the list has " + std::to_string(size) + " elements up to here; give " +
-                                  field->name() + "[" + std::to_string(size) + "] first");
+               : refuse(path, fmt::format("the list has {0} elements up to here; give {1}[{0}] first", size,
+                                          field->name()));
 }
 
 pb::Message *enter(pb::Message *message, const pb::FieldDescriptor *field, int index) {
@@ -114,24 +83,24 @@ pb::Message *enter(pb::Message *message, const pb::FieldDescriptor *field, int i
                : reflection->MutableRepeatedMessage(message, field, index);
 }
 
-outcome_s set_below(std::span<pb::Message *const> messages, path_s path, std::string_view value);
+outcome_s set_below(std::span<pb::Message *const> messages, path_s path);
 
-outcome_s set_or_enter(pb::Message *message, const pb::FieldDescriptor *field, int index, const path_s &path,
-                       std::string_view value) {
+outcome_s set_or_enter(pb::Message *message, const pb::FieldDescriptor *field, int index,
+                       const path_s &path) {
     const bool is_message = field->message_type() != nullptr;
     if (is_message && !path.rest.empty()) {
         pb::Message *member = enter(message, field, index);
-        return set_below({&member, 1}, path, value);
+        return set_below({&member, 1}, path);
     }
     if (!path.rest.empty()) {
-        return refuse(path.done, "has no fields; found \"." + std::string(path.rest) + "\" behind it");
+        return refuse(path.done, fmt::format("has no fields; found \".{}\" after it", path.rest));
     }
-    const std::string reason = is_message ? set_message_value(enter(message, field, index), value)
-                                          : set_plain_value(message, field, index, value);
+    const std::string reason = is_message ? set_from_text(enter(message, field, index), path.value)
+                                          : set_from_text(message, field, index, path.value, path.fit);
     return reason.empty() ? outcome_s() : refuse(path.done, reason);
 }
 
-outcome_s set_below(std::span<pb::Message *const> messages, path_s path, std::string_view value) {
+outcome_s set_below(std::span<pb::Message *const> messages, path_s path) {
     step_s step;
     if (outcome_s outcome = next_step(&path, &step); !outcome.ok()) {
         return outcome;
@@ -139,17 +108,19 @@ outcome_s set_below(std::span<pb::Message *const> messages, path_s path, std::st
     const auto found = std::ranges::find_if(
         messages, [&](auto *message) { return find_field(message->GetDescriptor(), step.name); });
     if (found == messages.end()) {
-        return refuse(path.done, unknown_field_text(messages, step.name));
+        std::vector<const pb::Descriptor *> types;
+        std::ranges::transform(messages, std::back_inserter(types), &pb::Message::GetDescriptor);
+        return refuse(path.done, unknown_field_text(types, step.name));
     }
     const pb::FieldDescriptor *field = find_field((*found)->GetDescriptor(), step.name);
     if (field->is_repeated() && step.index == k_no_index && !path.rest.empty()) {
-        return refuse(path.done, "a list; say which element: " + step.name + "[0]");
+        return refuse(path.done, fmt::format("a list; say which element: {}[0]", step.name));
     }
-    outcome_s outcome = check_oneof(**found, field, path.done);
-    if (outcome.ok()) {
-        outcome = check_index(**found, field, path.done, &step.index);
+    if (const std::string error = oneof_error(**found, field); !error.empty()) {
+        return refuse(path.done, error);
     }
-    return outcome.ok() ? set_or_enter(*found, field, step.index, path, value) : outcome;
+    outcome_s outcome = check_index(**found, field, path.done, &step.index);
+    return outcome.ok() ? set_or_enter(*found, field, step.index, path) : outcome;
 }
 
 }  // namespace
@@ -162,15 +133,19 @@ bool is_field_word(std::string_view word) {
            });
 }
 
-outcome_s set_field(pb::Message *message, std::string_view word) { return set_field({&message, 1}, word); }
+outcome_s set_field(pb::Message *message, std::string_view word, fit_e fit) {
+    return set_field({&message, 1}, word, fit);
+}
 
-outcome_s set_field(std::span<pb::Message *const> messages, std::string_view word) {
+outcome_s set_field(std::span<pb::Message *const> messages, std::string_view word, fit_e fit) {
     if (!is_field_word(word)) {
-        return usage_failure('"' + std::string(word) + "\" names no field; give PATH=VALUE, such as id=1");
+        return usage_failure(fmt::format("\"{}\" names no field; give PATH=VALUE, such as id=1", word));
     }
     const size_t equals = word.find('=');
-    return set_below(messages, {.done = word.substr(0, 0), .rest = word.substr(0, equals)},
-                     word.substr(equals + 1));
+    return set_below(messages, {.done = word.substr(0, 0),
+                                .rest = word.substr(0, equals),
+                                .value = word.substr(equals + 1),
+                                .fit = fit});
 }
 
 }  // namespace nyxctl

@@ -7,6 +7,7 @@
 #include <span>
 #include <string_view>
 
+#include "client/core/field_value.h"
 #include "client/core/outcome.h"
 
 namespace nyxctl {
@@ -16,17 +17,13 @@ bool is_field_word(std::string_view word);
 
 // Sets one field. PATH is names divided by dots, in either spelling of protobuf, lists with an index:
 // request[0].spec.k1. The index of the first element that the list does not have appends it; a list of plain
-// values without an index appends too. VALUE is
-//   of integers a number, decimal or behind 0x, or an address where number_text.h has one
-//   of enumerations what enumerator_from_text() takes, of truth values yes, no, true, false, 1, 0
-//   of bytes what bytes_text.h takes, of texts the text itself
-//   of types.IPAddress 10.0.0.1 or 2001:db8::1, of types.IPPrefix 10.0.0.0/24
-// Other messages are set by their fields. A second member of a oneof is refused, as it would remove the first.
-// Refusals are usage failures that name the path, the value, what is allowed, and the nearest names; `message` is
-// then unspecified.
-outcome_s set_field(google::protobuf::Message *message, std::string_view word);
+// values without an index appends too. VALUE is what set_from_text() takes. Other messages are set by their fields. A
+// second member of a oneof is refused, as it would remove the first. Refusals are usage failures that name the path,
+// the value, what is allowed, and the nearest names; `message` is then unspecified.
+outcome_s set_field(google::protobuf::Message *message, std::string_view word, fit_e fit = fit_e::type);
 
 // The same for fields of several messages: the first name of PATH decides which of them has it.
-outcome_s set_field(std::span<google::protobuf::Message *const> messages, std::string_view word);
+outcome_s set_field(std::span<google::protobuf::Message *const> messages, std::string_view word,
+                    fit_e fit = fit_e::type);
 
 }  // namespace nyxctl

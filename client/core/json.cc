@@ -1,9 +1,11 @@
 #include "client/core/json.h"
 
+#include <fmt/format.h>
 #include <google/protobuf/util/json_util.h>
 
-#include "client/core/json_dom.h"
-#include "client/core/json_texts.h"
+#include "client/core/field_value.h"
+#include "client/core/json_reader.h"
+#include "client/core/record_width.h"
 
 namespace pb = google::protobuf;
 
@@ -14,48 +16,85 @@ std::string status_text(const pb::util::Status &status) {
     return std::string(status.message().data(), status.message().size());
 }
 
-}  // namespace
-
-std::unique_ptr<pb::Message> new_message(const pb::Descriptor *type) {
-    return std::unique_ptr<pb::Message>(pb::MessageFactory::generated_factory()->GetPrototype(type)->New());
+outcome_s canonical_to_message(std::string_view json, pb::Message *message) {
+    const pb::util::Status status = pb::util::JsonStringToMessage({json.data(), json.size()}, message);
+    return status.ok() ? outcome_s()
+                       : usage_failure(fmt::format("JSON of {0}: {1}; see nyxctl describe {0}",
+                                                   message->GetTypeName(), status_text(status)));
 }
 
-outcome_s json_to_message(std::string_view json, pb::Message *message, json_style_e style) {
-    const pb::Descriptor *type = message->GetDescriptor();
-    const std::string subject = "JSON of " + type->full_name() + ": ";
-    json_t dom;
-    std::string error;
-    if (!parse_json(json, &dom, &error) ||
-        (style == json_style_e::people && !texts_to_canonical(&dom, type, &error))) {
-        return usage_failure(subject + error);
-    }
-    const pb::util::Status status = pb::util::JsonStringToMessage(dump_json(dom), message);
+outcome_s message_to_canonical(const pb::Message &message, std::string *json) {
+    pb::util::JsonPrintOptions options;
+    options.always_print_primitive_fields = true;
+    std::string text;
+    const pb::util::Status status = pb::util::MessageToJsonString(message, &text, options);
     if (!status.ok()) {
-        return usage_failure(subject + status_text(status) + "; see nyxctl describe " + type->full_name());
+        return local_failure(
+            fmt::format("cannot show {} as JSON: {}", message.GetTypeName(), status_text(status)));
     }
+    *json = indented(text);
     return {};
+}
+
+void write_message(const pb::Message &message, std::string *json);
+
+void write_element(const pb::Message &message, const pb::FieldDescriptor *field, int index,
+                   std::string *json) {
+    if (field->message_type()) {
+        write_message(message_at(message, field, index), json);
+        return;
+    }
+    const value_s value = element_value(message, field, index);
+    // As protobuf has it: many readers keep only 53 bits of a number.
+    const bool is_wide = field->cpp_type() == pb::FieldDescriptor::CPPTYPE_INT64 ||
+                         field->cpp_type() == pb::FieldDescriptor::CPPTYPE_UINT64;
+    *json += json_text(is_wide ? cell_text(value) : value);
+}
+
+void write_field(const pb::Message &message, const pb::FieldDescriptor *field, std::string *json) {
+    *json += json->ends_with('{') ? "\"" : ",\"";
+    *json += field->name() + (field->is_repeated() ? "\":[" : "\":");
+    for (int i = 0; i < element_count(message, field); i++) {
+        *json += i > 0 ? "," : "";
+        write_element(message, field, i, json);
+    }
+    *json += field->is_repeated() ? "]" : "";
+}
+
+void write_message(const pb::Message &message, std::string *json) {
+    *json += '{';
+    for (int i = 0; i < message.GetDescriptor()->field_count(); i++) {
+        const auto *field = message.GetDescriptor()->field(i);
+        // Of a oneof only the member that is set; absent messages are left out as well.
+        if (!field->has_presence() || message.GetReflection()->HasField(message, field)) {
+            write_field(message, field, json);
+        }
+    }
+    *json += '}';
+}
+
+}  // namespace
+
+outcome_s json_to_message(std::string_view json, pb::Message *message, json_style_e style, fit_e fit) {
+    if (style == json_style_e::people) {
+        return read_json(json, message, fit);
+    }
+    outcome_s outcome = canonical_to_message(json, message);
+    return outcome.ok() && fit == fit_e::record ? check_widths(*message) : outcome;
 }
 
 outcome_s message_to_json(const pb::Message &message, std::string *json, json_style_e style) {
-    const pb::Descriptor *type = message.GetDescriptor();
-    pb::util::JsonPrintOptions options;
-    options.always_print_primitive_fields = true;
-    options.preserve_proto_field_names = style == json_style_e::people;
-    std::string canonical;
-    const pb::util::Status status = pb::util::MessageToJsonString(message, &canonical, options);
-    if (!status.ok()) {
-        return local_failure("cannot show " + type->full_name() + " as JSON: " + status_text(status));
+    if (style == json_style_e::canonical) {
+        return message_to_canonical(message, json);
     }
-    json_t dom;
-    std::string error;
-    if (!parse_json(canonical, &dom, &error)) {
-        return local_failure("cannot show " + type->full_name() + " as JSON: " + error);
-    }
-    if (style == json_style_e::people) {
-        canonical_to_texts(&dom, type);
-    }
-    *json = dump_json(dom, 2);
+    *json = indented(message_json(message));
     return {};
+}
+
+std::string message_json(const pb::Message &message) {
+    std::string json;
+    write_message(message, &json);
+    return json;
 }
 
 }  // namespace nyxctl

@@ -1,4 +1,4 @@
-// JSON text to a tree and back.
+// Whole JSON documents as trees, for what is compared or sorted.
 
 #pragma once
 
@@ -10,9 +10,8 @@ namespace nyxctl {
 
 using json_t = nlohmann::ordered_json;
 
-// Refuses what the grammar does not allow, more than k_json_depth_max levels, and a key that occurs twice in
-// an object (the tree would silently keep one of the two). Then returns false, sets `error`, and `dom` is
-// unspecified.
+// Refuses what the grammar does not allow, and more than k_json_depth_max levels. Then returns false, sets `error`, and
+// `dom` is unspecified.
 [[nodiscard]] bool parse_json(std::string_view text, json_t *dom, std::string *error);
 
 // One line, or several with `indent` spaces a level. Strings that are not UTF-8 get replacement characters.

@@ -1,10 +1,12 @@
 #include "client/core/record_width.h"
 
+#include <fmt/format.h>
 #include <google/protobuf/descriptor.pb.h>
 
 #include <limits>
-#include <vector>
 
+#include "client/core/json.h"
+#include "client/core/json_reader.h"
 #include "nyx/types/options.pb.h"
 
 namespace pb = google::protobuf;
@@ -18,68 +20,7 @@ size_t width_of(const pb::FieldDescriptor *field) {
     return field->options().GetExtension(types::record_width);
 }
 
-std::string bytes_count_text(size_t count) {
-    return std::to_string(count) + (count == 1 ? " byte" : " bytes");
-}
-
-// Of lists only those of ids have a width in requests.
-found_t list_error(const pb::Message &message, const pb::FieldDescriptor *field) {
-    const pb::Reflection &get = *message.GetReflection();
-    const bool is_bytes = field->type() == pb::FieldDescriptor::TYPE_BYTES;
-    for (int i = 0; is_bytes && i < get.FieldSize(message, field); i++) {
-        if (found_t error = width_error(field, std::string_view(get.GetRepeatedString(message, field, i)))) {
-            return error;
-        }
-    }
-    return {};
-}
-
-found_t value_error(const pb::Message &message, const pb::FieldDescriptor *field) {
-    const pb::Reflection &get = *message.GetReflection();
-    if (field->is_repeated()) {
-        return list_error(message, field);
-    }
-    switch (field->type()) {
-        case pb::FieldDescriptor::TYPE_UINT32:
-            return width_error(field, get.GetUInt32(message, field));
-        case pb::FieldDescriptor::TYPE_UINT64:
-            return width_error(field, get.GetUInt64(message, field));
-        case pb::FieldDescriptor::TYPE_BYTES:
-            return width_error(field, std::string_view(get.GetString(message, field)));
-        default:
-            return {};
-    }
-}
-
-found_t find_error(const pb::Message &message, const std::string &path);
-
-found_t find_error_below(const pb::Message &message, const pb::FieldDescriptor *field,
-                         const std::string &path) {
-    const pb::Reflection &get = *message.GetReflection();
-    if (!field->is_repeated()) {
-        return find_error(get.GetMessage(message, field), path + ".");
-    }
-    for (int i = 0; i < get.FieldSize(message, field); i++) {
-        const std::string element = path + "[" + std::to_string(i) + "].";
-        if (found_t error = find_error(get.GetRepeatedMessage(message, field, i), element)) {
-            return error;
-        }
-    }
-    return {};
-}
-
-found_t find_error(const pb::Message &message, const std::string &path) {
-    std::vector<const pb::FieldDescriptor *> fields;
-    message.GetReflection()->ListFields(message, &fields);
-    for (const pb::FieldDescriptor *field : fields) {
-        if (field->message_type()) {
-            if (found_t error = find_error_below(message, field, path + field->name())) return error;
-        } else if (const found_t error = value_error(message, field)) {
-            return path + field->name() + ": " + *error;
-        }
-    }
-    return {};
-}
+std::string bytes_count_text(size_t count) { return fmt::format("{} byte{}", count, count == 1 ? "" : "s"); }
 
 }  // namespace
 
@@ -93,8 +34,8 @@ found_t width_error(const pb::FieldDescriptor *field, uint64_t number) {
     if (number <= largest_number(field)) {
         return {};
     }
-    return std::to_string(number) + " does not fit in " + bytes_count_text(width_of(field)) +
-           ", largest is " + std::to_string(largest_number(field)) + "; --cut sends it anyway";
+    return fmt::format("{} does not fit in {}, largest is {}; --cut sends it anyway", number,
+                       bytes_count_text(width_of(field)), largest_number(field));
 }
 
 found_t width_error(const pb::FieldDescriptor *field, std::string_view bytes) {
@@ -102,13 +43,17 @@ found_t width_error(const pb::FieldDescriptor *field, std::string_view bytes) {
     if (width == 0 || bytes.size() <= width) {
         return {};
     }
-    return bytes_count_text(bytes.size()) + " do not fit in " + bytes_count_text(width) +
-           "; --cut sends them anyway";
+    return fmt::format("{} do not fit in {}; --cut sends them anyway", bytes_count_text(bytes.size()),
+                       bytes_count_text(width));
 }
 
+// Reads it again, with the widths.
 outcome_s check_widths(const pb::Message &message) {
-    const found_t error = find_error(message, "");
-    return error ? usage_failure(*error) : outcome_s();
+    outcome_s outcome =
+        read_json(message_json(message), new_message(message.GetDescriptor()).get(), fit_e::record);
+    const std::string subject = fmt::format("JSON of {}: ", message.GetTypeName());
+    outcome.text = outcome.text.substr(outcome.text.starts_with(subject) ? subject.size() : 0);
+    return outcome;
 }
 
 }  // namespace nyxctl

@@ -1,5 +1,8 @@
 #include "client/core/rows.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
 #include <cctype>
 
@@ -7,14 +10,6 @@ namespace nyxctl {
 namespace {
 
 constexpr size_t k_gap = 2;
-
-std::string list_text(const json_t &list) {
-    std::string text;
-    for (const json_t &element : list) {
-        text += (text.empty() ? "" : ",") + cell_text(element);
-    }
-    return text.empty() ? "-" : text;
-}
 
 std::string title_of(std::string column) {
     std::ranges::transform(column, column.begin(), [](unsigned char c) { return std::toupper(c); });
@@ -30,7 +25,7 @@ size_t width_of(const std::string &text) {
 
 struct column_s {
     std::vector<std::string> texts;  // title first
-    bool right = true;               // numbers alone
+    bool right = true;               // only numbers
     size_t width = 0;
 };
 
@@ -61,21 +56,6 @@ std::string line_of(const std::vector<column_s> &columns, size_t index) {
 
 }  // namespace
 
-std::string without_controls(std::string text) {
-    std::ranges::replace_if(
-        text, [](unsigned char c) { return c < 0x20 || c == 0x7f; }, '?');
-    return text;
-}
-
-std::string cell_text(const json_t &cell) {
-    if (cell.is_null()) return "-";
-    if (cell.is_boolean()) return cell.get<bool>() ? "yes" : "no";
-    if (cell.is_array()) return list_text(cell);
-    if (!cell.is_string()) return dump_json(cell);
-    const std::string text = without_controls(cell.get<std::string>());
-    return text.empty() ? "-" : text;
-}
-
 std::string rows_to_text(const rows_s &rows) {
     if (rows.rows.empty()) {
         return "no " + rows.subject + "\n";
@@ -91,16 +71,19 @@ std::string rows_to_text(const rows_s &rows) {
     return text;
 }
 
-json_t rows_to_json(const rows_s &rows) {
-    json_t list = json_t::array();
-    for (const auto &row : rows.rows) {
-        json_t object = json_t::object();
+std::string rows_to_json(const rows_s &rows, const members_t &head) {
+    std::vector<std::string> objects;
+    for (const row_t &row : rows.rows) {
+        members_t members;
         for (size_t i = 0; i < rows.columns.size(); i++) {
-            object[rows.columns[i]] = row[i];
+            members.emplace_back(rows.columns[i], row[i]);
         }
-        list.push_back(std::move(object));
+        objects.push_back(json_text(members));
     }
-    return {{rows.subject, std::move(list)}};
+    std::string json = json_text(head);
+    json.pop_back();
+    return fmt::format("{}{}{}:[{}]}}", json, head.empty() ? "" : ",", json_text(rows.subject),
+                       fmt::join(objects, ","));
 }
 
 }  // namespace nyxctl

@@ -1,86 +1,77 @@
 #include "client/core/template.h"
 
-#include <google/protobuf/descriptor.pb.h>
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 
 #include <algorithm>
 
-#include "client/core/number_text.h"
+#include "client/core/field_value.h"
+#include "client/core/json.h"
 #include "client/core/symbols.h"
-#include "nyx/types/options.pb.h"
 
 namespace pb = google::protobuf;
 
 namespace nyxctl {
 namespace {
 
-json_t default_value(const pb::FieldDescriptor *field) {
-    switch (field->cpp_type()) {
-        case pb::FieldDescriptor::CPPTYPE_BOOL:
-            return false;
-        case pb::FieldDescriptor::CPPTYPE_ENUM:
-            return field->enum_type()->value(0)->name();
-        case pb::FieldDescriptor::CPPTYPE_STRING:
-            return "";
-        default:
-            break;
-    }
-    const auto text = number_to_text(0, field->options().GetExtension(types::number_text));
-    return text ? json_t(*text) : json_t(0);
-}
-
-class template_writer {
+class template_filler {
  public:
-    json_t message(const pb::Descriptor *type, const std::string &path) {
-        json_t object = json_t::object();
-        if (type->well_known_type() != pb::Descriptor::WELLKNOWNTYPE_UNSPECIFIED ||
-            std::ranges::count(open_, type) != 0) {
-            return object;
+    // A message inside itself stays empty.
+    void fill(pb::Message *message, const std::string &path) {
+        const pb::Descriptor *type = message->GetDescriptor();
+        if (std::ranges::count(open_, type) != 0) {
+            return;
         }
         open_.push_back(type);
         for (int i = 0; i < type->field_count(); i++) {
-            const pb::FieldDescriptor *field = type->field(i);
-            const pb::OneofDescriptor *oneof = field->real_containing_oneof();
-            if (!oneof || oneof->field(0) == field) {
+            const pb::OneofDescriptor *oneof = type->field(i)->real_containing_oneof();
+            if (!oneof) {
+                fill_field(message, type->field(i), path);
+            } else if (oneof->field(0) == type->field(i)) {
                 note_choice(oneof, path);
-                object[field->name()] = value(field, path + field->name());
+                fill_field(message, oneof->field(0), path);
             }
         }
         open_.pop_back();
-        return object;
     }
 
     std::vector<std::string> choices() { return std::move(choices_); }
 
  private:
-    json_t value(const pb::FieldDescriptor *field, const std::string &path) {
-        const pb::Descriptor *type = field->message_type();
-        if (!field->is_repeated()) {
-            return type ? message(type, path + ".") : default_value(field);
+    void fill_field(pb::Message *message, const pb::FieldDescriptor *field, const std::string &path) {
+        const pb::Reflection *reflection = message->GetReflection();
+        if (field->message_type() && field->is_repeated()) {
+            fill(reflection->AddMessage(message, field), path + field->name() + "[0].");
+        } else if (field->message_type()) {
+            fill(reflection->MutableMessage(message, field), path + field->name() + ".");
+        } else if (field->has_presence()) {
+            const bool is_text = field->cpp_type() == pb::FieldDescriptor::CPPTYPE_STRING;
+            (void)set_from_text(message, field, 0, is_text ? "" : "0");
         }
-        return type ? json_t::array({message(type, path + "[0].")}) : json_t::array();
     }
 
     void note_choice(const pb::OneofDescriptor *oneof, const std::string &path) {
-        if (!oneof || oneof->field_count() < 2) {
-            return;
-        }
-        std::string text = path + oneof->name() + ": " + oneof->field(0)->name() + ", or instead of it ";
+        std::vector<std::string> others;
         for (int i = 1; i < oneof->field_count(); i++) {
-            text += (i == 1 ? "" : ", ") + oneof->field(i)->name();
+            others.push_back(oneof->field(i)->name());
         }
-        choices_.push_back(text);
+        if (!others.empty()) {
+            choices_.push_back(fmt::format("{}{}: {}, or instead of it {}", path, oneof->name(),
+                                           oneof->field(0)->name(), fmt::join(others, ", ")));
+        }
     }
 
-    std::vector<const pb::Descriptor *> open_;  // a message inside itself stays empty
+    std::vector<const pb::Descriptor *> open_;
     std::vector<std::string> choices_;
 };
 
 }  // namespace
 
 template_s message_template(const pb::Descriptor *type) {
-    template_writer writer;
-    json_t json = writer.message(type, "");
-    return {std::move(json), writer.choices()};
+    template_filler filler;
+    const auto message = new_message(type);
+    filler.fill(message.get(), "");
+    return {indented(message_json(*message)), filler.choices()};
 }
 
 outcome_s find_template_type(std::string_view name, const pb::Descriptor **type) {
@@ -94,8 +85,8 @@ outcome_s find_template_type(std::string_view name, const pb::Descriptor **type)
     }
     std::string text;
     outcome_s outcome = describe_symbol(name, &text);
-    return outcome.ok() ? usage_failure('"' + std::string(name) +
-                                        "\" has no template; give the name of a method or message")
+    return outcome.ok() ? usage_failure(fmt::format(
+                              "\"{}\" has no template; give the name of a method or message", name))
                         : outcome;
 }
 

@@ -7,13 +7,12 @@
 #include <string>
 #include <vector>
 
-#include "client/core/json_dom.h"
 #include "client/core/outcome.h"
 
 namespace nyxctl {
 
 struct template_s {
-    json_t json;                       // what json_to_message() takes for the type
+    std::string json;                  // what json_to_message() takes for the type
     std::vector<std::string> choices;  // "request[0].ifinfo: uplink_spec, or instead of it l3_if_spec, ..."
 };
 

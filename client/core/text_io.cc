@@ -1,13 +1,14 @@
 #include "client/core/text_io.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 
 #include <cerrno>
 #include <cstring>
 #include <iostream>
 
+#include "base/text.h"
 #include "base/unique_fd.h"
-#include "client/core/json_dom.h"
 
 namespace nyxctl {
 namespace {
@@ -27,7 +28,7 @@ outcome_s read_all(int fd, const std::string &name, std::string *text) {
         if (got > 0) {
             text->append(buffer, got);
         } else if (errno != EINTR) {
-            return local_failure("cannot read " + name + ": " + errno_text());
+            return local_failure(fmt::format("cannot read {}: {}", name, errno_text()));
         }
         if (text->size() > k_input_size_max) {
             return local_failure(name + " is longer than 64 MiB; split it into several calls");
@@ -40,7 +41,7 @@ outcome_s read_all(int fd, const std::string &name, std::string *text) {
 outcome_s read_file(const std::string &path, std::string *text) {
     const base::unique_fd fd(open(path.c_str(), O_RDONLY | O_CLOEXEC));
     if (!fd.valid()) {
-        return local_failure("cannot open \"" + path + "\": " + errno_text());
+        return local_failure(fmt::format("cannot open \"{}\": {}", path, errno_text()));
     }
     return read_all(fd.get(), "\"" + path + "\"", text);
 }
@@ -68,15 +69,20 @@ outcome_s write_stdout(std::string_view text) {
     return {};
 }
 
+outcome_s write_result(const global_options_s &global, std::string_view json, std::string_view text) {
+    return write_stdout(global.json ? indented(json) + "\n" : std::string(text));
+}
+
 outcome_s write_rows(const global_options_s &global, const rows_s &rows) {
-    return write_stdout(global.json ? dump_json(rows_to_json(rows), 2) + "\n" : rows_to_text(rows));
+    return write_result(global, rows_to_json(rows), rows_to_text(rows));
 }
 
 void print_failure(const outcome_s &outcome, bool json) {
     if (!outcome.ok() && json) {
-        std::cerr << dump_json({{"exit_code", outcome.exit_code}, {"error", outcome.text}}) << std::endl;
+        const members_t members = {{"exit_code", outcome.exit_code}, {"error", outcome.text}};
+        std::cerr << json_text(members) << std::endl;
     } else if (!outcome.text.empty()) {
-        std::cerr << "nyxctl: " << without_controls(outcome.text) << std::endl;
+        std::cerr << "nyxctl: " << base::without_controls(outcome.text) << std::endl;
     }
 }
 

@@ -21,10 +21,13 @@ outcome_s read_file(const std::string &path, std::string *text);
 // Writes everything to stdout, unbuffered, or says why not. A reader that has left is a failure without a text.
 outcome_s write_stdout(std::string_view text);
 
+// Writes a result to stdout: for people the text, for scripts the JSON document over several lines.
+outcome_s write_result(const global_options_s &global, std::string_view json, std::string_view text);
+
 // Writes rows to stdout: as columns for people, as one JSON document for scripts.
 outcome_s write_rows(const global_options_s &global, const rows_s &rows);
 
-// Tells people of a failure on stderr, or scripts with one JSON object; nothing of a success. Texts of others in it can
+// Prints a failure to stderr, for scripts as one JSON object; prints nothing for a success. Foreign texts in it can
 // neither start a line nor reach the terminal as commands.
 void print_failure(const outcome_s &outcome, bool json);
 

@@ -1,19 +1,16 @@
 #include "client/table/entry_args.h"
 
+#include <fmt/format.h>
 #include <google/protobuf/descriptor.pb.h>
 
 #include <algorithm>
-#include <charconv>
 #include <cstdint>
 #include <optional>
 #include <set>
-#include <string_view>
 
-#include "client/core/bytes_text.h"
-#include "client/core/nearest.h"
-#include "client/core/number_text.h"
-#include "client/core/record_width.h"
-#include "nyx/types/options.pb.h"
+#include "base/nearest_names.h"
+#include "client/core/field_value.h"
+#include "client/core/fields.h"
 
 namespace pb = google::protobuf;
 
@@ -39,7 +36,7 @@ struct word_s {
 outcome_s split(const std::string &text, word_s *word) {
     const size_t equal = text.find('=');
     if (equal == 0 || equal == text.npos) {
-        return usage_failure("\"" + text + "\" is no FIELD=VALUE such as k1=7");
+        return usage_failure(fmt::format("\"{}\" is not FIELD=VALUE, such as k1=7", text));
     }
     *word = {.name = text.substr(0, equal), .value = text.substr(equal + 1)};
     return {};
@@ -49,64 +46,9 @@ std::string full_name(const record_field_s &field) {
     return (field.member ? field.member->name() + "." : "") + field.field->name();
 }
 
-std::optional<uint64_t> parse_number(std::string_view text) {
-    const bool hex = text.starts_with("0x") || text.starts_with("0X");
-    text.remove_prefix(hex ? 2 : 0);
-    uint64_t number = 0;
-    const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number, hex ? 16 : 10);
-    const bool whole = parsed.ec == std::errc() && parsed.ptr == text.data() + text.size();
-    return whole ? std::optional(number) : std::nullopt;
-}
-
-outcome_s set_bytes(const word_s &word, const pb::FieldDescriptor *field, bool cut, pb::Message *message) {
-    std::string bytes;
-    std::string error;
-    if (!bytes_from_text(word.value, field->options().GetExtension(types::bytes_text), &bytes, &error)) {
-        return usage_failure(word.name + ": " + error);
-    }
-    if (const auto wide = width_error(field, std::string_view(bytes)); wide && !cut) {
-        return usage_failure(word.name + ": " + *wide);
-    }
-    message->GetReflection()->SetString(message, field, bytes);
-    return {};
-}
-
-outcome_s read_number(const word_s &word, const pb::FieldDescriptor *field, uint64_t *number) {
-    const auto form = field->options().GetExtension(types::number_text);
-    if (is_number_text(word.value, form)) {
-        std::string error;
-        return number_from_text(word.value, form, number, &error) ? outcome_s()
-                                                                  : usage_failure(word.name + ": " + error);
-    }
-    const auto parsed = parse_number(word.value);
-    if (!parsed) {
-        return usage_failure(word.name + ": \"" + word.value + "\" is no number; give 0 to " +
-                             std::to_string(largest_number(field)) + " in decimal, or 0x and hex digits");
-    }
-    *number = *parsed;
-    return {};
-}
-
-// The message may be narrower than the number; so is the record then, which keeps the same low-order bytes.
-outcome_s set_number(const word_s &word, const pb::FieldDescriptor *field, bool cut, pb::Message *message) {
-    uint64_t number = 0;
-    if (outcome_s outcome = read_number(word, field, &number); !outcome.ok()) {
-        return outcome;
-    }
-    if (const auto wide = width_error(field, number); wide && !cut) {
-        return usage_failure(word.name + ": " + *wide);
-    }
-    if (field->type() == pb::FieldDescriptor::TYPE_UINT64) {
-        message->GetReflection()->SetUInt64(message, field, number);
-    } else {
-        message->GetReflection()->SetUInt32(message, field, static_cast<uint32_t>(number));
-    }
-    return {};
-}
-
-outcome_s set_value(const word_s &word, const pb::FieldDescriptor *field, bool cut, pb::Message *message) {
-    return field->type() == pb::FieldDescriptor::TYPE_BYTES ? set_bytes(word, field, cut, message)
-                                                            : set_number(word, field, cut, message);
+outcome_s set_value(const word_s &word, const pb::FieldDescriptor *field, fit_e fit, pb::Message *message) {
+    const std::string error = set_from_text(message, field, 0, word.value, fit);
+    return error.empty() ? outcome_s() : usage_failure(fmt::format("{}: {}", word.name, error));
 }
 
 // Fills one message out of words, each field once.
@@ -137,9 +79,10 @@ class entry_words {
         }
         for (const word_s &word : words) {
             if (word.name == "action" || word.name == "action_id") {
-                uint64_t number = 0;
-                outcome_s outcome = read_number(word, layout_.spec->FindFieldByName("action_id"), &number);
-                action_ = static_cast<uint8_t>(number);
+                const auto spec = new_message(layout_.spec);  // takes the number only
+                const auto *field = layout_.spec->FindFieldByName("action_id");
+                outcome_s outcome = set_value(word, field, fit_e::cut, spec.get());
+                action_ = static_cast<uint8_t>(spec->GetReflection()->GetUInt32(*spec, field));
                 return outcome;
             }
             if (const auto *member = member_of(word.name)) {
@@ -171,9 +114,9 @@ class entry_words {
             return unknown(word);
         }
         if (found->part == RECORD_DATA && found->action_id != action_) {
-            return usage_failure(word.name + ": " + found->member->name() + " goes with action " +
-                                 std::to_string(found->action_id) + ", not with " + std::to_string(*action_) +
-                                 "; the agent would ignore it");
+            return usage_failure(
+                fmt::format("{}: {} goes with action {}, not with {}; the agent would ignore it", word.name,
+                            found->member->name(), found->action_id, *action_));
         }
         return put_field(word, *found, message);
     }
@@ -200,9 +143,9 @@ class entry_words {
 
     outcome_s put_once(const word_s &word, const pb::FieldDescriptor *field, pb::Message *holder) {
         if (!given_.insert(field).second) {
-            return usage_failure(word.name + ": " + field->name() + " is given twice");
+            return usage_failure(fmt::format("{}: {} is given twice", word.name, field->name()));
         }
-        return set_value(word, field, cut_, holder);
+        return set_value(word, field, cut_ ? fit_e::cut : fit_e::record, holder);
     }
 
     outcome_s unknown(const word_s &word) const {
@@ -213,9 +156,9 @@ class entry_words {
         for (const record_field_s &field : layout_.fields) {
             if (fits(field, field.short_name())) names.push_back(field.short_name());
         }
-        return usage_failure(word.name + ": no such field in the " + (key_only_ ? "key" : "entries") +
-                             " of " + layout_.name + nearest_names_text(word.name, names) +
-                             "; see nyxctl explain " + layout_.name);
+        return usage_failure(fmt::format("{}: no such field in the {} of {}{}; see nyxctl explain {}",
+                                         word.name, key_only_ ? "key" : "entries", layout_.name,
+                                         base::nearest_names_text(word.name, names), layout_.name));
     }
 
     // A plain dN that another action has, or that several have.
@@ -226,9 +169,10 @@ class entry_words {
         if (!known || key_only_) {
             return {};
         }
-        const std::string problem = action_ ? "action " + std::to_string(*action_) + " has no such data"
+        const std::string problem = action_ ? fmt::format("action {} has no such data", *action_)
                                             : "data of several actions have this name";
-        return usage_failure(word.name + ": " + problem + "; give action=" + data_actions_text(layout_));
+        return usage_failure(
+            fmt::format("{}: {}; give action={}", word.name, problem, data_actions_text(layout_)));
     }
 
     const table_layout_s &layout_;

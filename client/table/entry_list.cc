@@ -1,11 +1,12 @@
 #include "client/table/entry_list.h"
 
+#include <fmt/format.h>
+
 #include <string>
 #include <utility>
 
-#include "client/core/json.h"
-#include "client/core/json_dom.h"
-#include "client/core/record_width.h"
+#include "client/core/fields.h"
+#include "client/core/json_reader.h"
 
 namespace pb = google::protobuf;
 
@@ -17,39 +18,35 @@ constexpr std::string_view k_blanks = " \t\r\n";
 // What is known of all entries, and where they go.
 struct reading_s {
     const pb::Descriptor *type;
-    bool cut;
+    fit_e fit;
     const progress_t &progress;
     message_list_t *entries;
 };
 
-outcome_s add_entry(std::string_view json, const reading_s &reading) {
-    auto entry = new_message(reading.type);
-    outcome_s outcome = json_to_message(json, entry.get());
-    if (outcome.ok() && !reading.cut) {
-        outcome = check_widths(*entry);
-    }
+outcome_s add_entry(std::unique_ptr<pb::Message> entry, const reading_s &reading) {
     reading.entries->push_back(std::move(entry));
     if (reading.progress) {
         reading.progress(reading.entries->size());
     }
-    return outcome;
-}
-
-outcome_s parse_array(std::string_view text, const reading_s &reading) {
-    json_t list;
-    std::string error;
-    if (!parse_json(text, &list, &error)) {
-        return usage_failure("JSON array of " + reading.type->full_name() + ": " + error);
-    }
-    for (size_t i = 0; i < list.size(); i++) {
-        if (outcome_s outcome = add_entry(dump_json(list[i]), reading); !outcome.ok()) {
-            return usage_failure("entry " + std::to_string(i + 1) + ": " + outcome.text);
-        }
-    }
     return {};
 }
 
-// Of an object over several lines, none is one.
+outcome_s parse_list(std::string_view text, const reading_s &reading) {
+    const size_t before = reading.entries->size();
+    const auto add = [&](std::unique_ptr<pb::Message> entry) { return add_entry(std::move(entry), reading); };
+    outcome_s outcome = read_json_list(text, reading.type, add, reading.fit);
+    return outcome.ok() ? outcome
+                        : usage_failure(fmt::format("entry {}: {}", reading.entries->size() - before + 1,
+                                                    outcome.text));
+}
+
+outcome_s parse_line(std::string_view line, const reading_s &reading) {
+    auto entry = new_message(reading.type);
+    outcome_s outcome = read_json(line, entry.get(), reading.fit);
+    return outcome.ok() ? add_entry(std::move(entry), reading) : outcome;
+}
+
+// For an object over several lines, none of which is one.
 std::string line_hint(std::string_view line) {
     const size_t first = line.find_first_not_of(k_blanks);
     const size_t last = line.find_last_not_of(k_blanks);
@@ -66,8 +63,8 @@ outcome_s parse_lines(std::string_view text, const reading_s &reading) {
         if (line.find_first_not_of(k_blanks) == line.npos) {
             continue;
         }
-        if (outcome_s outcome = add_entry(line, reading); !outcome.ok()) {
-            return usage_failure("line " + std::to_string(number) + ": " + outcome.text + line_hint(line));
+        if (outcome_s outcome = parse_line(line, reading); !outcome.ok()) {
+            return usage_failure(fmt::format("line {}: {}{}", number, outcome.text, line_hint(line)));
         }
     }
     return {};
@@ -78,23 +75,10 @@ outcome_s parse_lines(std::string_view text, const reading_s &reading) {
 outcome_s parse_entries(std::string_view text, const pb::Descriptor *type, bool cut,
                         const progress_t &progress, message_list_t *entries) {
     const size_t first = text.find_first_not_of(k_blanks);
-    const bool array = first != text.npos && text[first] == '[';
-    const reading_s reading = {.type = type, .cut = cut, .progress = progress, .entries = entries};
-    return array ? parse_array(text, reading) : parse_lines(text, reading);
-}
-
-outcome_s entry_line(const pb::Message &entry, std::string *line) {
-    std::string json;
-    if (outcome_s outcome = message_to_json(entry, &json); !outcome.ok()) {
-        return outcome;
-    }
-    json_t dom;
-    std::string error;
-    if (!parse_json(json, &dom, &error)) {
-        return local_failure("cannot show " + entry.GetTypeName() + " in one line: " + error);
-    }
-    *line = dump_json(dom);
-    return {};
+    const bool is_list = first != text.npos && text[first] == '[';
+    const reading_s reading = {
+        .type = type, .fit = cut ? fit_e::cut : fit_e::record, .progress = progress, .entries = entries};
+    return is_list ? parse_list(text, reading) : parse_lines(text, reading);
 }
 
 }  // namespace nyxctl

@@ -26,7 +26,4 @@ using progress_t = std::function<void(size_t done)>;
 outcome_s parse_entries(std::string_view text, const google::protobuf::Descriptor *type, bool cut,
                         const progress_t &progress, message_list_t *entries);
 
-// A message in one line of JSON, as parse_entries() takes it, without a newline.
-outcome_s entry_line(const google::protobuf::Message &entry, std::string *line);
-
 }  // namespace nyxctl

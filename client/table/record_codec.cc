@@ -1,5 +1,7 @@
 #include "client/table/record_codec.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 
 namespace pb = google::protobuf;
@@ -71,9 +73,9 @@ outcome_s check_size(const table_layout_s &layout, std::string_view record, cons
     const char *other = record.size() == layout.key_size      ? "; that is the size of a key record (--key)"
                         : record.size() == layout.record_size ? "; that is the size of an entry record"
                                                               : "";
-    return usage_failure(layout.name + ": found " + std::to_string(record.size()) + " bytes, but its " +
-                         kind + " record has " + std::to_string(size) + other + "; see nyxctl explain " +
-                         layout.name);
+    return usage_failure(
+        fmt::format("{0}: found {1} bytes, but its {2} record has {3}{4}; see nyxctl explain {0}",
+                    layout.name, record.size(), kind, size, other));
 }
 
 }  // namespace

@@ -1,8 +1,11 @@
 #include "client/table/record_layout.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
 
-#include "client/core/nearest.h"
+#include "base/nearest_names.h"
 #include "nyx/types/options.pb.h"
 
 namespace pb = google::protobuf;
@@ -83,12 +86,11 @@ uint32_t action_of(const pb::FieldDescriptor *data_member) {
 }
 
 std::string data_actions_text(const table_layout_s &layout) {
-    std::string text;
+    std::vector<std::string> actions;
     for (const pb::FieldDescriptor *member : layout.data) {
-        text +=
-            (text.empty() ? "" : " or ") + std::to_string(action_of(member)) + " (" + member->name() + ")";
+        actions.push_back(fmt::format("{} ({})", action_of(member), member->name()));
     }
-    return text;
+    return fmt::format("{}", fmt::join(actions, " or "));
 }
 
 std::vector<std::string> table_names() {
@@ -108,8 +110,8 @@ outcome_s find_table(std::string_view name, table_layout_s *layout) {
     const std::vector<std::string> names = table_names();
     const std::string text(name);
     if (std::ranges::find(names, text) == names.end()) {
-        return usage_failure("no table \"" + text + "\"" + nearest_names_text(name, names) +
-                             "; see nyxctl explain for all " + std::to_string(names.size()));
+        return usage_failure(fmt::format("unknown table \"{}\"{}; see nyxctl explain for all {}", name,
+                                         base::nearest_names_text(name, names), names.size()));
     }
     *layout = {};
     layout->name = text;

@@ -1,11 +1,14 @@
 #include "client/table/record_rows.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <google/protobuf/descriptor.pb.h>
 
 #include <algorithm>
+#include <iterator>
 #include <optional>
 
-#include "client/core/people_value.h"
+#include "client/core/field_value.h"
 #include "nyx/types/options.pb.h"
 
 namespace pb = google::protobuf;
@@ -17,7 +20,7 @@ constexpr size_t k_count_size = 8;
 
 const char *kind_of(const table_layout_s &layout) { return layout.ternary() ? "ternary" : "exact"; }
 
-json_t count_value(const std::string &bytes) {
+value_s count_value(const std::string &bytes) {
     uint64_t count = 0;
     for (const unsigned char byte : bytes) {
         count = count << 8 | byte;
@@ -25,11 +28,11 @@ json_t count_value(const std::string &bytes) {
     return count;
 }
 
-json_t field_value(const pb::Message &message, const record_field_s &field, bool numbers) {
+value_s value_of(const pb::Message &message, const record_field_s &field, bool numbers) {
     const bool count = numbers && field.part == RECORD_DATA && field.width == k_count_size &&
                        field.field->type() == pb::FieldDescriptor::TYPE_BYTES;
     return count ? count_value(message.GetReflection()->GetString(message, field.field))
-                 : people_value(message, field.field);
+                 : field_value(message, field.field);
 }
 
 std::string type_text(const pb::FieldDescriptor *field) {
@@ -40,15 +43,15 @@ std::string type_text(const pb::FieldDescriptor *field) {
     return field->type_name() + std::string(text);
 }
 
-std::vector<json_t> layout_row(const record_field_s &field) {
+row_t layout_row(const record_field_s &field) {
     const bool data = field.part == RECORD_DATA;
     return {field.offset,
             field.width,
             field.short_name(),
             type_text(field.field),
-            field.part == RECORD_KEY ? json_t(field.offset - 1) : json_t(),
-            data ? json_t(field.action_id) : json_t(),
-            data ? json_t(field.member->name()) : json_t()};
+            field.part == RECORD_KEY ? value_s(field.offset - 1) : value_s(),
+            data ? value_s(field.action_id) : value_s(),
+            data ? value_s(field.member->name()) : value_s()};
 }
 
 // The end of the fields in the records of an action; of none for all fields but data.
@@ -67,7 +70,8 @@ void add_unused(const table_layout_s &layout, const pb::FieldDescriptor *data, r
     const size_t end = end_of(layout, action);
     if (end < layout.record_size) {
         rows->rows.push_back({end, layout.record_size - end, nullptr, "unused", nullptr,
-                              action ? json_t(*action) : json_t(), data ? json_t(data->name()) : json_t()});
+                              action ? value_s(*action) : value_s(),
+                              data ? value_s(data->name()) : value_s()});
     }
 }
 
@@ -83,16 +87,14 @@ std::string part_text(const table_layout_s &layout, record_part_e part, const st
     if (last < first) {
         return "";
     }
-    const std::string range = first == last ? "" : "-" + std::to_string(last);
-    return " [" + std::to_string(first) + range + " " + name + "]";
+    return first == last ? fmt::format(" [{} {}]", first, name)
+                         : fmt::format(" [{}-{} {}]", first, last, name);
 }
 
 std::string actions_text(const table_layout_s &layout) {
-    std::string text;
-    for (const pb::FieldDescriptor *member : layout.data) {
-        text += (text.empty() ? "data of action " : " or ") + std::to_string(action_of(member));
-    }
-    return text;
+    std::vector<uint32_t> actions;
+    std::ranges::transform(layout.data, std::back_inserter(actions), action_of);
+    return fmt::format("data of action {}", fmt::join(actions, " or "));
 }
 
 rows_s empty_rows() { return {.subject = "fields", .columns = {"field", "value"}, .rows = {}}; }
@@ -105,7 +107,7 @@ rows_s all_layout_rows() {
     for (const std::string &name : table_names()) {
         table_layout_s layout{};
         static_cast<void>(find_table(name, &layout));
-        json_t actions = json_t::array();
+        value_s::list_t actions;
         for (const pb::FieldDescriptor *member : layout.data) {
             actions.push_back(action_of(member));
         }
@@ -137,18 +139,16 @@ std::string layout_summary(const table_layout_s &layout) {
     const std::string parts = part(RECORD_ACTION, "action") + part(RECORD_KEY, "key") +
                               part(RECORD_MASK_FLAG, "mask flag") + part(RECORD_MASK, "mask") +
                               part(RECORD_DATA, actions_text(layout));
-    return layout.name + ": " + kind_of(layout) + ", key record " + std::to_string(layout.key_size) +
-           (layout.key_size == 1 ? " byte" : " bytes") + ", entry record " +
-           std::to_string(layout.record_size) + " bytes\n" + parts.substr(1) + "\n";
+    return fmt::format("{}: {}, key record {} byte{}, entry record {} bytes\n{}\n", layout.name,
+                       kind_of(layout), layout.key_size, layout.key_size == 1 ? "" : "s", layout.record_size,
+                       parts.substr(1));
 }
 
-json_t layout_json(const table_layout_s &layout) {
-    json_t document = {{"table", layout.name},
-                       {"kind", kind_of(layout)},
-                       {"key_bytes", layout.key_size},
-                       {"record_bytes", layout.record_size}};
-    document.update(rows_to_json(layout_rows(layout)));
-    return document;
+std::string layout_json(const table_layout_s &layout) {
+    return rows_to_json(layout_rows(layout), {{"table", layout.name},
+                                              {"kind", kind_of(layout)},
+                                              {"key_bytes", layout.key_size},
+                                              {"record_bytes", layout.record_size}});
 }
 
 rows_s spec_rows(const table_layout_s &layout, const pb::Message &spec, bool numbers) {
@@ -156,10 +156,10 @@ rows_s spec_rows(const table_layout_s &layout, const pb::Message &spec, bool num
     const pb::Reflection &get = *spec.GetReflection();
     for (const record_field_s &field : layout.fields) {
         if (!field.member) {
-            rows.rows.push_back({field.short_name(), people_value(spec, field.field)});
+            rows.rows.push_back({field.short_name(), field_value(spec, field.field)});
         } else if (field.part == RECORD_KEY || get.HasField(spec, field.member)) {
             rows.rows.push_back(
-                {field.short_name(), field_value(get.GetMessage(spec, field.member), field, numbers)});
+                {field.short_name(), value_of(get.GetMessage(spec, field.member), field, numbers)});
         }
     }
     return rows;
@@ -169,20 +169,20 @@ rows_s key_rows(const table_layout_s &layout, const pb::Message &key) {
     rows_s rows = empty_rows();
     for (const record_field_s &field : layout.fields) {
         if (field.part == RECORD_KEY) {
-            rows.rows.push_back({field.short_name(), people_value(key, field.field)});
+            rows.rows.push_back({field.short_name(), field_value(key, field.field)});
         }
     }
     return rows;
 }
 
 std::string key_text(const table_layout_s &layout, const pb::Message &key) {
-    std::string text;
-    for (const auto &row : key_rows(layout, key).rows) {
-        if (row[1] != json_t(0) && row[1] != json_t("")) {
-            text += (text.empty() ? "" : " ") + cell_text(row[0]) + "=" + cell_text(row[1]);
+    std::vector<std::string> words;
+    for (const row_t &row : key_rows(layout, key).rows) {
+        if (row[1] != value_s(0) && row[1] != value_s("")) {
+            words.push_back(fmt::format("{}={}", cell_text(row[0]), cell_text(row[1])));
         }
     }
-    return text.empty() ? "a key of zeros" : text;
+    return words.empty() ? "a key of zeros" : fmt::format("{}", fmt::join(words, " "));
 }
 
 }  // namespace nyxctl

@@ -15,7 +15,7 @@ namespace nyxctl {
 rows_s all_layout_rows();
 
 // A row for each field of the entry record, with its offset in the key record where it is of the key, and a row for
-// bytes behind the last field, which are always zero.
+// the bytes after the last field, which are always zero.
 rows_s layout_rows(const table_layout_s &layout);
 
 // The sizes of the records and their parts in two lines:
@@ -24,7 +24,7 @@ rows_s layout_rows(const table_layout_s &layout);
 std::string layout_summary(const table_layout_s &layout);
 
 // The same as a document: {"table": ..., "kind": ..., "key_bytes": ..., "record_bytes": ..., "fields": [rows]}.
-json_t layout_json(const table_layout_s &layout);
+std::string layout_json(const table_layout_s &layout);
 
 // A row for each field of a Spec or key message: name as entry_args.h takes it, and value. Data of other actions and
 // masks that are not valid are left out. With `numbers`, byte strings of 8 bytes in data, which hold counts, are

@@ -1,9 +1,12 @@
 #include "client/table/table_requests.h"
 
+#include <fmt/format.h>
+#include <fmt/ranges.h>
+
 #include <algorithm>
 
+#include "client/core/fields.h"
 #include "client/core/grpc_call.h"
-#include "client/core/json.h"
 #include "client/core/status_fields.h"
 #include "client/table/record_codec.h"
 #include "client/table/record_rows.h"
@@ -44,8 +47,7 @@ message_list_t take_specs(const pb::Message &response) {
 }
 
 std::string range_text(size_t first, size_t last) {
-    return first == last ? "entry " + std::to_string(first)
-                         : "entries " + std::to_string(first) + " to " + std::to_string(last);
+    return first == last ? fmt::format("entry {}", first) : fmt::format("entries {} to {}", first, last);
 }
 
 // Requests one after the other, and what came of them.
@@ -84,29 +86,29 @@ class requests {
             return {};
         }
         const std::string text = missing_.empty() ? failures_text() : missing_text();
-        return {NYXCTL_EXIT_API_STATUS, layout_.name + ": " + text};
+        return {NYXCTL_EXIT_API_STATUS, fmt::format("{}: {}", layout_.name, text)};
     }
 
  private:
     std::string rest_text(size_t first, size_t last) const {
-        return "; this was the request with " + range_text(first, last) + ", none was sent after it" +
-               (failures_ ? "; before it " + failures_text() : "");
+        return fmt::format("; this was the request with {}, none was sent after it{}",
+                           range_text(first, last), failures_ ? "; before it " + failures_text() : "");
     }
 
     std::string failures_text() const {
         const size_t more = failures_ - std::min(failures_, k_named_max);
-        return text_ + (more ? ", and " + std::to_string(more) + " more requests" : "") +
-               (several_ ? "; the service does not say which" : "; the service does not say why");
+        return fmt::format("{}{}; the service does not say {}", fmt::join(failed_, ", "),
+                           more ? fmt::format(", and {} more requests", more) : "",
+                           several_ ? "which" : "why");
     }
 
     std::string missing_text() const {
-        std::string text;
-        for (size_t i = 0; i < std::min(missing_.size(), k_named_max); i++) {
-            text += (i ? ", " : "") + std::to_string(missing_[i]);
-        }
-        return std::to_string(missing_.size()) + (missing_.size() == 1 ? " entry" : " entries") +
-               " could not be read, most likely because there is none with the key: number " + text +
-               (missing_.size() > k_named_max ? ", ..." : "") + " of those asked for";
+        const auto named = std::span(missing_).first(std::min(missing_.size(), k_named_max));
+        return fmt::format(
+            "{} {} could not be read, most likely because there is none with the key: number {}{} of those "
+            "asked for",
+            missing_.size(), missing_.size() == 1 ? "entry" : "entries", fmt::join(named, ", "),
+            missing_.size() > k_named_max ? ", ..." : "");
     }
 
     // In a response without failure an entry of zeros is just that.
@@ -125,7 +127,7 @@ class requests {
 
     void add_failure(size_t first, size_t count, const std::string &status) {
         if (failures_++ < k_named_max) {
-            text_ += (text_.empty() ? "" : ", ") + range_text(first, first + count - 1) + ": " + status;
+            failed_.push_back(fmt::format("{}: {}", range_text(first, first + count - 1), status));
         }
         several_ = several_ || count > 1;
     }
@@ -137,7 +139,7 @@ class requests {
     const size_t all_;
     size_t failures_ = 0;
     bool several_ = false;
-    std::string text_;
+    std::vector<std::string> failed_;
     std::vector<size_t> missing_;
 };
 
@@ -151,9 +153,11 @@ outcome_s get_entry(const global_options_s &global, const table_layout_s &layout
     message_list_t specs;
     outcome_s outcome = send_entries(global, layout, "Get", keys, {}, &rows, &specs);
     if (outcome.exit_code == NYXCTL_EXIT_API_STATUS) {
-        return {outcome.exit_code, layout.name + ": no entry with " + key_text(layout, key) +
-                                       " could be read: " + cell_text(rows.rows.back().back()) +
-                                       "; most likely there is none, the service does not say why"};
+        return {outcome.exit_code,
+                fmt::format(
+                    "{}: no entry with {} could be read: {}; most likely there is none, the service does not "
+                    "say why",
+                    layout.name, key_text(layout, key), cell_text(rows.rows.back().back()))};
     }
     if (outcome.ok() && specs.empty()) {
         return local_failure(layout.name + ": the agent's answer holds no entry");

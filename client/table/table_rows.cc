@@ -1,7 +1,7 @@
 #include "client/table/table_rows.h"
 
+#include "client/core/fields.h"
 #include "client/core/grpc_call.h"
-#include "client/core/json.h"
 #include "client/core/status_fields.h"
 #include "client/table/entry_args.h"
 #include "client/table/record_rows.h"
@@ -16,7 +16,7 @@ namespace {
 constexpr uint32_t k_entries_now = 0;  // types of TableStatsEntry
 constexpr uint32_t k_entries_most = 1;
 
-json_t table_count(const nyx::TableStatsResponse &stats, uint32_t type) {
+value_s table_count(const nyx::TableStatsResponse &stats, uint32_t type) {
     for (const auto &entry : stats.table_stats().entry()) {
         if (entry.type() == type) return entry.count();
     }
@@ -24,9 +24,9 @@ json_t table_count(const nyx::TableStatsResponse &stats, uint32_t type) {
 }
 
 // The agent may have tables that this client's descriptors do not know.
-std::vector<json_t> table_row(const nyx::TableStatsResponse &stats) {
+row_t table_row(const nyx::TableStatsResponse &stats) {
     table_layout_s layout{};
-    std::vector<json_t> row = {stats.table_name(), nullptr, nullptr, nullptr};
+    row_t row = {stats.table_name(), nullptr, nullptr, nullptr};
     if (find_table(stats.table_name(), &layout).ok()) {
         row = {layout.name, layout.ternary() ? "ternary" : "exact", layout.key_size, layout.record_size};
     }

@@ -1,9 +1,15 @@
 #include "client/view/json_diff.h"
 
+#include <fmt/format.h>
+
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <map>
 #include <optional>
+#include <vector>
+
+#include "client/core/value.h"
 
 namespace nyxctl {
 namespace {
@@ -14,19 +20,22 @@ constexpr const char *k_id_pointers[] = {"/spec/id",          "/id",         "/t
                                          "/port/port_number", "/port_number"};
 constexpr char k_absent[] = "(absent)";
 
-std::string id_text(const json_t &id) { return id.is_string() ? id.get<std::string>() : dump_json(id); }
+std::string text_of(const json_t &value) {
+    return value.is_string() ? value.get<std::string>() : dump_json(value);
+}
 
 struct by_id_s {  // numbers by their value, before all others
     bool operator()(const json_t &a, const json_t &b) const {
         if (a.is_number() != b.is_number()) return a.is_number();
-        return a.is_number() ? a < b : id_text(a) < id_text(b);
+        return a.is_number() ? a < b : text_of(a) < text_of(b);
     }
 };
 
-using elements_t = std::map<json_t, const json_t *, by_id_s>;
+// Of an object by name, of a list by id.
+using members_t = std::map<json_t, const json_t *, by_id_s>;
 
-std::optional<elements_t> elements_by(const json_t &list, const json_t::json_pointer &pointer) {
-    elements_t elements;
+std::optional<members_t> elements_by(const json_t &list, const json_t::json_pointer &pointer) {
+    members_t elements;
     for (const json_t &element : list) {
         const bool has_id =
             element.is_object() && element.contains(pointer) && element[pointer].is_primitive();
@@ -37,35 +46,24 @@ std::optional<elements_t> elements_by(const json_t &list, const json_t::json_poi
     return elements;
 }
 
-elements_t elements_by_index(const json_t &list) {
-    elements_t elements;
-    for (size_t i = 0; i < list.size(); i++) {
-        elements.emplace(i, &list[i]);
-    }
-    return elements;
-}
-
-struct lists_s {
-    elements_t before;
-    elements_t after;
-};
-
-// By the same id on both sides.
-lists_s elements_of(const json_t &before, const json_t &after) {
+// The elements of a list have an id when each of them has it and no two share it; otherwise their index counts.
+members_t members_of(const json_t &dom) {
     for (const char *id : k_id_pointers) {
-        const json_t::json_pointer pointer(id);
-        auto first = elements_by(before, pointer);
-        auto second = elements_by(after, pointer);
-        if (first && second) {
-            return {std::move(*first), std::move(*second)};
+        auto elements = dom.is_array() ? elements_by(dom, json_t::json_pointer(id)) : std::nullopt;
+        if (elements) {
+            return std::move(*elements);
         }
     }
-    return {elements_by_index(before), elements_by_index(after)};
+    members_t members;
+    for (const auto &[name, value] : dom.items()) {
+        members.emplace(dom.is_array() ? json_t(members.size()) : json_t(name), &value);
+    }
+    return members;
 }
 
-// The number in a cell: 64-bit ones are texts in protobuf's JSON.
+// 64-bit numbers are texts in protobuf's JSON.
 std::optional<uint64_t> number_of(const json_t &value) {
-    const std::string text = value.is_string() ? value.get<std::string>() : dump_json(value);
+    const std::string text = text_of(value);
     uint64_t number = 0;
     const auto parsed = std::from_chars(text.data(), text.data() + text.size(), number);
     const bool is_number = parsed.ec == std::errc() && parsed.ptr == text.data() + text.size();
@@ -91,99 +89,68 @@ json_t change_of(const json_t &before, const json_t &after) {
     return *second < *first ? negative(*first - *second) : json_t(*second - *first);
 }
 
-class differences_c {
- public:
-    explicit differences_c(rows_s *rows) : rows_(rows) {}
+const json_t *member(const members_t &members, const json_t &id) {
+    const auto found = members.find(id);
+    return found == members.end() ? nullptr : found->second;
+}
 
-    void compare(const std::string &path, const json_t &before, const json_t &after) {
-        if (before.is_object() && after.is_object()) {
-            compare_objects(path, before, after);
-        } else if (before.is_array() && after.is_array()) {
-            compare_lists(path, elements_of(before, after));
-        } else if (before != after) {
-            add(path, before, after, change_of(before, after));
+void compare(const std::string &path, const json_t *before, const json_t *after, json_t *differences) {
+    if (before && after && before->is_structured() && before->type() == after->type()) {
+        const members_t olds = members_of(*before);
+        const members_t news = members_of(*after);
+        members_t all = olds;
+        all.insert(news.begin(), news.end());
+        for (const auto &[id, unused] : all) {
+            const std::string name = before->is_array() ? "[" + text_of(id) + "]" : text_of(id);
+            compare(path + (path.empty() || before->is_array() ? "" : ".") + name, member(olds, id),
+                    member(news, id), differences);
         }
+    } else if (!before || !after || *before != *after) {
+        differences->push_back({{"path", path.empty() ? "(document)" : path},
+                                {"old", before ? *before : json_t(k_absent)},
+                                {"new", after ? *after : json_t(k_absent)},
+                                {"change", before && after ? change_of(*before, *after) : json_t()}});
     }
+}
 
- private:
-    void add(const std::string &path, const json_t &before, const json_t &after, json_t change) {
-        rows_->rows.push_back({path.empty() ? "(document)" : path, before, after, std::move(change)});
-    }
-
-    void compare_objects(const std::string &path, const json_t &before, const json_t &after) {
-        const std::string prefix = path.empty() ? "" : path + ".";
-        for (const auto &[name, value] : before.items()) {
-            if (after.contains(name)) {
-                compare(prefix + name, value, after[name]);
-            } else {
-                add(prefix + name, value, k_absent, nullptr);
-            }
-        }
-        for (const auto &[name, value] : after.items()) {
-            if (!before.contains(name)) {
-                add(prefix + name, k_absent, value, nullptr);
-            }
-        }
-    }
-
-    void compare_lists(const std::string &path, const lists_s &lists) {
-        for (const auto &[id, element] : lists.before) {
-            const auto other = lists.after.find(id);
-            const std::string name = path + "[" + id_text(id) + "]";
-            if (other != lists.after.end()) {
-                compare(name, *element, *other->second);
-            } else {
-                add(name, *element, k_absent, nullptr);
-            }
-        }
-        for (const auto &[id, element] : lists.after) {
-            if (!lists.before.contains(id)) {
-                add(path + "[" + id_text(id) + "]", k_absent, *element, nullptr);
-            }
-        }
-    }
-
-    rows_s *rows_;
-};
+std::string shown_text(const json_t &value) {
+    return value.is_string() ? cell_text(value.get<std::string>()) : value.is_null() ? "-" : dump_json(value);
+}
 
 }  // namespace
 
-rows_s json_differences(const json_t &before, const json_t &after) {
-    rows_s rows{"differences", {"path", "old", "new", "change"}, {}};
-    differences_c(&rows).compare("", before, after);
-    return rows;
+json_t json_differences(const json_t &before, const json_t &after) {
+    json_t differences = json_t::array();
+    compare("", &before, &after, &differences);
+    return differences;
 }
 
-std::string differences_text(const rows_s &differences) {
+std::string differences_text(const json_t &differences) {
     std::string text;
-    for (const auto &row : differences.rows) {
-        text += cell_text(row[0]) + ": " + cell_text(row[1]) + " -> " + cell_text(row[2]);
-        const std::string sign = row[3].is_number() && row[3].get<double>() >= 0 ? "+" : "";
-        text += row[3].is_null() ? "\n" : " (" + sign + cell_text(row[3]) + ")\n";
+    for (const json_t &row : differences) {
+        text += fmt::format("{}: {} -> {}", shown_text(row["path"]), shown_text(row["old"]),
+                            shown_text(row["new"]));
+        const json_t &change = row["change"];
+        text += change.is_null()
+                    ? "\n"
+                    : fmt::format(" ({}{})\n", change.get<double>() >= 0 ? "+" : "", dump_json(change));
     }
     return text.empty() ? "no differences\n" : text;
 }
 
 json_t sorted_json(const json_t &dom) {
-    if (dom.is_array()) {
-        json_t list = json_t::array();
-        for (const auto &[id, element] : elements_of(dom, dom).before) {
-            list.push_back(sorted_json(*element));
-        }
-        return list;
-    }
-    if (!dom.is_object()) {
+    if (!dom.is_structured()) {
         return dom;
     }
-    std::map<std::string, json_t> members;
-    for (const auto &[name, value] : dom.items()) {
-        members.emplace(name, sorted_json(value));
+    json_t sorted = dom.is_array() ? json_t::array() : json_t::object();
+    for (const auto &[id, value] : members_of(dom)) {
+        if (dom.is_array()) {
+            sorted.push_back(sorted_json(*value));
+        } else {
+            sorted[text_of(id)] = sorted_json(*value);
+        }
     }
-    json_t object = json_t::object();
-    for (auto &[name, value] : members) {
-        object[name] = std::move(value);
-    }
-    return object;
+    return sorted;
 }
 
 }  // namespace nyxctl

@@ -19,6 +19,6 @@ std::vector<const google::protobuf::Message *> elements_at(const google::protobu
                                                            std::string_view path);
 
 // The value of a column, see view_column_s.
-json_t column_value(const google::protobuf::Message &element, const view_column_s &column);
+value_s column_value(const google::protobuf::Message &element, const view_column_s &column);
 
 }  // namespace nyxctl

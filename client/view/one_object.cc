@@ -1,22 +1,23 @@
 #include "client/view/one_object.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <array>
 
-#include "client/core/people_value.h"
-#include "nyx/types/net.pb.h"
+#include "client/core/field_value.h"
+#include "client/core/fields.h"
 
 namespace pb = google::protobuf;
 
 namespace nyxctl {
 namespace {
 
-// First fields of elements that count by kind: MacStats.type and its like.
+// First fields of elements that count by kind, such as MacStats.type.
 constexpr std::array<std::string_view, 3> k_index_names = {"type", "reasons", "queue"};
 
-bool is_said_in_one(const pb::FieldDescriptor *field) {
-    return !field->message_type() || field->message_type() == types::IPAddress::descriptor() ||
-           field->message_type() == types::IPPrefix::descriptor();
+bool is_value(const pb::FieldDescriptor *field) {
+    return !field->message_type() || is_one_value(field->message_type());
 }
 
 bool is_number_and_value(const pb::Descriptor *type) {
@@ -26,11 +27,11 @@ bool is_number_and_value(const pb::Descriptor *type) {
 }
 
 struct walk_s {
-    const std::vector<json_t> &keys;
+    const row_t &keys;
     shown_s *shown;
 
-    void add_row(const std::string &path, json_t value, unsigned bits) const {
-        std::vector<json_t> row = keys;
+    void add_row(const std::string &path, value_s value, unsigned bits) const {
+        row_t row = keys;
         row.emplace_back(path);
         row.push_back(std::move(value));
         shown->rows.rows.push_back(std::move(row));
@@ -41,34 +42,27 @@ struct walk_s {
         const pb::Descriptor *type = element.GetDescriptor();
         if (is_number_and_value(type)) {
             const uint32_t number = element.GetReflection()->GetUInt32(element, type->field(0));
-            add_row(path + "[" + std::to_string(number) + "]", people_value(element, type->field(1)),
+            add_row(fmt::format("{}[{}]", path, number), field_value(element, type->field(1)),
                     counter_bits(type->field(1)));
         } else {
-            add_message(element, path + "[" + std::to_string(index) + "].");
+            add_message(element, fmt::format("{}[{}].", path, index));
         }
     }
 
     void add_list(const pb::Message &message, const pb::FieldDescriptor *field,
                   const std::string &path) const {
-        const pb::Reflection &get = *message.GetReflection();
-        const int size = get.FieldSize(message, field);
-        if (is_said_in_one(field)) {
-            add_numbers(people_value(message, field), path, counter_bits(field));
-        } else if (size == 0) {
-            add_row(path, json_t::array(), 0);
+        const unsigned bits = counter_bits(field);
+        const int size = element_count(message, field);
+        if (size == 0 || (is_value(field) && bits == 0)) {
+            add_row(path, field_value(message, field), 0);
+            return;
         }
-        for (int i = 0; i < size && !is_said_in_one(field); i++) {
-            add_element(get.GetRepeatedMessage(message, field, i), path, i);
-        }
-    }
-
-    // One row, unless each of them counts for itself.
-    void add_numbers(json_t list, const std::string &path, unsigned bits) const {
-        if (bits == 0) {
-            add_row(path, std::move(list), 0);
-        }
-        for (size_t i = 0; i < list.size() && bits != 0; i++) {
-            add_row(path + "[" + std::to_string(i) + "]", list[i], bits);
+        for (int i = 0; i < size; i++) {
+            if (is_value(field)) {
+                add_row(fmt::format("{}[{}]", path, i), element_value(message, field, i), bits);
+            } else {
+                add_element(message_at(message, field, i), path, i);
+            }
         }
     }
 
@@ -77,8 +71,8 @@ struct walk_s {
         const pb::Reflection &get = *message.GetReflection();
         if (field->is_repeated()) {
             add_list(message, field, path);
-        } else if (is_said_in_one(field)) {
-            add_row(path, people_value(message, field), counter_bits(field));
+        } else if (is_value(field)) {
+            add_row(path, field_value(message, field), counter_bits(field));
         } else if (get.HasField(message, field)) {
             add_message(get.GetMessage(message, field), path + ".");
         } else {
@@ -101,8 +95,7 @@ struct walk_s {
 
 }  // namespace
 
-void append_object(const pb::Message &message, const std::string &prefix, const std::vector<json_t> &keys,
-                   shown_s *shown) {
+void append_object(const pb::Message &message, const std::string &prefix, const row_t &keys, shown_s *shown) {
     walk_s{keys, shown}.add_message(message, prefix);
 }
 

@@ -10,12 +10,12 @@
 
 namespace nyxctl {
 
-// Adds a row for every field of the message, with a dotted path behind `prefix`, and the width of its counters to
-// row_bits. Of a oneof only the member that is set; an absent message is null. Of lists of messages each element is
-// told by its index, link_sm_records[0].state, and elements that are a number and its value give one row:
+// Adds a row for every field of the message, with a dotted path after `prefix`, and the width of its counters to
+// row_bits. Of a oneof only the member that is set; an absent message is null. Elements of lists of
+// messages are named by their index, link_sm_records[0].state; elements that are a number and its value give one row,
 // mac_stats[17] for the type 17. A status of the call is left out. `keys` are the first cells of every row.
-void append_object(const google::protobuf::Message &message, const std::string &prefix,
-                   const std::vector<json_t> &keys, shown_s *shown);
+void append_object(const google::protobuf::Message &message, const std::string &prefix, const row_t &keys,
+                   shown_s *shown);
 
 // The head for such rows: the columns `keys`, field and value.
 shown_s object_head(const std::string &subject, std::vector<std::string> keys = {});

@@ -6,37 +6,35 @@
 namespace nyxctl {
 namespace {
 
-using rows_by_key_t = std::map<std::string, const std::vector<json_t> *>;
+using rows_by_key_t = std::map<std::string, const row_t *>;
 
-std::string key_of(const std::vector<json_t> &row, size_t keys, const rows_by_key_t &taken) {
-    json_t key = json_t::array();
+// The cells of the key, and how many rows before have the same.
+std::string key_of(const row_t &row, size_t keys, const rows_by_key_t &taken) {
+    std::string key;
     for (size_t i = 0; i < keys && i < row.size(); i++) {
-        key.push_back(row[i]);
+        key += cell_text(row[i]) + '\0';
     }
-    key.push_back(0);
-    while (taken.contains(dump_json(key))) {
-        key.back() = key.back().get<int>() + 1;
+    for (size_t same = 0;; same++) {
+        const std::string numbered = key + std::to_string(same);
+        if (!taken.contains(numbered)) {
+            return numbered;
+        }
     }
-    return dump_json(key);
-}
-
-std::optional<uint64_t> counter_value(const json_t &cell) {
-    return cell.is_number_integer() ? std::optional(cell.get<uint64_t>()) : std::nullopt;
 }
 
 // Tenths are enough for people, and keep the text short.
-json_t per_second(uint64_t growth, double seconds) {
+value_s per_second(uint64_t growth, double seconds) {
     return std::round(static_cast<double>(growth) / seconds * 10) / 10;
 }
 
-json_t rate_of(const json_t &before, const json_t &now, unsigned bits, double seconds) {
-    const auto first = counter_value(before);
-    const auto second = counter_value(now);
+value_s rate_of(const value_s &before, const value_s &now, unsigned bits, double seconds) {
+    const auto *first = before.as<uint64_t>();
+    const auto *second = now.as<uint64_t>();
     if (bits == 0 || !first || !second || seconds <= 0) {
         return nullptr;
     }
     const auto growth = counter_growth(*first, *second, bits);
-    return growth ? per_second(*growth, seconds) : json_t("reset");
+    return growth ? per_second(*growth, seconds) : value_s("reset");
 }
 
 unsigned bits_of(const shown_s &shown, size_t row, size_t column) {
@@ -57,16 +55,15 @@ void add_titles(const shown_s &shown, std::vector<std::string> *columns) {
     }
 }
 
-std::vector<json_t> row_with_rates(const shown_s &now, size_t index, const std::vector<json_t> *before,
-                                   double seconds) {
-    const std::vector<json_t> &row = now.rows.rows[index];
-    std::vector<json_t> cells;
+row_t row_with_rates(const shown_s &now, size_t index, const row_t *before, double seconds) {
+    const row_t &row = now.rows.rows[index];
+    row_t cells;
     for (size_t i = 0; i < row.size(); i++) {
         cells.push_back(row[i]);
         if (counts(now, i)) {
             const bool known = before && i < before->size();
             cells.push_back(known ? rate_of((*before)[i], row[i], bits_of(now, index, i), seconds)
-                                  : json_t());
+                                  : value_s());
         }
     }
     return cells;

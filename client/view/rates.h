@@ -13,7 +13,7 @@ namespace nyxctl {
 // quarter of its range; else somebody reset it, and there is no growth.
 std::optional<uint64_t> counter_growth(uint64_t before, uint64_t now, unsigned bits);
 
-// `now` with a column "NAME_per_s" behind every column NAME that can hold counters: growth per second since `before`,
+// `now` with a column "NAME_per_s" after every column NAME that can hold counters: growth per second since `before`,
 // "reset" for a counter that was reset, null where there is nothing to compare with. Rows are the same when their keys
 // are, equal ones by their order.
 shown_s with_rates(const shown_s &before, const shown_s &now, double seconds);

@@ -21,8 +21,7 @@ outcome_s read_list_view(const global_options_s &global, const list_view_s &view
                          shown_s *shown);
 outcome_s read_object_view(const global_options_s &global, const object_view_s &view, shown_s *shown);
 
-// The element that `handle` means: a UUID or 32 hexadecimal digits, or a text of its handles that no other element
-// has. Unknown or ambiguous ones end with NYXCTL_EXIT_API_STATUS, and the text says what there is.
+// The object that find_object() finds.
 outcome_s read_element_view(const global_options_s &global, const element_view_s &view,
                             const std::string &handle, shown_s *shown);
 

@@ -13,12 +13,11 @@ namespace {
 constexpr size_t k_hex_max = 64;
 constexpr size_t k_hex_kept = 32;
 
-void cut_hex(json_t *cell) {
-    if (!cell->is_string()) return;
-    const auto text = cell->get<std::string>();
-    const bool is_hex = std::ranges::all_of(text, [](unsigned char c) { return std::isxdigit(c); });
-    if (is_hex && text.size() > k_hex_max) {
-        *cell = text.substr(0, k_hex_kept) + "...";
+void cut_hex(value_s *cell) {
+    const auto *text = cell->as<std::string>();
+    if (text && text->size() > k_hex_max &&
+        std::ranges::all_of(*text, [](unsigned char c) { return std::isxdigit(c); })) {
+        *cell = text->substr(0, k_hex_kept) + "...";
     }
 }
 
@@ -31,7 +30,7 @@ unsigned counter_bits(const pb::FieldDescriptor *field) {
 
 rows_s rows_for_people(rows_s rows) {
     for (auto &row : rows.rows) {
-        std::ranges::for_each(row, [](json_t &cell) { cut_hex(&cell); });
+        std::ranges::for_each(row, [](value_s &cell) { cut_hex(&cell); });
     }
     return rows;
 }

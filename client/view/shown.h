@@ -12,7 +12,7 @@ namespace nyxctl {
 
 struct shown_s {
     rows_s rows;
-    size_t keys = 1;                    // so many of the first columns tell which row is which
+    size_t keys = 1;                    // so many of the first columns identify a row
     std::vector<unsigned> column_bits;  // width of the counters in a column; 0 or missing: no counters
     std::vector<unsigned> row_bits;     // if any: only these rows hold a counter, of this width
 };

@@ -1,0 +1,36 @@
+// Fields found by their names.
+
+#pragma once
+
+#include <google/protobuf/message.h>
+
+#include <memory>
+#include <span>
+#include <string>
+#include <vector>
+
+namespace nyxctl {
+
+// An empty message of a type of the generated pool.
+std::unique_ptr<google::protobuf::Message> new_message(const google::protobuf::Descriptor *type);
+
+// Elements of a list, or 1 for a field that is not repeated; and one of them, the message at `index`.
+int element_count(const google::protobuf::Message &message, const google::protobuf::FieldDescriptor *field);
+const google::protobuf::Message &message_at(const google::protobuf::Message &message,
+                                            const google::protobuf::FieldDescriptor *field, int index);
+
+// The field of that name in either spelling of protobuf, or null.
+const google::protobuf::FieldDescriptor *find_field(const google::protobuf::Descriptor *type,
+                                                    const std::string &name);
+
+std::vector<std::string> field_names(const google::protobuf::Descriptor *type);
+
+// "no such field in nyx.A or nyx.B; nearest: a, b; see nyxctl describe nyx.B"
+std::string unknown_field_text(std::span<const google::protobuf::Descriptor *const> types,
+                               const std::string &name);
+
+// Why the field can't be set: another member of its oneof is set, and would be removed. "" when it can.
+std::string oneof_error(const google::protobuf::Message &message,
+                        const google::protobuf::FieldDescriptor *field);
+
+}  // namespace nyxctl

@@ -4,47 +4,17 @@ usage: agent_test.py FOLDER-OF-PROGRAMS [unittest options]
 """
 
 import contextlib
-import functools
 import json
 import os
 import pathlib
 import signal
 import socket
 import subprocess
-import sys
 import tempfile
 import time
 import unittest
 
-BIN = pathlib.Path(sys.argv.pop(1)).resolve()
-PATIENCE_S = 60  # sanitizers are slow; nothing here waits unless something is wrong
-FREE_PORT = "127.0.0.1:0"
-STOP_S = 5  # the promise is one second; what goes wrong in gRPC takes ten
-
-
-class Agent:
-    """An agent with its socket in `folder`. `grpc` is None when it did not start."""
-
-    def __init__(self, folder, *options, grpc=FREE_PORT, socket_name="svc.sock"):
-        self.socket = str(pathlib.Path(folder) / socket_name)
-        self.process = subprocess.Popen(
-            [BIN / "nyx-agent", "--grpc", grpc, "--socket", self.socket, "--sysconfig", folder, *options],
-            stdout=subprocess.PIPE, stderr=subprocess.PIPE, text=True)
-
-    @functools.cached_property
-    def grpc(self):
-        ready = self.process.stdout.readline()
-        return ready.split()[3] if ready.startswith("nyx-agent ready: grpc ") else None
-
-    def stop(self, with_signal=signal.SIGTERM):
-        """Returns the exit code and what was logged."""
-        self.process.send_signal(with_signal)
-        _, log = self.process.communicate(timeout=STOP_S)
-        return self.process.returncode, log
-
-
-def run(program, *arguments):
-    return subprocess.run([BIN / program, *arguments], capture_output=True, text=True, timeout=PATIENCE_S)
+from agent import BIN, FREE_PORT, Agent, run, wait_until
 
 
 class AgentTest(unittest.TestCase):
@@ -52,14 +22,10 @@ class AgentTest(unittest.TestCase):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
 
     def start(self, *options, **doors):
-        agent = Agent(self.folder, *options, **doors)
-        self.addCleanup(agent.process.communicate)
-        self.addCleanup(agent.process.kill)
-        self.assertTrue(agent.grpc, "the agent did not start")
-        return agent
+        return self.enterContext(Agent(self.folder, *options, **doors))
 
     def ctl(self, agent, *arguments):
-        return run("nyxctl", "--grpc", agent.grpc, "--socket", agent.socket, *arguments)
+        return agent.ctl(*arguments)
 
     def assert_refused(self, text, *options, exit_code=1):
         result = run("nyx-agent", *options)
@@ -111,6 +77,9 @@ class AgentTest(unittest.TestCase):
             self.assertNotIn("error", log)
             self.assertFalse(os.path.exists(agent.socket))
 
+    def fault_calls(self, agent):
+        return json.loads(self.ctl(agent, "-j", "fault", "list").stdout)["faults"][0]["calls"]
+
     def test_stops_though_a_client_does_not_read_its_response(self):
         agent = self.start("--fault", "nyx_tbl_flow_info_read:delay=1000,nth=1")
         pathlib.Path(self.folder, "keys").write_text(json.dumps({"key": [{"k1": n} for n in range(100_000)]}))
@@ -118,9 +87,9 @@ class AgentTest(unittest.TestCase):
                                    f"@{self.folder}/keys"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
         self.addCleanup(client.wait)
         self.addCleanup(client.kill)
-        time.sleep(0.7)  # it has asked, and the agent takes its time to answer
+        wait_until(lambda: self.fault_calls(agent) > 0)  # asked, and delayed
         client.send_signal(signal.SIGSTOP)
-        time.sleep(1.5)  # the agent has answered as much as the connection holds
+        wait_until(lambda: self.fault_calls(agent) == 100_000)  # answered, more than the connection holds
         self.assertEqual(agent.stop()[0], 0)
 
     def test_stops_though_a_debug_command_takes_long(self):
@@ -137,12 +106,7 @@ class AgentTest(unittest.TestCase):
                                    preexec_fn=lambda: os.closerange(0, 3))
         self.addCleanup(process.wait)
         self.addCleanup(process.terminate)
-        for _ in range(PATIENCE_S * 10):
-            if run("nyxctl", "--socket", path, "debug", "help").returncode == 0:
-                break
-            time.sleep(0.1)
-        else:
-            self.fail("does not serve")
+        wait_until(lambda: run("nyxctl", "--socket", path, "debug", "help").returncode == 0)
 
     def test_of_two_agents_at_once_on_one_path_one_is_refused(self):
         for _ in range(3):

@@ -4,15 +4,13 @@ usage: ctl_alias_test.py FOLDER-OF-PROGRAMS [unittest options]
 """
 
 import json
-import pathlib
 import shutil
 import subprocess
-import sys
-import tempfile
 import unittest
 
-BIN = pathlib.Path(sys.argv.pop(1)).resolve()
-PATIENCE_S = 60
+import agent
+from agent import BIN, PATIENCE_S
+
 NOWHERE = "unix:/nonexistent/nyx.sock"
 COMPLETE = """source <("$0" completion bash); COMP_WORDS=("$0" "$@"); COMP_CWORD=$#; _nyxctl
 printf '%s\\n' "${COMPREPLY[@]}" """
@@ -24,20 +22,9 @@ KINDS = {
 }
 
 
-class AliasTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        folder = cls.enterClassContext(tempfile.TemporaryDirectory())
-        cls.agent = cls.enterClassContext(subprocess.Popen(
-            [BIN / "nyx-agent", "--grpc", f"unix:{folder}/g", "--socket", f"{folder}/s", "--sysconfig", folder],
-            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True))
-        cls.addClassCleanup(cls.agent.kill)
-        cls.grpc = cls.agent.stdout.readline().split()[3]
-        cls.mac_file = pathlib.Path(folder, "hostif_mac.json")
-
+class AliasTest(agent.SharedAgentTestCase):
     def ctl(self, *arguments, code=0, grpc=None):
-        result = subprocess.run([BIN / "nyxctl", "--grpc", grpc or self.grpc, *arguments],
-                                capture_output=True, text=True, timeout=PATIENCE_S)
+        result = agent.run("nyxctl", "--grpc", grpc or self.agent.grpc, "--socket", self.agent.socket, *arguments)
         self.assertEqual(result.returncode, code, result.stderr)
         return result
 
@@ -95,7 +82,7 @@ class AliasTest(unittest.TestCase):
         for key in ids:
             self.ctl("call", "InterfaceGet", f"id={key}", code=5)
         self.ctl("add", "interface", "host", "id=a9", "name=h9", "mac_address=00:1a:2b:3c:4d:5e")
-        self.assertIn("h9", self.mac_file.read_text())
+        self.assertIn("h9", (self.agent.folder / "hostif_mac.json").read_text())
 
     def test_switches_and_resets_reach_the_agent(self):
         self.ctl("set", "recovery", "off")

@@ -9,30 +9,19 @@ import signal
 import socket
 import subprocess
 import sys
-import tempfile
 import unittest
 
-BIN = pathlib.Path(sys.argv.pop(1)).resolve()
+import agent
+
 LOST_ERRNO = pathlib.Path(sys.argv.pop(1)).resolve()
-PATIENCE_S = 60
 
 
-class ConnectTest(unittest.TestCase):
-    @classmethod
-    def setUpClass(cls):
-        folder = cls.enterClassContext(tempfile.TemporaryDirectory())
-        cls.agent = cls.enterClassContext(subprocess.Popen(
-            [BIN / "nyx-agent", "--grpc", "127.0.0.1:0", "--socket", f"{folder}/s", "--sysconfig", folder],
-            stdout=subprocess.PIPE, stderr=subprocess.DEVNULL, text=True))
-        cls.addClassCleanup(cls.agent.kill)
-        cls.grpc = cls.agent.stdout.readline().split()[3]
-
-    def ctl(self, grpc, *options, **environment):
-        return subprocess.run([BIN / "nyxctl", "--grpc", grpc, *options, "call", "PortGet"], capture_output=True,
-                              text=True, timeout=PATIENCE_S, env=os.environ | environment)
+class ConnectTest(agent.SharedAgentTestCase):
+    def get_ports(self, grpc, *options, **environment):
+        return agent.run("nyxctl", "--grpc", grpc, *options, "call", "PortGet", env=os.environ | environment)
 
     def assert_fails(self, exit_code, texts, *arguments):
-        result = self.ctl(*arguments)
+        result = self.get_ports(*arguments)
         self.assertEqual(result.returncode, exit_code, result.stderr)
         for text in texts:
             self.assertIn(text, result.stderr)
@@ -40,7 +29,7 @@ class ConnectTest(unittest.TestCase):
 
     def test_lost_errno_of_connect_is_not_an_absent_agent(self):
         options = os.environ.get("ASAN_OPTIONS", "") + ":verify_asan_link_order=0"
-        result = self.ctl(self.grpc, LD_PRELOAD=str(LOST_ERRNO), ASAN_OPTIONS=options)
+        result = self.get_ports(self.agent.grpc, LD_PRELOAD=str(LOST_ERRNO), ASAN_OPTIONS=options)
         self.assertEqual(result.returncode, 0, result.stderr)
 
     def test_absent_agent_is_reported_with_the_reason_of_connect(self):
@@ -53,9 +42,9 @@ class ConnectTest(unittest.TestCase):
         self.assert_fails(2, ["give HOST:PORT"], "::1:50054")
 
     def test_stopped_agent_is_said_to_be_silent(self):
-        self.agent.send_signal(signal.SIGSTOP)
-        self.addCleanup(self.agent.send_signal, signal.SIGCONT)
-        result = self.assert_fails(3, ["accepted the connection but did not answer"], self.grpc, "--timeout", "0.5")
+        self.agent.process.send_signal(signal.SIGSTOP)
+        self.addCleanup(self.agent.process.send_signal, signal.SIGCONT)
+        result = self.assert_fails(3, ["accepted the connection but did not answer"], self.agent.grpc, "--timeout", "0.5")
         self.assertNotIn("TLS", result.stderr)
 
     def test_listener_without_grpc_is_no_agent(self):

@@ -5,12 +5,11 @@ usage: ctl_fault_test.py FOLDER-OF-PROGRAMS [unittest options]
 
 from concurrent import futures
 import json
-import tempfile
 import unittest
 
 import grpc
 
-import agent_test
+import agent
 
 KEY = '{"key": [{"k1": 1}]}'
 
@@ -19,23 +18,9 @@ def entries(*keys):
     return json.dumps({"request": [{"key": {"k1": key}} for key in keys]})
 
 
-class FaultTest(unittest.TestCase):
+class FaultTest(agent.ClientTestCase):
     def setUp(self):
-        folder = self.enterContext(tempfile.TemporaryDirectory())
-        self.agent = agent_test.Agent(folder, "--fault", "nyx_if_read:code=6")
-        self.addCleanup(self.agent.process.communicate)
-        self.addCleanup(self.agent.process.kill)
-        self.grpc = self.agent.grpc
-        self.assertTrue(self.grpc, "the agent did not start")
-
-    def ctl(self, *arguments, exit_code=0):
-        doors = {"--grpc": self.grpc, "--socket": self.agent.socket}
-        result = agent_test.run("nyxctl", *arguments, *(text for door in doors.items() for text in door))
-        self.assertEqual(result.returncode, exit_code, result.stderr)
-        return result
-
-    def json(self, *arguments, exit_code=0):
-        return json.loads(self.ctl("-j", *arguments, exit_code=exit_code).stdout)
+        self.start("--fault", "nyx_if_read:code=6")
 
     def test_fault_strikes_from_add_to_clear_and_counts(self):
         spec = "nyx_tbl_flow_info_create:code=6,every=2"
@@ -60,7 +45,7 @@ class FaultTest(unittest.TestCase):
 
     def test_agent_that_runs_on_no_stand_in_is_told_apart(self):
         server = grpc.server(futures.ThreadPoolExecutor(1))  # offers no service, health and reflection neither
-        self.grpc = f"127.0.0.1:{server.add_insecure_port('127.0.0.1:0')}"
+        self.agent.grpc = f"127.0.0.1:{server.add_insecure_port('127.0.0.1:0')}"
         server.start()
         self.addCleanup(lambda: server.stop(None).wait())
         self.assertIn("runs on no stand-in", self.ctl("fault", "list", exit_code=64 + 12).stderr)

@@ -8,22 +8,14 @@ import pathlib
 import re
 import signal
 import subprocess
-import sys
-import tempfile
 import unittest
 
-BIN = pathlib.Path(sys.argv.pop(1)).resolve()
-PATIENCE_S = 60
+import agent
+
+
 VIEWS = ["ports", "port 1", "interfaces", "interface host0", "lifs", "lifs --classic", "lif 02:ac:3e:00:04:02",
          "tables", "table flow_info k1=7", "system", "pipeline", "sessions 0 3", "heap", "slabs", "packet-buffer",
          "switch-ports", "credits"]
-
-
-def start_agent(folder, *options):
-    process = subprocess.Popen([BIN / "nyx-agent", "--grpc", f"unix:{folder}/g.sock", "--socket", f"{folder}/s.sock",
-                                "--sysconfig", folder, *options], stdout=subprocess.PIPE, text=True)
-    process.stdout.readline()
-    return process
 
 
 def cell_text(cell):
@@ -35,23 +27,15 @@ def cell_text(cell):
     return text[:32] if re.fullmatch("[0-9a-f]{65,}", text) else text
 
 
-class ShowTest(unittest.TestCase):
+class ShowTest(agent.SharedAgentTestCase):
     @classmethod
     def setUpClass(cls):
-        cls.folder = cls.enterClassContext(tempfile.TemporaryDirectory())
-        agent = start_agent(cls.folder)
-        cls.addClassCleanup(agent.communicate)
-        cls.addClassCleanup(agent.kill)
+        super().setUpClass()
         entry = {"request": [{"key": {"k1": 7}, "flow_info_a_data": {"d2": "0000000000000005"}}]}
-        assert cls.ctl("call", "flow_infoCreate", json.dumps(entry)).returncode == 0
+        assert cls.agent.ctl("call", "flow_infoCreate", json.dumps(entry)).returncode == 0
 
-    @classmethod
-    def command(cls, *words, folder=None):
-        return [BIN / "nyxctl", "--grpc", f"unix:{folder or cls.folder}/g.sock", *words]
-
-    @classmethod
-    def ctl(cls, *words, folder=None):
-        return subprocess.run(cls.command(*words, folder=folder), capture_output=True, text=True, timeout=PATIENCE_S)
+    def ctl(self, *words):
+        return self.agent.ctl(*words)
 
     def rows(self, *words):
         result = self.ctl(*words, "-j")
@@ -114,12 +98,12 @@ class ShowTest(unittest.TestCase):
         self.assertRegex(text, r"^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d  sessions 0 3\nSESSION INDEX [^\x1b]*){2}$")
 
     def test_watch_ends_with_0_on_interrupt(self):
-        process = subprocess.Popen(self.command("watch", "ports", "-n", "100"), stdout=subprocess.PIPE, text=True)
+        process = subprocess.Popen(self.agent.command("watch", "ports", "-n", "100"), stdout=subprocess.PIPE, text=True)
         self.addCleanup(process.communicate)
         self.addCleanup(process.kill)
         self.assertRegex(process.stdout.readline(), "ports$")
         process.send_signal(signal.SIGINT)
-        self.assertEqual(process.wait(PATIENCE_S), 0)
+        self.assertEqual(process.wait(agent.PATIENCE_S), 0)
 
     def test_snapshots_differ_in_what_moved_alone(self):
         before = self.snapshot("before")
@@ -145,22 +129,17 @@ class ShowTest(unittest.TestCase):
         self.assertEqual(self.ctl("diff", before, f"{self.folder}/missing").returncode, 2)
 
     def test_what_fails_does_not_take_the_rest_along(self):
-        with tempfile.TemporaryDirectory() as folder:
-            agent = start_agent(folder, "--fault", "debug::nyx_slab_get:code=6",
-                                "--fault", "nyx_if_read_all:code=10,after=2")
-            self.addCleanup(agent.communicate)
-            self.addCleanup(agent.kill)
-            shown = self.ctl("show", "interfaces", folder=folder)
-            self.assertEqual((shown.returncode, len(shown.stdout.splitlines())), (5, 3))
-            snapshot = self.ctl("snapshot", folder=folder)
-            self.assertEqual(snapshot.returncode, 5)
-            document = json.loads(snapshot.stdout)
-            self.assertIn("API_STATUS", document["slabs"]["error"])
-            self.assertNotEqual(document["interfaces"]["api_status"], "API_STATUS_OK")
-            self.assertNotIn("error", document["ports"])
-            agent.kill()
-            agent.wait()
-            self.assertEqual(self.ctl("snapshot", folder=folder).returncode, 3)
+        self.start("--fault", "debug::nyx_slab_get:code=6", "--fault", "nyx_if_read_all:code=10,after=2")
+        shown = self.ctl("show", "interfaces")
+        self.assertEqual((shown.returncode, len(shown.stdout.splitlines())), (5, 3))
+        snapshot = self.ctl("snapshot")
+        self.assertEqual(snapshot.returncode, 5)
+        document = json.loads(snapshot.stdout)
+        self.assertIn("API_STATUS", document["slabs"]["error"])
+        self.assertNotEqual(document["interfaces"]["api_status"], "API_STATUS_OK")
+        self.assertNotIn("error", document["ports"])
+        self.agent.stop()
+        self.assertEqual(self.ctl("snapshot").returncode, 3)
 
 
 if __name__ == "__main__":

@@ -5,25 +5,12 @@ usage: ctl_table_test.py FOLDER-OF-PROGRAMS [unittest options]
 
 import json
 import pathlib
-import tempfile
 import unittest
 
-import agent_test
+import agent
 
 
-class TableTest(unittest.TestCase):
-    def start(self, *options):
-        self.folder = self.enterContext(tempfile.TemporaryDirectory())
-        self.agent = agent_test.Agent(self.folder, *options)
-        self.addCleanup(self.agent.process.communicate)
-        self.addCleanup(self.agent.process.kill)
-        self.assertTrue(self.agent.grpc, "the agent did not start")
-
-    def ctl(self, *arguments, exit_code=0):
-        result = agent_test.run("nyxctl", "--grpc", self.agent.grpc, *arguments)
-        self.assertEqual(result.returncode, exit_code, result.stderr)
-        return result
-
+class TableTest(agent.ClientTestCase):
     def file(self, entries):
         path = pathlib.Path(self.folder, "entries")
         path.write_text("".join(json.dumps(entry) + "\n" for entry in entries))

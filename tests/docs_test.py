@@ -3,7 +3,7 @@
 docs/clients.md: a block of the language sh, python or cpp is run (cpp: saved as example.cc); a block of text behind it
 must stand in what it printed. README.md: what is shown below a "$ nyxctl" must be all that the command prints.
 
-usage: docs_test.py REPOSITORY BUILD-FOLDER PYTHON [unittest options]
+usage: docs_test.py FOLDER-OF-PROGRAMS REPOSITORY BUILD-FOLDER PYTHON [unittest options]
 """
 
 import os
@@ -14,6 +14,8 @@ import sys
 import tempfile
 import unittest
 
+from agent import Agent
+
 ROOT, BUILD, PYTHON = (pathlib.Path(sys.argv.pop(1)).absolute() for _ in range(3))
 BLOCK = re.compile(r"^```(\w+)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 TIMEOUT_S = 120
@@ -23,12 +25,7 @@ class DocsTest(unittest.TestCase):
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
         os.symlink(ROOT / "proto", f"{self.folder}/proto")
-        agent = subprocess.Popen([BUILD / "bin/nyx-agent", "--grpc", f"unix:{self.folder}/grpc", "--socket",
-                                  f"{self.folder}/socket", "--sysconfig", self.folder, "--log-level", "error"],
-                                 stdout=subprocess.PIPE, text=True)
-        self.addCleanup(agent.communicate)
-        self.addCleanup(agent.terminate)
-        self.assertTrue(agent.stdout.readline().startswith("nyx-agent ready"))
+        self.agent = self.enterContext(Agent(self.folder, grpc=f"unix:{self.folder}/grpc", socket_name="socket"))
 
     def run_block(self, language, text):
         if language == "cpp":
@@ -36,7 +33,7 @@ class DocsTest(unittest.TestCase):
             return ""
         command = [PYTHON, "-c", text] if language == "python" else ["bash", "-euc", text]
         environment = os.environ | {"PATH": f"{BUILD}/bin:{os.environ['PATH']}", "NYX_BUILD": str(BUILD),
-                                    "NYX_GRPC": f"unix:{self.folder}/grpc", "NYX_SOCKET": f"{self.folder}/socket",
+                                    "NYX_GRPC": self.agent.grpc, "NYX_SOCKET": self.agent.socket,
                                     "PYTHONPATH": f"{self.folder}/stubs"}
         result = subprocess.run(command, cwd=self.folder, env=environment, capture_output=True, text=True,
                                 timeout=TIMEOUT_S)

@@ -11,7 +11,9 @@ import unittest
 
 import grpc
 
-BIN, PROTOS, PROTOC, PLUGIN = (pathlib.Path(sys.argv.pop(1)).resolve() for _ in range(4))
+from agent import Agent
+
+PROTOS, PROTOC, PLUGIN = (pathlib.Path(sys.argv.pop(1)).resolve() for _ in range(3))
 TIMEOUT_S = 60  # sanitizers are slow
 
 
@@ -27,12 +29,8 @@ class PythonClientTest(unittest.TestCase):
         subprocess.run([PROTOC, f"-I{PROTOS}", f"--python_out={folder}", f"--grpc_python_out={folder}",
                         f"--plugin=protoc-gen-grpc_python={PLUGIN}", *protos], check=True)
         sys.path.insert(0, folder)
-        agent = subprocess.Popen([BIN / "nyx-agent", "--grpc", f"unix:{folder}/grpc", "--socket", f"{folder}/socket",
-                                  "--sysconfig", folder], stdout=subprocess.PIPE, text=True)
-        cls.addClassCleanup(agent.communicate)
-        cls.addClassCleanup(agent.terminate)
-        assert agent.stdout.readline().startswith("nyx-agent ready")
-        cls.channel = cls.enterClassContext(grpc.insecure_channel(f"unix:{folder}/grpc"))
+        agent = cls.enterClassContext(Agent(folder))
+        cls.channel = cls.enterClassContext(grpc.insecure_channel(agent.grpc))
 
     def test_reads_ports(self):
         from nyx import port_pb2, port_pb2_grpc

@@ -1,4 +1,4 @@
-// How gRPC clients are let in.
+// Which gRPC clients may connect.
 
 #pragma once
 
@@ -11,7 +11,7 @@
 
 namespace host {
 
-// Plaintext, or TLS from these files. Throws setup_error when a file can't be used.
+// Plaintext, or TLS from these files. Throws setup_error when a file is unusable.
 std::shared_ptr<grpc::ServerCredentials> server_credentials(const std::optional<tls_options_s> &tls);
 
 }  // namespace host

@@ -36,7 +36,7 @@ namespace {
 
 constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);  // then calls are cancelled
 
-std::vector<std::unique_ptr<grpc::Service>> make_services() {
+std::vector<std::unique_ptr<grpc::Service>> make_services(bool with_faults) {
     std::vector<std::unique_ptr<grpc::Service>> services;
     services.push_back(make_table_service());
     services.push_back(std::make_unique<IfSvcImpl>());
@@ -45,20 +45,34 @@ std::vector<std::unique_ptr<grpc::Service>> make_services() {
     services.push_back(std::make_unique<SystemSvcImpl>());
     services.push_back(std::make_unique<PipelineSvcImpl>());
     services.push_back(std::make_unique<DebugSvcImpl>());
-    services.push_back(std::make_unique<FaultSvcImpl>());
+    if (with_faults) {
+        services.push_back(std::make_unique<FaultSvcImpl>());
+    }
     return services;
 }
 
 // Otherwise the health service tells of the server as a whole alone, and knows no service by name.
-void declare_healthy(grpc::Server *server) {
+void declare_healthy(grpc::Server *server, bool with_faults) {
     for (const char *path : nyx::proto_files()) {
         const auto *file = google::protobuf::DescriptorPool::generated_pool()->FindFileByName(path);
         for (int i = 0; i < file->service_count(); i++) {
             server->GetHealthCheckService()->SetServingStatus(file->service(i)->full_name(), true);
         }
     }
-    server->GetHealthCheckService()->SetServingStatus(nyx::FaultSvc::service_full_name(), true);
+    if (with_faults) {
+        server->GetHealthCheckService()->SetServingStatus(nyx::FaultSvc::service_full_name(), true);
+    }
 }
+
+// gRPC's library of reflection adds its service to every server of the process; this takes it away from one.
+class without_reflection : public grpc::ServerBuilderOption {
+ public:
+    void UpdateArguments(grpc::ChannelArguments *) override {}
+    void UpdatePlugins(std::vector<std::unique_ptr<grpc::ServerBuilderPlugin>> *plugins) override {
+        std::erase_if(*plugins,
+                      [](const auto &plugin) { return plugin->name() == "proto_server_reflection"; });
+    }
+};
 
 // Connections with this descriptor and above are turned away, so that there are some left for everything else. The
 // kernel hands out the lowest number that is free: it tells how many are taken.
@@ -75,12 +89,15 @@ int first_reserved_fd() {
 grpc_door::grpc_door(const options_s &options)
     : listener_(listen_on(options.grpc, options.tls.has_value())),
       stop_(eventfd(0, EFD_CLOEXEC)),
-      services_(make_services()) {
+      services_(make_services(options.fault_service)) {
     // Taken and never given back: after a large response gRPC takes ten seconds to shut itself down.
     grpc_init();
     grpc::EnableDefaultHealthCheckService(true);
     grpc::reflection::InitProtoReflectionServerBuilderPlugin();
     grpc::ServerBuilder builder;
+    if (!options.reflection) {
+        builder.SetOption(std::make_unique<without_reflection>());
+    }
     apply_server_settings(builder);
     for (const auto &service : services_) {
         builder.RegisterService(service.get());
@@ -92,7 +109,7 @@ grpc_door::grpc_door(const options_s &options)
     if (!stop_.valid() || !server_) {
         throw setup_error(options.grpc + ": the gRPC server does not start");
     }
-    declare_healthy(server_.get());
+    declare_healthy(server_.get(), options.fault_service);
     accept_thread_ = std::thread([this] { accept_until_stopped(); });
 }
 

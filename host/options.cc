@@ -15,55 +15,50 @@ namespace {
 
 std::string footer() {
     return R"(
-Faults, to rehearse failures (--fault may be given more than once):
+Faults, to rehearse failures:
 )" + std::string(sim::k_fault_grammar) +
            R"(
 Examples:
-  --fault nyx_tbl_flow_create:code=6              every flowCreate entry fails with code 6
-  --fault nyx_tbl_flow_create:code=6,nth=3        only the third one
-  --fault nyx_tbl_flow_create:code=6,chance=20    one in five, the same ones in every run
-  --fault nyx_tbl_flow_create:full=1000           a table that is full at 1000 entries
-  --fault nyx_tbl_flow_info_read:code=4,key=07    reads of keys that start with byte 07
-  --fault debug::nyx_handle_cmd:delay=300,every=2 every second debug command takes 300 ms longer
-  --fault nyx_if_read_all:code=10,walk=2          a walk over all interfaces breaks after two
-  --fault nyx_flow_summary_get:code=3             a device mode without a flow summary
+  --fault nyx_tbl_flow_create:code=6
+      every entry of flowCreate fails with code 6
+  --fault nyx_tbl_flow_create:code=6,chance=20
+      one entry in five, the same ones in every run
+  --fault nyx_tbl_flow_create:full=1000
+      the table is full at 1000 entries
+  --fault nyx_tbl_flow_info_read:code=4,key=07
+      reads of keys that start with byte 07 fail
+  --fault debug::nyx_handle_cmd:delay=300,every=2
+      every second debug command takes 300 ms longer
+  --fault nyx_if_read_all:code=10,walk=2
+      each walk over all interfaces breaks after two
 
 While the agent runs:
-  nyxctl fault list --operations [TEXT]           what can fail
-  nyxctl fault add SPEC, list, clear              arm faults, see what they struck, remove them
+  nyxctl fault list --operations [TEXT]   what can fail
+  nyxctl fault add SPEC, list, clear      add faults, count calls, remove faults
 
-Exit codes: 0 stopped by SIGTERM or SIGINT, 1 could not start or serve, 2 bad command line.)";
+Exit codes: 0 stopped by SIGTERM, SIGINT or SIGHUP, 1 failed to start or to
+serve, 2 invalid command line.)";
 }
-
-constexpr const char *k_address_help =
-    "Address of the gRPC server: HOST:PORT (port 0: any free one) or unix:PATH. Without TLS only "
-    "addresses that this machine alone can reach";
 
 const std::map<std::string, sdk::types::trace_level_e> k_levels = {
     {"none", sdk::types::TRACE_LEVEL_NONE},   {"error", sdk::types::TRACE_LEVEL_ERROR},
     {"warn", sdk::types::TRACE_LEVEL_WARN},   {"info", sdk::types::TRACE_LEVEL_INFO},
     {"debug", sdk::types::TRACE_LEVEL_DEBUG}, {"verbose", sdk::types::TRACE_LEVEL_VERBOSE}};
 
+// What the options say that needs a second look once all are known.
+struct raw_options_s {
+    std::string level = "info";
+    tls_options_s tls;
+    std::vector<std::string> faults;
+};
+
 // An existing file or folder, without a second name for it in the help text.
 CLI::Validator existing(const CLI::Validator &kind) { return CLI::Validator(kind).description(""); }
-
-void add_tls_options(CLI::App &app, tls_options_s &tls) {
-    auto *cert = app.add_option("--tls-cert", tls.cert_file, "Certificate chain of the gRPC server, PEM");
-    auto *key = app.add_option("--tls-key", tls.key_file, "Private key of the gRPC server, PEM");
-    auto *client_ca = app.add_option("--tls-client-ca", tls.client_ca_file,
-                                     "Only serve clients with a certificate of this CA, PEM");
-    for (auto *file : {cert, key, client_ca}) {
-        file->type_name("FILE")->check(existing(CLI::ExistingFile));
-    }
-    cert->needs(key);
-    key->needs(cert);
-    client_ca->needs(cert);
-}
 
 std::string check_level(const std::string &text) {
     return k_levels.contains(text)
                ? ""
-               : "'" + text + "' is unknown, allowed are none, error, warn, info, debug and verbose";
+               : "unknown level '" + text + "'; known: none, error, warn, info, debug, verbose";
 }
 
 std::string check_fault(const std::string &text) {
@@ -75,40 +70,100 @@ std::string check_fault(const std::string &text) {
     }
 }
 
+// The help is 80 columns wide, of which a text has 50: CLI11 does not break lines.
+void add_service_options(CLI::App &app, options_s &options) {
+    app.add_option("--grpc", options.grpc,
+                   "Address of the gRPC server: HOST:PORT (port 0:\n"
+                   "any free one) or unix:PATH. Without TLS, HOST\n"
+                   "must be this machine's loopback")
+        ->type_name("ADDRESS")
+        ->capture_default_str();
+    app.add_option("--socket", options.socket, "Path of the debug socket, at most 107 bytes")
+        ->type_name("PATH")
+        ->capture_default_str();
+    app.add_option("--sysconfig", options.sysconfig,
+                   "Folder of hostif_mac.json, which keeps the MAC\n"
+                   "addresses of host interfaces")
+        ->type_name("DIR")
+        ->capture_default_str()
+        ->check(existing(CLI::ExistingDirectory));
+    app.add_flag("--fault-service", options.fault_service,
+                 "Serve nyx.FaultSvc, which nyxctl fault uses.\n"
+                 "Always served at a unix: address, where file\n"
+                 "permissions decide who may connect");
+    app.add_flag("--reflection", options.reflection,
+                 "Serve gRPC reflection. Always served at a\n"
+                 "unix: address");
+}
+
+void add_log_options(CLI::App &app, options_s &options, std::string &level) {
+    app.add_option("--log-level", level,
+                   "What to log to stderr: none, error, warn, info,\n"
+                   "debug or verbose")
+        ->type_name("LEVEL")
+        ->check(check_level)
+        ->capture_default_str();
+    app.add_option("--log-limit", options.log_limit,
+                   "Most lines per second that each place in the\n"
+                   "code may log; 0: no limit")
+        ->type_name("LINES")
+        ->capture_default_str();
+}
+
+void add_tls_options(CLI::App &app, tls_options_s &tls) {
+    auto *cert = app.add_option("--tls-cert", tls.cert_file,
+                                "Certificate chain of the gRPC server, PEM.\n"
+                                "Encrypts; does not restrict who may connect");
+    auto *key = app.add_option("--tls-key", tls.key_file, "Private key of the gRPC server, PEM");
+    auto *client_ca = app.add_option("--tls-client-ca", tls.client_ca_file,
+                                     "Serve only clients with a certificate from this\n"
+                                     "CA, PEM");
+    for (auto *file : {cert, key, client_ca}) {
+        file->type_name("FILE")->check(existing(CLI::ExistingFile));
+    }
+    cert->needs(key);
+    key->needs(cert);
+    client_ca->needs(cert);
+}
+
+void add_fault_option(CLI::App &app, std::vector<std::string> &faults) {
+    app.add_option("--fault", faults,
+                   "Make an operation of the stand-in fail or take\n"
+                   "longer, as described below; may be given more\n"
+                   "than once")
+        ->type_name("SPEC")
+        ->check(check_fault);
+}
+
+void finish(const raw_options_s &raw, options_s *options) {
+    options->trace_level = k_levels.at(raw.level);
+    if (!raw.tls.cert_file.empty()) {
+        options->tls = raw.tls;
+    }
+    for (const auto &fault : raw.faults) {
+        options->faults.push_back(sim::parse_fault(fault));
+    }
+    const bool guarded = options->grpc.starts_with("unix:");
+    options->fault_service = options->fault_service || guarded;
+    options->reflection = options->reflection || guarded;
+}
+
 }  // namespace
 
 parsed_s parse_command_line(int argc, char **argv) {
     CLI::App app(
-        "The dataplane agent on an in-memory stand-in for its card: serves gRPC and the debug socket.",
+        "The dataplane agent on an in-memory stand-in for its card: serves gRPC and the\n"
+        "debug socket.",
         "nyx-agent");
-    options_s options = {.grpc = NYX_DEFAULT_GRPC,
-                         .socket = NYX_DEFAULT_SOCKET,
-                         .sysconfig = "/sysconfig/config0",
-                         .trace_level = {},
-                         .tls = {},
-                         .faults = {}};
-    tls_options_s tls;
-    std::vector<std::string> faults;
-    app.add_option("--grpc", options.grpc, k_address_help)->type_name("ADDRESS")->capture_default_str();
-    app.add_option("--socket", options.socket, "Path of the debug socket, at most 107 bytes")
-        ->type_name("PATH")
-        ->capture_default_str();
-    auto *sysconfig =
-        app.add_option("--sysconfig", options.sysconfig,
-                       "Folder of hostif_mac.json, where host interface MAC addresses are kept");
-    sysconfig->type_name("DIR")->capture_default_str()->check(existing(CLI::ExistingDirectory));
-    std::string level = "info";
-    app.add_option("--log-level", level,
-                   "What is logged to stderr: none, error, warn, info, debug or verbose")
-        ->type_name("LEVEL")
-        ->check(check_level)
-        ->capture_default_str();
-    add_tls_options(app, tls);
-    app.add_option(
-           "--fault", faults,
-           "Let an operation of the stand-in fail or be slow: OPERATION:code=CODE or OPERATION:delay=MS")
-        ->type_name("SPEC")
-        ->check(check_fault);
+    options_s options;
+    options.grpc = NYX_DEFAULT_GRPC;
+    options.socket = NYX_DEFAULT_SOCKET;
+    options.sysconfig = "/sysconfig/config0";
+    raw_options_s raw;
+    add_service_options(app, options);
+    add_log_options(app, options, raw.level);
+    add_tls_options(app, raw.tls);
+    add_fault_option(app, raw.faults);
     app.set_version_flag("--version", NYX_VERSION);
     app.footer(footer());
     try {
@@ -120,13 +175,7 @@ parsed_s parse_command_line(int argc, char **argv) {
         fmt::print(stderr, "nyx-agent: {}; see nyx-agent --help\n", error.what());
         return {.options = {}, .exit_code = 2};
     }
-    options.trace_level = k_levels.at(level);
-    if (!tls.cert_file.empty()) {
-        options.tls = tls;
-    }
-    for (const auto &fault : faults) {
-        options.faults.push_back(sim::parse_fault(fault));
-    }
+    finish(raw, &options);
     return {.options = std::move(options), .exit_code = 0};
 }
 

@@ -18,16 +18,19 @@ struct tls_options_s {
 };
 
 struct options_s {
-    std::string grpc;       // HOST:PORT or unix:PATH
-    std::string socket;     // path of the service request socket
-    std::string sysconfig;  // folder of hostif_mac.json
-    sdk::types::trace_level_e trace_level;
+    std::string grpc;            // HOST:PORT or unix:PATH
+    std::string socket;          // path of the service request socket
+    std::string sysconfig;       // folder of hostif_mac.json
+    bool fault_service = false;  // serve nyx.FaultSvc
+    bool reflection = false;
+    sdk::types::trace_level_e trace_level = sdk::types::TRACE_LEVEL_INFO;
+    unsigned log_limit = 10;           // lines a second of each call site; 0: no limit
     std::optional<tls_options_s> tls;  // none: plaintext
     std::vector<sim::fault_s> faults;
 };
 
-// Returns the options, or the exit code for the process when there is nothing to run: after --help, or after
-// a complaint about the command line on stderr.
+// Returns the options, or the exit code when there is nothing to run: after --help, or after an error message about the
+// command line on stderr.
 struct parsed_s {
     std::optional<options_s> options;
     int exit_code;

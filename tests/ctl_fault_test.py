@@ -20,7 +20,7 @@ def entries(*keys):
 
 class FaultTest(agent.ClientTestCase):
     def setUp(self):
-        self.start("--fault", "nyx_if_read:code=6")
+        self.start("--fault-service", "--fault", "nyx_if_read:code=6")
 
     def test_fault_strikes_from_add_to_clear_and_counts(self):
         spec = "nyx_tbl_flow_info_create:code=6,every=2"
@@ -48,7 +48,7 @@ class FaultTest(agent.ClientTestCase):
         self.agent.grpc = f"127.0.0.1:{server.add_insecure_port('127.0.0.1:0')}"
         server.start()
         self.addCleanup(lambda: server.stop(None).wait())
-        self.assertIn("runs on no stand-in", self.ctl("fault", "list", exit_code=64 + 12).stderr)
+        self.assertIn("does not offer fault injection", self.ctl("fault", "list", exit_code=64 + 12).stderr)
         states = [(row["check"], row["state"]) for row in self.json("status")["status"]]
         self.assertIn(("grpc", "ok"), states)
         self.assertIn(("health", "unknown"), states)

@@ -31,9 +31,12 @@ class GrpcDoor : public testing::Test {
     // down.
     static void SetUpTestSuite() { grpc_init(); }
 
-    GrpcDoor() {
+    GrpcDoor() { start(true); }
+
+    void start(bool with_options) {
         host::options_s options = {};
         options.grpc = "127.0.0.1:0";
+        options.fault_service = options.reflection = with_options;
         door_.emplace(options);
     }
 
@@ -103,6 +106,30 @@ TEST_F(GrpcDoor, ReflectionAndHealthKnowTheServices) {
         EXPECT_THAT(ask(channel(), k_reflection, file_of_symbol), HasSubstr(".proto"));
     }
     EXPECT_EQ(ask(channel(), "/grpc.health.v1.Health/Check", ""), "\x08\x01");  // SERVING
+}
+
+TEST_F(GrpcDoor, FaultsAndReflectionAreServedOnlyWhenAskedFor) {
+    const auto unimplemented = [this](const std::string &method) {
+        grpc::TemplatedGenericStub<grpc::ByteBuffer, grpc::ByteBuffer> stub(channel());
+        grpc::ClientContext context;
+        context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(30));
+        grpc::CompletionQueue queue;
+        const auto call = stub.PrepareUnaryCall(&context, method, to_buffer(""), &queue);
+        grpc::ByteBuffer response;
+        grpc::Status status;
+        call->StartCall();
+        call->Finish(&response, &status, nullptr);
+        void *tag = nullptr;
+        bool ok = false;
+        queue.Next(&tag, &ok);
+        return status.error_code() == grpc::StatusCode::UNIMPLEMENTED;
+    };
+    for (const std::string &method : {std::string(k_reflection), std::string("/nyx.FaultSvc/FaultList")}) {
+        start(true);
+        EXPECT_FALSE(unimplemented(method));
+        start(false);
+        EXPECT_TRUE(unimplemented(method));
+    }
 }
 
 TEST_F(GrpcDoor, RequestsOfUpTo16MebibytesAreTaken) {

@@ -45,7 +45,8 @@ class Agent:
         with open(self.log, "ab") as log:
             self.process = subprocess.Popen(
                 [self.programs / "nyx-agent", "--grpc", "127.0.0.1:0", "--socket", self.socket, "--sysconfig",
-                 sysconfig or self.folder, *options], stdout=subprocess.PIPE, stderr=log, text=True,
+                 sysconfig or self.folder, "--fault-service", "--reflection", *options], stdout=subprocess.PIPE,
+                stderr=log, text=True,
                 preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (files, files)))
         ready = self.process.stdout.readline().split()
         self.grpc = ("127.0.0.1", int(ready[3].rsplit(":", 1)[1])) if ready else None

@@ -60,7 +60,7 @@ outcome_s call(const global_options_s &global, const char *name, const google::p
     if (outcome.exit_code == k_unimplemented) {
         outcome.text =
             "the agent at " + global.grpc +
-            " runs on no stand-in, so failures can't be rehearsed there; use one that nyx-agent serves";
+            " does not offer fault injection; nyx-agent does, over TCP with its option --fault-service";
     }
     return outcome;
 }

@@ -140,7 +140,7 @@ void report_health(const global_options_s &options, const std::string &service, 
     HealthCheckResponse response;
     const outcome_s outcome = ask_health(options, service, &response);
     if (outcome.exit_code == k_not_found && service == k_stand_in_service) {
-        report->add("health", service, "info", "not served: the agent runs on no stand-in");
+        report->add("health", service, "info", "not served; nyx-agent --fault-service does");
     } else if (outcome.exit_code == k_not_found || outcome.exit_code == k_unimplemented) {
         report->add("health", service, "unknown", "the agent does not tell");
     } else if (!outcome.ok()) {

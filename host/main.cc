@@ -4,6 +4,7 @@
 #include <pthread.h>
 #include <signal.h>
 #include <spdlog/sinks/stdout_sinks.h>
+#include <unistd.h>
 
 #include <chrono>
 #include <cstdlib>
@@ -12,8 +13,9 @@
 #include "agent_api/trace_level.h"
 #include "agent_api/trace_logger.h"
 #include "base/standard_descriptors.h"
+#include "host/agent_log.h"
 #include "host/grpc_door.h"
-#include "host/grpc_log.h"
+#include "host/library_logs.h"
 #include "host/options.h"
 #include "host/socket_door.h"
 #include "sim/card/host_interfaces.h"
@@ -21,30 +23,62 @@
 
 namespace {
 
-// The signals are taken by sigwait() on the main thread alone: a gRPC server can't be stopped from a handler.
+// sigwait() on the main thread takes them: a gRPC server can't be stopped from a handler. A blocked signal is delivered
+// even if it is ignored, as nohup does with SIGHUP, so that one is asked first.
 sigset_t block_stop_signals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
     sigaddset(&signals, SIGINT);
+    struct sigaction hangup;
+    if (sigaction(SIGHUP, nullptr, &hangup) == 0 && hangup.sa_handler != SIG_IGN) {
+        sigaddset(&signals, SIGHUP);
+    }
     pthread_sigmask(SIG_BLOCK, &signals, nullptr);
     return signals;
 }
 
-// A debug command or a peer can hold a door open for as long as it likes. What has not let go in time is left behind.
-void stop_in_time(host::grpc_door &grpc, host::socket_door &socket) {
-    constexpr auto k_patience = std::chrono::milliseconds(900);
+// A peer that has gone, a file that has reached the limit of its size, a terminal that belongs to another process group:
+// the write fails, and the agent goes on.
+void ignore_signals_of_writes() {
+    for (const int number : {SIGPIPE, SIGXFSZ, SIGTTOU}) {
+        signal(number, SIG_IGN);
+    }
+}
+
+// Libraries log why they abort; without this the process would end before that line is written.
+void let_the_log_finish_before_an_abort() {
+    signal(SIGABRT, [](int) {
+        constexpr useconds_t k_patience_us = 50'000;
+        usleep(k_patience_us);
+    });
+}
+
+constexpr auto k_log_patience = std::chrono::milliseconds(50);
+
+// A debug command or a peer can hold a server open for as long as it likes. What has not stopped in time is abandoned.
+void stop_in_time(host::grpc_door &grpc, host::socket_door &socket, host::agent_log &log) {
+    constexpr auto k_patience = std::chrono::milliseconds(850);
     const auto deadline = std::chrono::steady_clock::now() + k_patience;
     const auto grpc_stopped = std::async(std::launch::async, [&] { grpc.stop(); });
     const auto socket_stopped = std::async(std::launch::async, [&] { socket.stop(); });
     for (const auto *stopped : {&grpc_stopped, &socket_stopped}) {
         if (stopped->wait_until(deadline) != std::future_status::ready) {
+            log.drain(k_log_patience);
             std::_Exit(0);
         }
     }
 }
 
-// What an agent does with the file at its start. A broken one is told of, and left for the next update to replace.
+void warn_of_missing_protection(const host::options_s &options) {
+    if (options.tls && options.tls->client_ca_file.empty()) {
+        fmt::print(stderr,
+                   "nyx-agent: warning: --tls-cert encrypts, but any client may connect and change the card; "
+                   "give --tls-client-ca to serve only clients with a certificate\n");
+    }
+}
+
+// What an agent does with the file at its start. A broken one is reported, and the next update replaces it.
 void restore_host_interfaces(const std::string &sysconfig) {
     g_host_if_mac_file = sysconfig + "/hostif_mac.json";
     std::string error;
@@ -53,15 +87,14 @@ void restore_host_interfaces(const std::string &sysconfig) {
     }
 }
 
-int serve(const host::options_s &options) {
-    const sigset_t stop_signals = block_stop_signals();
+int serve(const host::options_s &options, const sigset_t &stop_signals, host::agent_log &log) {
     host::grpc_door grpc(options);
     host::socket_door socket(options.socket);
     fmt::print("nyx-agent ready: grpc {} socket {}\n", grpc.address(), options.socket);
     fflush(stdout);
     int signal = 0;
     sigwait(&stop_signals, &signal);
-    stop_in_time(grpc, socket);
+    stop_in_time(grpc, socket, log);
     return 0;
 }
 
@@ -73,21 +106,30 @@ int main(int argc, char **argv) {
     if (!parsed.options) {
         return parsed.exit_code;
     }
-    signal(SIGPIPE, SIG_IGN);
-    utils::log trace_logger(spdlog::stderr_logger_mt("nyx-agent"), 0);
-    host::redirect_grpc_log(trace_logger.logger());
+    const sigset_t stop_signals = block_stop_signals();  // before there are other threads
+    ignore_signals_of_writes();
+    let_the_log_finish_before_an_abort();
+    // Never destroyed: if nobody reads stderr, its thread does not end.
+    static auto &log =
+        *new host::agent_log(std::make_shared<spdlog::sinks::stderr_sink_st>(), parsed.options->log_limit);
+    utils::log trace_logger(log.logger(), 0);
+    host::redirect_library_logs(log.logger());
     core::g_trace_logger = &trace_logger;
     core::trace_update(parsed.options->trace_level);
     for (const auto &fault : parsed.options->faults) {
         sim::add_fault(fault);
     }
+    warn_of_missing_protection(*parsed.options);
     restore_host_interfaces(parsed.options->sysconfig);
     int exit_code = 1;
     try {
-        exit_code = serve(*parsed.options);
+        exit_code = serve(*parsed.options, stop_signals, log);
     } catch (const std::exception &error) {
         fmt::print(stderr, "nyx-agent: {}\n", error.what());
     }
     core::g_trace_logger = nullptr;
+    if (!log.drain(k_log_patience)) {
+        std::_Exit(exit_code);  // exit() would wait for stderr, which the log's thread is writing to
+    }
     return exit_code;
 }

@@ -81,7 +81,7 @@ class AgentTest(unittest.TestCase):
         return json.loads(self.ctl(agent, "-j", "fault", "list").stdout)["faults"][0]["calls"]
 
     def test_stops_though_a_client_does_not_read_its_response(self):
-        agent = self.start("--fault", "nyx_tbl_flow_info_read:delay=1000,nth=1")
+        agent = self.start("--fault-service", "--fault", "nyx_tbl_flow_info_read:delay=1000,nth=1")
         pathlib.Path(self.folder, "keys").write_text(json.dumps({"key": [{"k1": n} for n in range(100_000)]}))
         client = subprocess.Popen([BIN / "nyxctl", "--grpc", agent.grpc, "call", "flow_infoGet",
                                    f"@{self.folder}/keys"], stdout=subprocess.DEVNULL, stderr=subprocess.DEVNULL)
@@ -195,8 +195,8 @@ class AgentTest(unittest.TestCase):
         ca, foreign_ca = self.make_certificate("ca"), self.make_certificate("foreign-ca")
         server, expired_server = self.make_certificate("agent", ca), self.make_certificate("old-agent", ca, days=-1)
         tls = ("--tls-cert", server[0], "--tls-key", server[1])
-        self.assert_refused("no PEM certificate", *self.free_options(), "--tls-cert", ca[1], "--tls-key", ca[0])
-        self.assert_refused("no unencrypted PEM private key", *self.free_options(), *tls[:3], ca[1])
+        self.assert_refused("not a PEM certificate", *self.free_options(), "--tls-cert", ca[1], "--tls-key", ca[0])
+        self.assert_refused("not the unencrypted PEM private key", *self.free_options(), *tls[:3], ca[1])
 
         agent = self.start(*tls, "--tls-client-ca", ca[0])
         call = ("call", "flowGet", "--timeout", "20")
@@ -207,10 +207,12 @@ class AgentTest(unittest.TestCase):
             options = ("--tls-cert", identity[0], "--tls-key", identity[1]) if identity else ()
             self.assertEqual(self.ctl(agent, "--tls-ca", ca[0], *options, *call).returncode, exit_code, name)
         self.assertEqual(self.ctl(agent, *call).returncode, 3, "plaintext")
+        self.assertNotIn("any client may connect", agent.stop()[1])
 
         open_to_all = self.start(*tls, socket_name="tls.sock")
         self.assertEqual(self.ctl(open_to_all, "--tls-ca", ca[0], *call).returncode, 0)
         self.assertEqual(self.ctl(open_to_all, "--tls-ca", foreign_ca[0], *call).returncode, 3, "server of a foreign CA")
+        self.assertIn("any client may connect", open_to_all.stop()[1])
         expired = self.start("--tls-cert", expired_server[0], "--tls-key", expired_server[1], socket_name="old.sock",
                              grpc=FREE_PORT)
         self.assertEqual(self.ctl(expired, "--tls-ca", ca[0], *call).returncode, 3, "expired server")

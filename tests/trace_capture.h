@@ -25,13 +25,15 @@ class collecting_sink : public spdlog::sinks::base_sink<std::mutex> {
     }
     void throw_from_now_on() { throws_ = true; }
 
- private:
+ protected:
     void sink_it_(const spdlog::details::log_msg &line) override {
         if (throws_) {
             throw std::runtime_error("the sink is broken");
         }
         lines_.emplace_back(line.payload.begin(), line.payload.end());
     }
+
+ private:
     void flush_() override { flushes_++; }
 
     std::vector<std::string> lines_;

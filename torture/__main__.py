@@ -34,7 +34,7 @@ WITHOUT_AGENT = {
     "mac-file-shared": Attack(life.mac_file_shared, 1889, 20),  # 34,002 updates
 }
 ATTACKS = {
-    "log-forging": Attack(life.log_forging, 20, 1),
+    "log-forging": Attack(life.log_forging, 20, 1, 20000, ("--log-limit", "0")),
     "descriptor-storm": Attack(socket_door.descriptor_storm, 1, 60),
     "vanishing-peers": Attack(socket_door.vanishing_peers, 1000, 10),
     "silent-peers": Attack(socket_door.silent_peers, 8000, 400),

@@ -51,7 +51,7 @@ grpc::Status FaultSvcImpl::FaultClear(grpc::ServerContext *, const nyx::FaultCle
     std::vector<sim::armed_fault_s> removed;
     if (const auto unknown = sim::remove_faults(ids, &removed)) {
         return {grpc::StatusCode::NOT_FOUND,
-                "there is no fault " + std::to_string(*unknown) + "; none was removed"};
+                "unknown fault " + std::to_string(*unknown) + "; none was removed"};
     }
     fill(removed, rsp);
     return grpc::Status::OK;

@@ -43,8 +43,7 @@ socket_file::socket_file(std::string path) : path_(std::move(path)), lock_path_(
     struct stat status;
     const bool taken = lstat(path_.c_str(), &status) == 0;
     if (taken && !S_ISSOCK(status.st_mode)) {
-        throw setup_error(path_ +
-                          ": there is something that is no socket; move it away or choose another path");
+        throw setup_error(path_ + ": exists and is not a socket; move it away or choose another path");
     }
     lock();
     if (taken && somebody_listens(path_)) {

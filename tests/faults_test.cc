@@ -39,7 +39,7 @@ class faults : public testing::Test {
 TEST_F(faults, LimitsChooseTheCalls) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"code=6", "xxxxxxxxxxxx"},
-        {"code=6,nth=3", "..x........."},
+        {"code=SDK_RET_HW_TABLE_FULL,nth=3", "..x........."},
         {"code=6,every=3", "..x..x..x..x"},
         {"after=9,code=6", ".........xxx"},
         {"code=6,after=4,every=2", ".....x.x.x.x"},
@@ -120,18 +120,22 @@ TEST_F(faults, ListCounts_RemovingTakesAllIdsOrNone) {
 TEST_F(faults, WrongTextsAreRefusedWithTheReason) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"nyx_if_read", "OPERATION:code=CODE"},
-        {"nyx_if_raed:code=6", "no operation 'nyx_if_raed'; nearest: nyx_if_read"},
+        {"nyx_if_raed:code=6", "unknown operation 'nyx_if_raed'; nearest: nyx_if_read"},
         {"nyx_if_read:nth=6", "needs code= or delay="},
-        {"nyx_if_read:code=6,code=7", "code= is there twice"},
-        {"nyx_if_read:code=6,nht=7", "allowed are code=, key=, after="},
-        {"nyx_if_read:code=6,chance=101", "chance must be a number from 1 to 100"},
-        {"nyx_if_read:code=6,nth=2,every=2", "there can be one"},
-        {"nyx_if_read:code=6,chance=5,every=2", "there can be one"},
+        {"nyx_if_read:code=0", "code= must be"},
+        {"nyx_if_read:code=SDK_RET_HW_TABLE_FUL", "nearest: SDK_RET_HW_TABLE_FULL"},
+        {"nyx_if_read:code=6,nth=0", "nth= must be"},
+        {"nyx_if_read:code=6,key=0", "hexadecimal"},
+        {"nyx_if_read:code=6,code=7", "code= is given twice"},
+        {"nyx_if_read:code=6,nht=7", "known: code=, key=, after="},
+        {"nyx_if_read:code=6,chance=101", "chance= must be a number from 1 to 100"},
+        {"nyx_if_read:code=6,nth=2,every=2", "at most one of"},
+        {"nyx_if_read:code=6,chance=5,every=2", "at most one of"},
         {"nyx_if_read:code=6,nth=2,after=2", "leave out after="},
-        {"nyx_if_read:code=6,seed=2", "seed= is for chance="},
-        {"nyx_if_create:full=2", "nyx_tbl_<table>_create alone"},
-        {"nyx_tbl_flow_update:full=2", "nyx_tbl_<table>_create alone"},
-        {"nyx_tbl_flow_create:full=2,delay=5", "full= goes with code= alone"},
+        {"nyx_if_read:code=6,seed=2", "seed= needs chance="},
+        {"nyx_if_create:full=2", "only for nyx_tbl_<table>_create"},
+        {"nyx_tbl_flow_update:full=2", "only for nyx_tbl_<table>_create"},
+        {"nyx_tbl_flow_create:full=2,delay=5", "full= goes only with code="},
         {"nyx_if_read:code=6,key=" + std::string(512, '0'), "at most 512 bytes"},
     };
     for (const auto &[text, reason] : cases) {

@@ -1,8 +1,7 @@
-// Faults of the stand-in, as data: what an operation of the agent's libraries does instead of its work. How they are
-// written: sim/proto/fault_grammar.h.
+// The faults that are armed. Any thread.
 //
-// A walk over objects asks once before each object, so that nth=, after= and key= let it fail halfway too; a walk over
-// nothing counts as one call. Any thread.
+// An operation asks once for each call. A walk over objects asks before each object, so that nth=, after= and key= can
+// let it fail halfway; a walk over nothing counts as one call.
 
 #pragma once
 
@@ -15,38 +14,25 @@
 #include <vector>
 
 #include "agent_api/sdk_ret.h"
+#include "sim/faults/parse_fault.h"
 
 namespace sim {
 
-struct fault_s {
-    std::string text;  // as it was written
-    std::string operation;
-    sdk::sdk_ret_t code = sdk::SDK_RET_OK;
-    std::optional<uint64_t> delay_ms;
-    std::optional<uint64_t> after, nth, every, walk, full, chance, seed;  // above
-    std::vector<uint8_t> key;
-};
-
-// Longer texts are no faults.
-inline constexpr size_t k_max_fault_size = 512;  // bytes
-
-// Throws std::invalid_argument with a text for people when `text` is no fault or names no operation.
-fault_s parse_fault(std::string_view text);
-
-// Returns the fault's id: 1, 2, and so on, never used again.
+// Arms a fault and returns its id: 1, 2, and so on, never used again.
 uint32_t add_fault(fault_s fault);
 
 struct armed_fault_s {
     uint32_t id;
     std::string text;
-    uint64_t calls, strikes;  // of its operation for its key since it was added, and how many were struck
+    uint64_t calls;    // of its operation, for its key, since it was added
+    uint64_t strikes;  // those of them that failed or were delayed
 };
 
 // In the order they were added.
 std::vector<armed_fault_s> armed_faults();
 
-// Removes these faults, all for no ids, and sets `removed` to what they were. Without a fault of one of the ids
-// returns that id and removes none.
+// Removes the faults with these ids, or all faults if `ids` is empty, and sets `removed` to what they were. If an id is
+// unknown, removes nothing and returns that id.
 std::optional<uint32_t> remove_faults(std::span<const uint32_t> ids, std::vector<armed_fault_s> *removed);
 void clear_faults();
 
@@ -54,24 +40,24 @@ void clear_faults();
 std::vector<std::string> fault_operations();
 std::string table_operation(std::string_view table, std::string_view operation);
 
-// Whether there is any fault; operations ask this first, because it costs nothing.
+// Whether any fault is armed. Operations ask this first, because it costs nothing.
 bool faults_armed();
 
-// To be called once by each operation that begins: waits where a delay asks for it, and returns the code to
-// fail with, or SDK_RET_OK. `record`: of a walk, how many records it has visited.
+// Each operation calls this once when it begins: waits if a fault delays the call, and returns the code to fail with, or
+// SDK_RET_OK. `record`: in a walk, how many records it has visited.
 sdk::sdk_ret_t injected_fault(std::string_view operation, std::span<const uint8_t> key = {},
                               std::optional<uint64_t> record = {});
 
-// The same for full=, without waiting: to be called while the table is locked, which has `entries` entries.
+// The same for full=, without waiting. The caller holds the lock of the table, which has `entries` entries.
 sdk::sdk_ret_t full_table_fault(std::string_view operation, size_t entries);
 
-// The same as injected_fault(), free while there is no fault.
+// injected_fault(), but free while no fault is armed.
 inline sdk::sdk_ret_t fault(std::string_view operation, std::span<const uint8_t> key = {},
                             std::optional<uint64_t> record = {}) {
     return faults_armed() ? injected_fault(operation, key, record) : sdk::SDK_RET_OK;
 }
 
-// Visits records up to the first fault. `key_of` gives the key bytes of a record, for faults limited to a key.
+// Visits records up to the first fault. `key_of` returns the key bytes of a record, for faults with key=.
 template <class Records, class KeyOf, class Visit>
 sdk::sdk_ret_t walk(std::string_view operation, Records &&records, KeyOf key_of, Visit visit) {
     if (records.empty()) {

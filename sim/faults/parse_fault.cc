@@ -1,4 +1,4 @@
-// The grammar of faults; see faults.h.
+#include "sim/faults/parse_fault.h"
 
 #include <algorithm>
 #include <charconv>
@@ -71,7 +71,7 @@ struct number_setting_s {
     uint64_t lowest, highest;
 };
 
-constexpr uint64_t k_max_delay_ms = 3'600'000;  // a stuck operation can't be woken
+constexpr uint64_t k_max_delay_ms = 3'600'000;  // nothing wakes an operation that waits
 
 constexpr number_setting_s k_number_settings[] = {
     {"after", &fault_s::after, 1, k_max_number},      {"chance", &fault_s::chance, 1, 100},
@@ -80,7 +80,7 @@ constexpr number_setting_s k_number_settings[] = {
     {"seed", &fault_s::seed, 0, k_max_number},        {"walk", &fault_s::walk, 0, k_max_number},
 };
 
-std::string allowed_settings() {
+std::string known_settings() {
     std::string names = "code=, key=";
     for (const auto &setting : k_number_settings) {
         names += ", " + std::string(setting.name) + "=";
@@ -92,7 +92,7 @@ void parse_number(std::string_view text, const number_setting_s &setting, std::s
                   fault_s *fault) {
     const auto number = to_number(value);
     if (!number || *number < setting.lowest || *number > setting.highest) {
-        refuse(text, std::string(setting.name) + " must be a number from " + std::to_string(setting.lowest) +
+        refuse(text, std::string(setting.name) + "= must be a number from " + std::to_string(setting.lowest) +
                          " to " + std::to_string(setting.highest));
     }
     fault->*setting.member = number;
@@ -104,26 +104,26 @@ void parse_setting(std::string_view text, std::string_view setting, fault_s *fau
     const auto value = setting.substr(std::min(equals + 1, setting.size()));
     const auto *numeric = std::ranges::find(k_number_settings, name, &number_setting_s::name);
     if (name == "code") {
-        fault->code =
-            value_or_refuse(to_code(value), text,
-                            "code must be a return code above 0, a number or a name" + nearest_code(value));
+        fault->code = value_or_refuse(
+            to_code(value), text,
+            "code= must be a number above 0 or the name of a return code" + nearest_code(value));
     } else if (name == "key") {
-        fault->key = value_or_refuse(to_bytes(value), text, "key must be pairs of hexadecimal digits");
+        fault->key = value_or_refuse(to_bytes(value), text, "key= must be pairs of hexadecimal digits");
     } else if (numeric != std::end(k_number_settings)) {
         parse_number(text, *numeric, value, fault);
     } else {
-        refuse(text, "'" + std::string(setting) + "' is unknown, allowed are " + allowed_settings());
+        refuse(text, "unknown setting '" + std::string(setting) + "'; known: " + known_settings());
     }
 }
 
-// The settings behind the operation, each at most once.
+// What follows the operation, each setting at most once.
 void parse_settings(std::string_view text, std::string_view settings, fault_s *fault) {
     std::vector<std::string_view> names;
     while (!settings.empty()) {
         const auto setting = settings.substr(0, settings.find(','));
         const auto name = setting.substr(0, setting.find('='));
         if (std::ranges::count(names, name)) {
-            refuse(text, std::string(name) + "= is there twice");
+            refuse(text, std::string(name) + "= is given twice");
         }
         names.push_back(name);
         parse_setting(text, setting, fault);
@@ -133,10 +133,10 @@ void parse_settings(std::string_view text, std::string_view settings, fault_s *f
 
 void check_full(const fault_s &fault) {
     if (!fault.operation.starts_with("nyx_tbl_") || !fault.operation.ends_with("_create")) {
-        refuse(fault.text, "full= is for nyx_tbl_<table>_create alone");
+        refuse(fault.text, "full= is only for nyx_tbl_<table>_create");
     }
     if (fault.delay_ms || fault.after || !fault.key.empty()) {
-        refuse(fault.text, "full= goes with code= alone");
+        refuse(fault.text, "full= goes only with code=");
     }
 }
 
@@ -144,13 +144,13 @@ void check_limits(const fault_s &fault) {
     if (fault.nth.has_value() + fault.every.has_value() + fault.chance.has_value() + fault.walk.has_value() +
             fault.full.has_value() >
         1) {
-        refuse(fault.text, "of nth=, every=, chance=, walk= and full= there can be one");
+        refuse(fault.text, "give at most one of nth=, every=, chance=, walk= and full=");
     }
     if (fault.nth && fault.after) {
         refuse(fault.text, "nth= counts from the first call; leave out after=");
     }
     if (fault.seed && !fault.chance) {
-        refuse(fault.text, "seed= is for chance= alone");
+        refuse(fault.text, "seed= needs chance=");
     }
     if (fault.full) {
         check_full(fault);
@@ -161,8 +161,7 @@ std::string parse_operation(std::string_view text, std::string_view name) {
     const std::string operation(name);
     const auto operations = fault_operations();
     if (!std::ranges::binary_search(operations, operation)) {
-        refuse(text,
-               "there is no operation '" + operation + "'" + base::nearest_names_text(name, operations));
+        refuse(text, "unknown operation '" + operation + "'" + base::nearest_names_text(name, operations));
     }
     return operation;
 }
@@ -172,7 +171,7 @@ std::string parse_operation(std::string_view text, std::string_view name) {
 fault_s parse_fault(std::string_view text) {
     if (text.size() > k_max_fault_size) {
         throw std::invalid_argument("a fault has at most " + std::to_string(k_max_fault_size) +
-                                    " bytes, this has " + std::to_string(text.size()));
+                                    " bytes; this one has " + std::to_string(text.size()));
     }
     const size_t colon = text.rfind(':');
     if (colon == text.npos) {

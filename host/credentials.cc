@@ -37,14 +37,14 @@ struct pem_files_s {
     std::string cert, key, client_ca;
 };
 
-// gRPC would start with files that it can't use, and fail every client.
+// gRPC would start with unusable files, and then refuse every client.
 void check_files(const tls_options_s &tls) {
     const std::unique_ptr<SSL_CTX, decltype(&SSL_CTX_free)> context(SSL_CTX_new(TLS_server_method()),
                                                                     SSL_CTX_free);
     if (SSL_CTX_use_certificate_chain_file(context.get(), tls.cert_file.c_str()) != 1) {
         throw setup_error(tls.cert_file + ": not a PEM certificate");
     }
-    // Nobody is there to be asked for the passphrase of an encrypted key.
+    // Otherwise OpenSSL would ask on the terminal for the passphrase of an encrypted key.
     SSL_CTX_set_default_passwd_cb(context.get(), [](char *, int, int, void *) { return 0; });
     if (SSL_CTX_use_PrivateKey_file(context.get(), tls.key_file.c_str(), SSL_FILETYPE_PEM) != 1) {
         throw setup_error(tls.key_file + ": not the unencrypted PEM private key of " + tls.cert_file);

@@ -16,7 +16,7 @@ socket_door::socket_door(const std::string &path)
               path_.data()) {
     if (const auto ret = thread_.start(); ret != sdk::SDK_RET_OK) {
         throw setup_error(path_ + ": the debug socket can't be set up, return code " + std::to_string(ret) +
-                          "; the log tells why (--log-level error)");
+                          "; the log says why (--log-level error)");
     }
     file_.bound();
 }

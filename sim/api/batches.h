@@ -10,15 +10,15 @@
 
 namespace sim {
 
-// Adds a change to a batch; it is made when the batch is committed. SDK_RET_INVALID_ARG: there is no such batch.
+// Adds a change to a batch, which makes it when it is committed. SDK_RET_INVALID_ARG: unknown batch.
 sdk::sdk_ret_t add_change(uint64_t batch, if_change change);
 
 size_t open_batches();
 
-// Parameters of the batch opened last; zero before the first.
+// Parameters of the batch that was opened last; all zero before the first.
 nyx_batch_params_s last_batch_params();
 
-// Closes all batches without a commit.
+// Closes all batches without committing them.
 void drop_batches();
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// The stand-in's control plane: it has nothing against any change.
+// The stand-in's control plane: it accepts every change.
 
 #include "agent_api/control_plane.h"
 

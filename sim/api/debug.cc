@@ -133,7 +133,7 @@ constexpr command_s k_commands[] = {
     {2, "tables", nullptr, tables, "the P4 tables and their numbers of entries"},
     {3, "mapping-dump", "MappingDumpFilter", mapping_args, "mappings (this stand-in holds none)"},
     {4, "interface-dump", "InterfaceDumpFilter", interface_args,
-     "interfaces (in this stand-in over gRPC alone)"},
+     "interfaces (in this stand-in only over gRPC)"},
     {5, "object-dump", "CommandUUID", object_args, "one object (not in this stand-in)"},
     {6, "flow-dump", "FlowGetRequest", flow_args, "flows (this stand-in holds none)"},
     {7, "flow-trace", "FlowTracerSpec", flow_trace_args, "the way of one flow (this stand-in traces none)"},

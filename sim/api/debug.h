@@ -1,4 +1,4 @@
-// The stand-in's debug library, as tests see it.
+// The stand-in's debug library: what tests set and read.
 
 #pragma once
 
@@ -8,7 +8,7 @@
 
 namespace sim {
 
-// The last context that reached debug::nyx_handle_cmd, whether its command exists or not. Any thread.
+// The last context that debug::nyx_handle_cmd received, for a known command or not. Any thread.
 std::optional<cmd_ctxt_s> last_command();
 void forget_last_command();
 

@@ -88,7 +88,7 @@ void clear_drops(nyx_pb_debug_stats_s &stats) {
     }
 }
 
-// It stays in use.
+// Clears a queue's values; it stays in use.
 template <class Queue>
 Queue cleared(const Queue &old) {
     Queue queue{};

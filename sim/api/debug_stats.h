@@ -1,4 +1,4 @@
-// The stand-in's statistics of the debug library and its AACS server, as tests see them.
+// The stand-in's statistics of the debug library and its AACS server: what tests set and read.
 
 #pragma once
 
@@ -17,13 +17,13 @@ struct debug_stats_state_s {
     std::vector<nyx_slab_info_s> slabs = default_slabs();
     std::vector<nyx_pb_debug_stats_s> pb_ports = default_pb_ports();
 
-    // Unless empty, reported instead of the counters of the stand-in's tables. Those are, as operation counters:
-    // 0 creates, 1 failed creates, 2 updates, 4 failed updates, 5 deletes, 6 failed deletes, 7 reads, 8 failed
-    // reads, the others unused; as table counters: 0 entries now, 1 most entries that there ever were.
+    // If not empty, reported instead of the counters of the stand-in's tables. Those have the operation counters
+    // 0 creates, 1 failed creates, 2 updates, 4 failed updates, 5 deletes, 6 failed deletes, 7 reads, 8 failed reads,
+    // and the table counters 0 entries now, 1 the most entries so far.
     std::vector<nyx_table_stats_s> tables;
 
     uint32_t llc_mask = UINT32_MAX;
-    std::optional<unsigned int> aacs_port;  // that the server listens on, while it runs
+    std::optional<unsigned int> aacs_port;  // while the server runs
 };
 
 // Any thread. put_debug_stats_state({}) goes back to the start.

@@ -1,4 +1,4 @@
-// State of the stand-in that any thread may use.
+// State that any thread may use.
 
 #pragma once
 
@@ -21,7 +21,7 @@ class guarded {
         state_ = std::move(state);
     }
 
-    // Runs `change` under the lock: it must neither wait nor call back.
+    // Runs `change` under the lock: it must neither wait nor use this object.
     template <class Change>
     auto with(Change change) {
         std::lock_guard guard(lock_);

@@ -1,4 +1,4 @@
-// The stand-in's interface library: uplinks, host interfaces and what is created. Any thread.
+// The stand-in's interface library: uplinks, host interfaces and created interfaces. Any thread.
 
 #pragma once
 
@@ -6,7 +6,7 @@
 
 namespace sim {
 
-// Adds or replaces an interface as it stands, whatever the record says. For tests.
+// Adds or replaces an interface without checking the record. For tests.
 void put_interface(const nyx_if_info_s &info);
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// The stand-in's internal switch, as tests see it.
+// The stand-in's internal switch: what tests set and read.
 
 #pragma once
 
@@ -11,7 +11,7 @@ namespace sim {
 struct switch_port_s {
     sdk::iswitch::iswitch_port_status_s_ status;
     sdk::iswitch::iswitch_port_stats_s_ stats;
-    const char *descr;  // stays in place for ever; null when there is none
+    const char *descr;  // a string literal, or null
 };
 
 // The ports that a card starts with: seven.

@@ -9,7 +9,7 @@ namespace sim {
 
 namespace {
 
-// The one class of implementation objects in the stand-in that are quill LIFs.
+// The stand-in's only class of implementation objects.
 class answering_lif_impl : public api::impl::quill_lif_impl {
  public:
     explicit answering_lif_impl(lif_impl_s from) : answers(std::move(from)) {}

@@ -21,7 +21,7 @@ struct lif_s {
 struct lifs_s {
     std::map<nyx_obj_key_s, lif_s, key_less> by_key;
     std::map<uint16_t, api::impl::lif_impl *> impls;
-    std::vector<std::unique_ptr<api::impl::lif_impl>> impl_objects;  // all there ever were
+    std::vector<std::unique_ptr<api::impl::lif_impl>> impl_objects;  // all that ever existed
 };
 
 std::shared_mutex g_lock;

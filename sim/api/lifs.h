@@ -13,14 +13,14 @@ namespace sim {
 
 std::unique_ptr<api::impl::lif_impl> make_lif_impl(lif_impl_s answers);
 
-// Adds or replaces a LIF as it stands, whatever the record says. For tests.
+// Adds or replaces a LIF without checking the record. For tests.
 void put_lif(const nyx_lif_info_s &info);
 
-// Sets the entry of the implementation table; a null object takes it out. Objects are never freed: those that a
-// request has looked up stay good. For tests.
+// Sets an entry of the implementation table; a null object removes it. Objects are never freed, so that those a
+// request has looked up stay valid. For tests.
 void put_lif_impl(uint16_t lif_id, std::unique_ptr<api::impl::lif_impl> object);
 
-// How often the statistics of a LIF were reset; 0 for an unknown one.
+// How often the statistics of a LIF were reset; 0 if it is unknown.
 uint64_t lif_stats_resets(const nyx_obj_key_s &key);
 
 void reset_lifs();

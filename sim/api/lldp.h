@@ -1,4 +1,4 @@
-// The stand-in's LLDP state of uplinks: uplink 1 has a neighbour, uplink 2 has none. Any thread.
+// The stand-in's LLDP state of uplinks: uplink 1 has a neighbour, uplink 2 does not. Any thread.
 
 #pragma once
 
@@ -6,7 +6,7 @@
 
 namespace sim {
 
-// Sets what the LLDP status of an index is, of a new one also. For tests.
+// Sets the LLDP status of an index, known or new. For tests.
 void put_lldp_status(uint16_t lldp_if_index, nyx_if_lldp_status_s status);
 
 void reset_lldp();

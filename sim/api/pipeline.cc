@@ -33,7 +33,7 @@ struct session_s {
     session_stats_entry_s entry;
 };
 
-// Both ends of the range belong to it.
+// From `low` to `high`, both included.
 std::vector<session_s> sessions_between(uint32_t low, uint32_t high) {
     return g_pipeline.with([&](auto &state) {
         std::vector<session_s> found;

@@ -1,4 +1,4 @@
-// The stand-in's pipeline, as tests see it.
+// The stand-in's pipeline: what tests set and read.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// The stand-in's port library: ports, and uplinks among what it reads. Any thread.
+// The stand-in's port library. Reads return uplinks too. Any thread.
 
 #pragma once
 
@@ -6,7 +6,7 @@
 
 namespace sim {
 
-// Adds or replaces a port as it stands, whatever the record says; its link event tracer stays the caller's. For tests.
+// Adds or replaces a port without checking the record. The caller keeps its link event tracer. For tests.
 void put_port(const nyx_if_info_s &info);
 
 }  // namespace sim

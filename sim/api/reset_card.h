@@ -1,10 +1,10 @@
-// Back to the start, for tests.
+// The card as after a start, for tests.
 
 #pragma once
 
 namespace sim {
 
-// Puts interfaces, ports, LIFs, LLDP and the agent's state back to the start, and drops open batches.
+// Resets interfaces, ports, LIFs, LLDP and the agent's state to those of a start, and drops open batches.
 void reset_card();
 
 }  // namespace sim

@@ -1,4 +1,4 @@
-// The stand-in's system API, queue credits and system manager, as tests see them.
+// The stand-in's system API, queue credits and system manager: what tests set and read.
 
 #pragma once
 
@@ -16,10 +16,10 @@ struct port_credits_s {
     sdk::asic::pd::port_queue_credit_s credits;
 };
 
-// Three ports: with eight queues, with four, with none.
+// Three ports: with eight queues, with four, without queues.
 std::vector<port_credits_s> default_port_credits();
 
-// The values an adapter starts with.
+// The values that an adapter starts with.
 struct system_state_s {
     nyx_system_voltage_s voltage = {{12040, 851, 852}};        // mV: card, core, Arm cores
     nyx_system_power_s power = {{24300, 14200, 6100}};         // mW: card, core, Arm cores

@@ -22,8 +22,8 @@ struct operation_counter_s {
     std::atomic<uint64_t> done = 0, failed = 0;
 };
 
-// Keys that follow one another lie close together, as those of entries that are created one after the other mostly do:
-// with a million entries, memory far apart is most of the time that one more takes.
+// Gives consecutive keys neighbouring buckets, because entries are mostly created in the order of their keys. With a
+// million entries, most of the time that creating one more takes is spent on memory that is far apart.
 struct near_hash {
     size_t operator()(const std::string &key) const {
         size_t hash = 0, word = 0, i = 0;
@@ -69,7 +69,7 @@ sdk::sdk_ret_t injected(size_t table, const char *operation, std::span<const uin
                           : sdk::SDK_RET_OK;
 }
 
-// With the table locked, so that no two creates take the last place.
+// The caller holds the table's lock, so that no two creates take the last place.
 sdk::sdk_ret_t injected_full(size_t table, size_t entries) {
     return faults_armed() ? full_table_fault(table_operation(table_infos()[table].name, "create"), entries)
                           : sdk::SDK_RET_OK;

@@ -1,6 +1,6 @@
 // The stand-in's table library: P4 tables that keep their entries in memory.
 //
-// An entry is known by its key record alone, in exact-match and ternary tables alike. Any thread.
+// Only the key record identifies an entry, in exact-match and in ternary tables. Any thread.
 
 #pragma once
 
@@ -13,7 +13,7 @@
 
 namespace sim {
 
-// The four operations on table number `table`, with records of the sizes above.
+// The four operations on table number `table`, with records of the sizes in table_infos().
 sdk::sdk_ret_t table_create(size_t table, const void *spec);  // SDK_RET_ALREADY_PRESENT
 sdk::sdk_ret_t table_update(size_t table, const void *spec);  // SDK_RET_LOOKUP_FAILURE
 sdk::sdk_ret_t table_delete(size_t table, const void *key);   // SDK_RET_LOOKUP_FAILURE

@@ -1,4 +1,4 @@
-// The card that the stand-in plays, the same after every start: two data ports (1 with a QSFP-class transceiver and
+// The stand-in's card, the same after every start: two data ports (1 with a QSFP-class transceiver and
 // its link up, 2 with an SFP-class one and its link down), one management port (3), an uplink for each data port,
 // two host interfaces and five LIFs.
 
@@ -11,9 +11,9 @@
 
 namespace sim {
 
-// Keys of what the card has from the start, "0a000000-0000-4000-8000-00000001000N" and so on.
+// Keys of the objects that the card starts with, "0a000000-0000-4000-8000-00000001000N" and so on.
 nyx_obj_key_s port_key(uint8_t number);            // 1 to 3
-nyx_obj_key_s uplink_key(uint8_t number);          // 1 and 2, as their ports
+nyx_obj_key_s uplink_key(uint8_t number);          // 1 and 2, like their ports
 nyx_obj_key_s host_interface_key(uint8_t number);  // 0 and 1, named "host0" and "host1"
 nyx_obj_key_s lif_key(uint8_t number);             // 1 to 5
 

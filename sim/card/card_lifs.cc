@@ -23,13 +23,13 @@ struct card_lif_s {
 
 constexpr card_lif_s k_lifs[] = {
     {1, 0, "host0-lif", NYX_STATE_UP, NYX_STATE_UP},
-    {1, 1, "host1-lif-large", NYX_STATE_UP, NYX_STATE_UP},  // the longest name there can be
+    {1, 1, "host1-lif-large", NYX_STATE_UP, NYX_STATE_UP},  // the longest possible name
     {2, 0, "mgmt-lif", NYX_STATE_UP, NYX_STATE_DOWN},
     {5, 0, "control-lif", NYX_STATE_DOWN, NYX_STATE_DOWN},
     {10, 0, "spare-lif", NYX_STATE_NONE, NYX_STATE_NONE},
 };
 
-// 02:ac:3e:01:00:00 and following.
+// 02:ac:3e:01:00:00 and the addresses after it.
 std::vector<uint64_t> macs(size_t count) {
     std::vector<uint64_t> macs(count);
     std::iota(macs.begin(), macs.end(), 0x02ac3e010000);

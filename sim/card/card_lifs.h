@@ -1,4 +1,4 @@
-// What the card's five LIFs are like at the start. LIF N has the id 64 + N; the last has no implementation object.
+// The card's five LIFs at the start. LIF N has the id 64 + N; the last one has no implementation object.
 
 #pragma once
 
@@ -11,7 +11,7 @@
 
 namespace sim {
 
-// What an implementation object answers.
+// The values that an implementation object returns.
 struct lif_impl_s {
     bool vlan_insert, vlan_strip, rdma, rdma_sniff, trunk;
     bool broadcast, all_multicast, promiscuous;

@@ -40,13 +40,13 @@ struct port_s {
     nyx_state_e link;
     uint32_t num_counters;
     const xcvr_module_s *xcvr;
-    std::span<const uint8_t> link_events;  // states entered
+    std::span<const uint8_t> link_events;  // the states it entered
 };
 
 constexpr xcvr_module_s k_qsfp_module = {0x11, "AO-Q28-100G-LR4", "AO26010001", "1A\x66\x58"};
 constexpr xcvr_module_s k_sfp_module = {0x03, "AO-S28-25G-SR", "AO26010002", "2B04"};
 
-// More than one buffer of the trace holds, so that it switches.
+// More events than one buffer of the trace holds, so that it switches to the other.
 constexpr uint8_t k_up_events[] = {1, 2, 3, 5, 8, 9, 12, 3, 5, 8, 9, 12, 24};
 constexpr uint8_t k_down_events[] = {1, 2, 3, 5};
 constexpr uint8_t k_mgmt_events[] = {1, 2, 24};
@@ -66,7 +66,7 @@ uint8_t checksum(const uint8_t *first, const uint8_t *last) {
     return static_cast<uint8_t>(std::accumulate(first, last, 0u));
 }
 
-// SFF-8472 address A0h and SFF-8636 page 00h have these fields at the same places.
+// SFF-8472 address A0h and SFF-8636 page 00h have these fields at the same offsets.
 void fill_xcvr_id(const xcvr_module_s &module, uint8_t *id) {
     id[0] = module.identifier;
     id[2] = 0x07;  // LC connector
@@ -89,7 +89,7 @@ void fill_xcvr(uint8_t number, const xcvr_module_s &module, port_status_s *statu
     fill_xcvr_id(module, status->xcvr_id);
 }
 
-// Traces are never freed: a record that somebody copied before a reset still leads to its trace.
+// Traces are never freed: a record that was copied before a reset still points to its trace.
 const link_event_tracer_s *traced(std::span<const uint8_t> events) {
     static std::mutex lock;
     static std::deque<link_event_trace> traces;

@@ -56,7 +56,7 @@ std::vector<recorded_s> recorded_in(const std::string &path) {
     return recorded;
 }
 
-// The keys of all other interfaces of the card begin with another byte.
+// Byte 0x0b: the keys of the card's own interfaces start with another one.
 nyx_obj_key_s key_of(const std::string &name) {
     nyx_obj_key_s key = {.id = {0x0b}, .terminator = 0};
     memcpy(key.id + 1, name.data(), name.size());

@@ -1,4 +1,4 @@
-// Host interfaces that the service has recorded for the agent's next start.
+// The host interfaces that the service recorded for the agent's next start.
 
 #pragma once
 
@@ -6,11 +6,11 @@
 
 namespace sim {
 
-// Takes the host interfaces from the JSON file
+// Loads the host interfaces from the JSON file
 //     {"host-interface": [{"name": "h1", "mac": "00:ae:cd:01:02:03"}, ...]}
-// where an empty string stands for an empty list: a host interface that is there gets the MAC, others are added. The
-// name counts, 1 to 15 bytes; an element that is no host interface is passed over. A missing file is a file without host
-// interfaces. When it is no such file nothing changes, and the result is false with a text for people in `error`. Any thread; never throws.
+// where an empty string also is an empty list. The name, of 1 to 15 bytes, identifies an interface: a known one gets the
+// MAC address, an unknown one is added; invalid elements are skipped. A missing file is the same as an empty list. If the
+// file is anything else, changes nothing and returns false with a text for people in `error`. Any thread; never throws.
 bool load_host_interfaces(const std::string &path, std::string *error);
 
 }  // namespace sim

@@ -10,8 +10,8 @@ namespace sim {
 namespace {
 
 struct holder_s {
-    std::mutex change_lock;  // held over a whole change, so that none is lost
-    std::shared_mutex lock;  // of the pointer alone
+    std::mutex change_lock;  // held during a whole change, so that changes don't overwrite each other
+    std::shared_mutex lock;  // protects only the pointer
     std::shared_ptr<const if_records_s> records = std::make_shared<if_records_s>(card_records());
 };
 

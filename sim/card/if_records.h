@@ -1,4 +1,4 @@
-// The records of interfaces and ports. Readers work on snapshots; each change leads to the next one. Any thread.
+// The records of interfaces and ports. Readers get snapshots; each change makes a new one. Any thread.
 
 #pragma once
 
@@ -29,16 +29,16 @@ struct if_records_s {
     uint32_t next_if_index;  // of the next interface that is created
 };
 
-// What is there now; later changes don't show in it.
+// The current records; later changes don't affect them.
 std::shared_ptr<const if_records_s> if_records();
 
 using if_change = std::function<sdk::sdk_ret_t(if_records_s &)>;
 
-// Makes the changes in their order, all of them or, when one fails, none. Returns the code of the failing one.
+// Makes all changes in their order, or none if one of them fails. Returns the code of the one that failed.
 sdk::sdk_ret_t change_if_records(std::span<const if_change> changes);
 sdk::sdk_ret_t change_if_records(const if_change &change);
 
-// Fills `info` from the map; SDK_RET_LOOKUP_FAILURE when it has no such record.
+// Copies a record to `info`; SDK_RET_LOOKUP_FAILURE if the key is unknown.
 sdk::sdk_ret_t copy_if_record(const if_record_map &records, const nyx_obj_key_s &key, nyx_if_info_s *info);
 
 inline std::span<const uint8_t> key_bytes(const nyx_obj_key_s &key) { return key.id; }

@@ -11,8 +11,8 @@ struct record_s {
     uint32_t state;
 } __attribute__((packed));
 
-// Each byte is released after the generation was advanced: a reader that acquires a byte of the new record finds
-// the new generation afterwards, and knows that its copy is not whole.
+// Each byte is released after the generation has advanced: a reader that acquires a byte of the new record then reads the
+// new generation, and knows that its copy is incomplete.
 void store(uint8_t *to, const record_s &record) {
     uint8_t bytes[sizeof(record)];
     memcpy(bytes, &record, sizeof(record));
@@ -39,10 +39,10 @@ void link_event_trace::append(uint32_t state, link_event_time_s wall_clock, link
     buffer.num_records.store(place + 1, std::memory_order_release);
 }
 
-// The buffer with room for a record. Generation 0 has none.
+// Returns the buffer that has room for a record. In generation 0, neither has.
 //
-// The count goes to 0 before the generation advances: in the other order a reader could meet the new generation with
-// the old count, and take records that are being overwritten for whole ones.
+// The count is set to 0 before the generation advances. In the other order a reader could see the new generation with the
+// old count, and read records while they are overwritten.
 link_event_buffer_s &link_event_trace::next_place() {
     const uint32_t generation = tracer_.generation.load(std::memory_order_relaxed);
     auto &current = tracer_.buffer[generation % 2];

@@ -13,12 +13,12 @@ namespace sim {
 // One thread at a time appends; readers of the tracer need no lock.
 class link_event_trace {
  public:
-    // `capacity`: records in each of the two buffers, at least 1.
+    // `capacity`: records in each of the two buffers, 1 or more.
     explicit link_event_trace(uint32_t capacity = 8);
     link_event_trace(const link_event_trace &) = delete;
     link_event_trace &operator=(const link_event_trace &) = delete;
 
-    // The trace as readers see it; lives as long as this object.
+    // The trace for readers; valid as long as this object.
     const link_event_tracer_s *tracer() const { return &tracer_; }
 
     void append(uint32_t state, link_event_time_s wall_clock, link_event_time_s elapsed_clock);

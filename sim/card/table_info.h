@@ -14,7 +14,7 @@ struct table_info_s {
     size_t key_size;     // bytes of a key record
 };
 
-// The tables in the slot order of the table service; a table's place here is its number.
+// The tables in the slot order of the table service; a table's index here is its number.
 std::span<const table_info_s> table_infos();
 
 }  // namespace sim

@@ -24,7 +24,7 @@ void set_time_scale(double scale) { g_time_scale = scale; }
 
 double time_scale() { return g_time_scale; }
 
-// The loop of one event thread, and what other threads want to be run on it.
+// The loop of one event thread, and the functions that other threads want to run on it.
 class event_loop {
  public:
     event_loop() : loop_(ev_loop_new(EVFLAG_AUTO)) {

@@ -14,7 +14,7 @@ namespace sim {
 
 class event_loop;
 
-// What the framework calls, all on the event thread.
+// What the framework calls, always on the event thread.
 struct event_thread_entries_s {
     sdk::sdk_ret_t (*init)(void *ctxt);
     void (*exit)(void *ctxt);
@@ -25,12 +25,11 @@ struct event_thread_entries_s {
 // One event thread. Owned and called by one thread.
 class event_thread {
  public:
-    // `ctxt` is handed to each entry and must outlive this object.
+    // Passes `ctxt` to each entry; it must outlive this object.
     event_thread(std::string name, event_thread_entries_s entries, void *ctxt);
     ~event_thread();  // stops
 
-    // Starts the thread and waits for its init; returns init's code. When that is a failure the thread has
-    // ended.
+    // Starts the thread, waits for its init and returns init's code. If init fails, the thread has ended.
     sdk::sdk_ret_t start();
 
     // Run the entry on the thread and return its code. The thread must be started.
@@ -51,8 +50,7 @@ class event_thread {
     std::thread thread_;
 };
 
-// Makes a second of every timer, and of the watchdog's patience, last `scale` seconds. For tests; set it
-// before threads are started.
+// Makes each second of timers and of the watchdog last `scale` seconds. For tests; set it before threads start.
 void set_time_scale(double scale);
 double time_scale();
 

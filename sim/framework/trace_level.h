@@ -1,4 +1,4 @@
-// The level of the layers below the stand-in's agent, as tests see it.
+// The trace level of the layers below the agent, for tests.
 
 #pragma once
 

@@ -1,4 +1,4 @@
-// The stand-in's trace logger: the agent sets one up, or none.
+// The stand-in's trace logger. It is null until the host sets one.
 
 #include "agent_api/trace_logger.h"
 

@@ -28,7 +28,7 @@ std::chrono::steady_clock::duration scaled(std::chrono::steady_clock::duration d
 
 }  // namespace
 
-// Looks at the threads from a thread of its own, which runs while there are any.
+// Checks the threads on a thread of its own, which the first of them starts.
 class watchdog {
  public:
     static watchdog &instance() {
@@ -117,8 +117,7 @@ watched_thread::~watched_thread() {
     t_curr_thread_ = nullptr;
 }
 
-// Only the thread itself writes, but for a restart: one that comes between the load and the store is lost, and the gap
-// from before it stays.
+// Apart from a restart, only the thread itself writes. A restart between the load and the store is lost: the old gap stays.
 void watched_thread::punch() {
     const auto now = clock::now(), last = last_.exchange(now);
     if (last != clock::time_point()) {

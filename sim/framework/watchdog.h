@@ -1,8 +1,7 @@
 // The stand-in's thread library and its watchdog.
 //
-// A thread must punch its heartbeat within 10 seconds of its start and then every second. The watchdog looks
-// at all threads several times a second; of one that is more than a second late it writes a line to the trace
-// logger, once until the thread is back.
+// A thread must punch its heartbeat within 10 seconds of its start and then every second. The watchdog checks all threads
+// several times a second. It logs each thread that is more than a second late, once until its next heartbeat.
 
 #pragma once
 
@@ -16,7 +15,7 @@
 
 namespace sim {
 
-// Makes the calling thread a thread of the agent's thread library for as long as this object lives.
+// While this object lives, the calling thread is a thread of the agent's thread library.
 class watched_thread : public sdk::lib::thread {
  public:
     explicit watched_thread(std::string name);
@@ -36,7 +35,7 @@ class watched_thread : public sdk::lib::thread {
     std::atomic<clock::time_point> last_ = clock::time_point();  // the latest heartbeat
     std::atomic<clock::duration> longest_gap_ = clock::duration::zero();
     std::atomic<uint64_t> punched_ = 0;
-    bool reported_late_ = false;  // the watchdog's own
+    bool reported_late_ = false;  // used only by the watchdog
 };
 
 // Counts since the process began. Any thread.
@@ -46,15 +45,15 @@ struct heartbeats_s {
 };
 heartbeats_s heartbeats();
 
-// The heartbeats of one thread. A thread that is stuck right now is in the middle of a gap: it counts in `longest_gap`.
+// The heartbeats of one thread.
 struct thread_heartbeats_s {
     std::string thread;
     uint64_t punched;
     std::chrono::steady_clock::duration since_last;   // zero before the first
-    std::chrono::steady_clock::duration longest_gap;  // between two heartbeats
+    std::chrono::steady_clock::duration longest_gap;  // between two, or since the latest
 };
 
-// One for each thread that runs. With `restart`, longest gaps are measured anew from here on. Any thread.
+// One for each running thread. With `restart`, the next call reports the longest gaps since this one. Any thread.
 std::vector<thread_heartbeats_s> thread_heartbeats(bool restart);
 
 }  // namespace sim

@@ -7,6 +7,7 @@
 #include <type_traits>
 
 #include "agent_api/trace_level.h"
+#include "svc/common/call.h"
 #include "svc/common/ret_code.h"
 #include "svc/common/text.h"
 #include "svc/common/trace.h"
@@ -37,50 +38,83 @@ uint32_t llc_type_of(uint32_t mask) {
     return type <= k_max_reported_llc_type ? type : 0;
 }
 
+// Named as the methods that their log lines report.
+
+void StartAacsServer(const nyx::AacsRequest *req, types::Empty *) {
+    SVC_TRACE_VERBOSE("Received AACS Server Start");
+    (void)debug::start_aacs_server(req->aacs_server_port());
+}
+
+void StopAacsServer(const types::Empty *, types::Empty *) {
+    SVC_TRACE_VERBOSE("Received AACS Server Stop");
+    (void)debug::stop_aacs_server();
+}
+
 }  // namespace
+
+static constexpr svc::method_s k_methods[] = {
+    svc::method_of<&DebugSvcImpl::TraceUpdate>("TraceUpdate"),
+    svc::method_of<&DebugSvcImpl::TraceFlush>("TraceFlush"),
+    svc::method_of<&DebugSvcImpl::TableStatsGet>("TableStatsGet"),
+    svc::method_of<&DebugSvcImpl::LlcSetup>("LlcSetup"),
+    svc::method_of<&DebugSvcImpl::LlcStatsGet>("LlcStatsGet"),
+    svc::method_of<&DebugSvcImpl::PbStatsGet>("PbStatsGet"),
+    svc::method_of<&DebugSvcImpl::PbDropStatsReset>("PbDropStatsReset"),
+    svc::method_of<&DebugSvcImpl::SlabGet>("SlabGet"),
+    svc::method_of<&DebugSvcImpl::HeapGet>("HeapGet"),
+    svc::method_of<&DebugSvcImpl::MemoryTrim>("MemoryTrim"),
+    svc::method_of<&DebugSvcImpl::StartAacsServer>("StartAacsServer"),
+    svc::method_of<&DebugSvcImpl::StopAacsServer>("StopAacsServer"),
+    svc::method_of<&DebugSvcImpl::InternalPortGet>("InternalPortGet"),
+};
+
+DebugSvcImpl::DebugSvcImpl() : served(k_methods) {}
 
 DebugSvcImpl::~DebugSvcImpl() = default;
 
-grpc::Status DebugSvcImpl::TraceUpdate(grpc::ServerContext *, const nyx::TraceRequest *req,
+grpc::Status DebugSvcImpl::TraceUpdate(grpc::ServerContext *context, const nyx::TraceRequest *req,
                                        nyx::TraceResponse *rsp) {
-    const auto level = static_cast<uint32_t>(req->trace_level());
-    if (level >= std::size(k_trace_levels)) {
-        rsp->set_api_status(types::API_STATUS_INVALID_ARG);
+    return svc::call(context, req, rsp, [&]() -> grpc::Status {
+        const auto level = static_cast<uint32_t>(req->trace_level());
+        if (level >= std::size(k_trace_levels)) {
+            rsp->set_api_status(types::API_STATUS_INVALID_ARG);
+            return grpc::Status::OK;
+        }
+        core::trace_update(k_trace_levels[level]);
+        debug::nyx_set_trace_level(k_trace_levels[level]);
+        rsp->set_api_status(types::API_STATUS_OK);
+        rsp->set_trace_level(req->trace_level());
         return grpc::Status::OK;
-    }
-    core::trace_update(k_trace_levels[level]);
-    debug::nyx_set_trace_level(k_trace_levels[level]);
-    rsp->set_api_status(types::API_STATUS_OK);
-    rsp->set_trace_level(req->trace_level());
-    return grpc::Status::OK;
+    });
 }
 
-grpc::Status DebugSvcImpl::TraceFlush(grpc::ServerContext *, const types::Empty *, types::Empty *) {
-    core::flush_logs();
-    return grpc::Status::OK;
+grpc::Status DebugSvcImpl::TraceFlush(grpc::ServerContext *context, const types::Empty *req,
+                                      types::Empty *rsp) {
+    return svc::call(context, req, rsp, [&] { core::flush_logs(); });
 }
 
-grpc::Status DebugSvcImpl::HeapGet(grpc::ServerContext *, const nyx::HeapGetRequest *,
+grpc::Status DebugSvcImpl::HeapGet(grpc::ServerContext *context, const nyx::HeapGetRequest *req,
                                    nyx::HeapGetResponse *rsp) {
-    const auto figures = heap_figures();
-    auto *stats = rsp->mutable_stats();
-    stats->set_arena(static_cast<uint32_t>(figures.arena));
-    stats->set_ordblks(static_cast<uint32_t>(figures.ordblks));
-    stats->set_smblks(static_cast<uint32_t>(figures.smblks));
-    stats->set_hblks(static_cast<uint32_t>(figures.hblks));
-    stats->set_hblkhd(static_cast<uint32_t>(figures.hblkhd));
-    stats->set_usmblks(static_cast<uint32_t>(figures.usmblks));
-    stats->set_fsmblks(static_cast<uint32_t>(figures.fsmblks));
-    stats->set_uordblks(static_cast<uint32_t>(figures.uordblks));
-    stats->set_fordblks(static_cast<uint32_t>(figures.fordblks));
-    stats->set_keepcost(static_cast<uint32_t>(figures.keepcost));
-    rsp->set_api_status(types::API_STATUS_OK);
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, [&] {
+        const auto figures = heap_figures();
+        auto *stats = rsp->mutable_stats();
+        stats->set_arena(static_cast<uint32_t>(figures.arena));
+        stats->set_ordblks(static_cast<uint32_t>(figures.ordblks));
+        stats->set_smblks(static_cast<uint32_t>(figures.smblks));
+        stats->set_hblks(static_cast<uint32_t>(figures.hblks));
+        stats->set_hblkhd(static_cast<uint32_t>(figures.hblkhd));
+        stats->set_usmblks(static_cast<uint32_t>(figures.usmblks));
+        stats->set_fsmblks(static_cast<uint32_t>(figures.fsmblks));
+        stats->set_uordblks(static_cast<uint32_t>(figures.uordblks));
+        stats->set_fordblks(static_cast<uint32_t>(figures.fordblks));
+        stats->set_keepcost(static_cast<uint32_t>(figures.keepcost));
+        rsp->set_api_status(types::API_STATUS_OK);
+    });
 }
 
-grpc::Status DebugSvcImpl::MemoryTrim(grpc::ServerContext *, const types::Empty *, types::Empty *) {
-    malloc_trim(0);
-    return grpc::Status::OK;
+grpc::Status DebugSvcImpl::MemoryTrim(grpc::ServerContext *context, const types::Empty *req,
+                                      types::Empty *rsp) {
+    return svc::call(context, req, rsp, [&] { malloc_trim(0); });
 }
 
 bool nyx_slab_to_proto(void *info, void *ctxt) {
@@ -104,48 +138,50 @@ bool nyx_slab_to_proto(void *info, void *ctxt) {
     return false;
 }
 
-grpc::Status DebugSvcImpl::SlabGet(grpc::ServerContext *, const types::Empty *, nyx::SlabGetResponse *rsp) {
-    rsp->set_api_status(sdk_ret_to_api_status(debug::nyx_slab_get(nyx_slab_to_proto, rsp)));
-    return grpc::Status::OK;
+grpc::Status DebugSvcImpl::SlabGet(grpc::ServerContext *context, const types::Empty *req,
+                                   nyx::SlabGetResponse *rsp) {
+    return svc::call(context, req, rsp, [&] {
+        rsp->set_api_status(sdk_ret_to_api_status(debug::nyx_slab_get(nyx_slab_to_proto, rsp)));
+    });
 }
 
-grpc::Status DebugSvcImpl::LlcSetup(grpc::ServerContext *, const nyx::LlcSetupRequest *req,
+grpc::Status DebugSvcImpl::LlcSetup(grpc::ServerContext *context, const nyx::LlcSetupRequest *req,
                                     nyx::LlcSetupResponse *rsp) {
-    const uint32_t type = req->llc_type();
-    if (type > k_max_llc_type) {
-        rsp->set_api_status(types::API_STATUS_INVALID_ARG);
-        return grpc::Status::OK;
-    }
-    sdk::asic::pd::llc_counters_s counters{};
-    counters.mask = type ? 1u << (type - 1) : k_all_llc_types;
-    rsp->set_api_status(sdk_ret_to_api_status(debug::nyx_llc_setup(&counters)));
-    return grpc::Status::OK;
-}
-
-grpc::Status DebugSvcImpl::LlcStatsGet(grpc::ServerContext *, const types::Empty *,
-                                       nyx::LlcStatsGetResponse *rsp) {
-    auto *stats = rsp->mutable_stats();
-    sdk::asic::pd::llc_counters_s counters{};
-    const auto ret = debug::nyx_llc_get(&counters);
-    if (ret == sdk::SDK_RET_OK) {
-        stats->set_llc_type(llc_type_of(counters.mask));
-        for (size_t i = 0; i < std::extent_v<decltype(counters.counter)>; i++) {
-            stats->add_count(counters.counter[i]);
+    return svc::call(context, req, rsp, [&]() -> grpc::Status {
+        const uint32_t type = req->llc_type();
+        if (type > k_max_llc_type) {
+            rsp->set_api_status(types::API_STATUS_INVALID_ARG);
+            return grpc::Status::OK;
         }
-    }
-    rsp->set_api_status(sdk_ret_to_api_status(ret));
-    return grpc::Status::OK;
+        sdk::asic::pd::llc_counters_s counters{};
+        counters.mask = type ? 1u << (type - 1) : k_all_llc_types;
+        rsp->set_api_status(sdk_ret_to_api_status(debug::nyx_llc_setup(&counters)));
+        return grpc::Status::OK;
+    });
 }
 
-grpc::Status DebugSvcImpl::StartAacsServer(grpc::ServerContext *, const nyx::AacsRequest *req,
-                                           types::Empty *) {
-    SVC_TRACE_VERBOSE("Received AACS Server Start");
-    (void)debug::start_aacs_server(req->aacs_server_port());
-    return grpc::Status::OK;
+grpc::Status DebugSvcImpl::LlcStatsGet(grpc::ServerContext *context, const types::Empty *req,
+                                       nyx::LlcStatsGetResponse *rsp) {
+    return svc::call(context, req, rsp, [&] {
+        auto *stats = rsp->mutable_stats();
+        sdk::asic::pd::llc_counters_s counters{};
+        const auto ret = debug::nyx_llc_get(&counters);
+        if (ret == sdk::SDK_RET_OK) {
+            stats->set_llc_type(llc_type_of(counters.mask));
+            for (size_t i = 0; i < std::extent_v<decltype(counters.counter)>; i++) {
+                stats->add_count(counters.counter[i]);
+            }
+        }
+        rsp->set_api_status(sdk_ret_to_api_status(ret));
+    });
 }
 
-grpc::Status DebugSvcImpl::StopAacsServer(grpc::ServerContext *, const types::Empty *, types::Empty *) {
-    SVC_TRACE_VERBOSE("Received AACS Server Stop");
-    (void)debug::stop_aacs_server();
-    return grpc::Status::OK;
+grpc::Status DebugSvcImpl::StartAacsServer(grpc::ServerContext *context, const nyx::AacsRequest *req,
+                                           types::Empty *rsp) {
+    return svc::call(context, req, rsp, ::StartAacsServer);
+}
+
+grpc::Status DebugSvcImpl::StopAacsServer(grpc::ServerContext *context, const types::Empty *req,
+                                          types::Empty *rsp) {
+    return svc::call(context, req, rsp, ::StopAacsServer);
 }

@@ -6,12 +6,14 @@
 
 #include "agent_api/debug_stats.h"
 #include "nyx/debug.grpc.pb.h"
+#include "svc/served.h"
 
 // Methods of the service that are not here answer UNIMPLEMENTED. Each one here ends with gRPC status OK, and the
 // outcome is the response's api_status, where it has one; only InternalPortGet ends with INVALID_ARGUMENT for a bad
 // request. No state: any thread.
-class DebugSvcImpl : public nyx::DebugSvc::Service {
+class DebugSvcImpl final : public svc::served<nyx::DebugSvc> {
  public:
+    DebugSvcImpl();
     ~DebugSvcImpl() override;
     grpc::Status TraceUpdate(grpc::ServerContext *context, const nyx::TraceRequest *req,
                              nyx::TraceResponse *rsp) override;

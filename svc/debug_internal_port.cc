@@ -1,6 +1,7 @@
 #include <algorithm>
 
 #include "agent_api/internal_switch.h"
+#include "svc/common/call.h"
 #include "svc/common/text.h"
 #include "svc/debug.h"
 
@@ -65,15 +66,21 @@ void marvell_get_port_info(uint8_t port, nyx::InternalPortResponseMsg *rsp) {
     stats_to_proto(proto->mutable_stats(), stats);
 }
 
-grpc::Status DebugSvcImpl::InternalPortGet(grpc::ServerContext *, const nyx::InternalPortRequestMsg *req,
+grpc::Status DebugSvcImpl::InternalPortGet(grpc::ServerContext *context,
+                                           const nyx::InternalPortRequestMsg *req,
                                            nyx::InternalPortResponseMsg *rsp) {
-    if (req->request().empty()) {
-        return {grpc::StatusCode::INVALID_ARGUMENT, "Empty Request"};
-    }
-    for (const auto &request : req->request()) {
-        if (!append_ports(static_cast<uint8_t>(request.port_number()), rsp)) {
-            return {grpc::StatusCode::INVALID_ARGUMENT, "Internal port number must be between 1-7"};
+    return svc::call(context, req, rsp, [&]() -> grpc::Status {
+        if (req->request().empty()) {
+            return {grpc::StatusCode::INVALID_ARGUMENT, "Empty Request"};
         }
-    }
-    return grpc::Status::OK;
+        for (const auto &request : req->request()) {
+            if (svc::client_has_left()) {
+                return grpc::Status::CANCELLED;
+            }
+            if (!append_ports(static_cast<uint8_t>(request.port_number()), rsp)) {
+                return {grpc::StatusCode::INVALID_ARGUMENT, "Internal port number must be between 1-7"};
+            }
+        }
+        return grpc::Status::OK;
+    });
 }

@@ -1,6 +1,7 @@
 #include <iterator>
 #include <type_traits>
 
+#include "svc/common/call.h"
 #include "svc/common/ret_code.h"
 #include "svc/common/text.h"
 #include "svc/debug.h"
@@ -94,15 +95,16 @@ void nyx_pb_stats_entry_to_proto(nyx_pb_debug_stats_s *stats, void *ctxt) {
     rsp->set_api_status(types::API_STATUS_OK);
 }
 
-grpc::Status DebugSvcImpl::PbStatsGet(grpc::ServerContext *, const types::Empty *,
+grpc::Status DebugSvcImpl::PbStatsGet(grpc::ServerContext *context, const types::Empty *req,
                                       nyx::PbStatsGetResponse *rsp) {
-    rsp->set_api_status(sdk_ret_to_api_status(debug::nyx_pb_stats_get(nyx_pb_stats_entry_to_proto, rsp)));
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, [&] {
+        rsp->set_api_status(sdk_ret_to_api_status(debug::nyx_pb_stats_get(nyx_pb_stats_entry_to_proto, rsp)));
+    });
 }
 
-grpc::Status DebugSvcImpl::PbDropStatsReset(grpc::ServerContext *, const types::Empty *, types::Empty *) {
-    (void)debug::nyx_pb_stats_reset(true, false);
-    return grpc::Status::OK;
+grpc::Status DebugSvcImpl::PbDropStatsReset(grpc::ServerContext *context, const types::Empty *req,
+                                            types::Empty *rsp) {
+    return svc::call(context, req, rsp, [&] { (void)debug::nyx_pb_stats_reset(true, false); });
 }
 
 void nyx_table_stats_entry_to_proto(nyx_table_stats_s *stats, void *ctxt) {
@@ -119,9 +121,10 @@ void nyx_table_stats_entry_to_proto(nyx_table_stats_s *stats, void *ctxt) {
     rsp->set_api_status(types::API_STATUS_OK);
 }
 
-grpc::Status DebugSvcImpl::TableStatsGet(grpc::ServerContext *, const types::Empty *,
+grpc::Status DebugSvcImpl::TableStatsGet(grpc::ServerContext *context, const types::Empty *req,
                                          nyx::TableStatsGetResponse *rsp) {
-    rsp->set_api_status(
-        sdk_ret_to_api_status(debug::nyx_table_stats_get(nyx_table_stats_entry_to_proto, rsp)));
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, [&] {
+        rsp->set_api_status(
+            sdk_ret_to_api_status(debug::nyx_table_stats_get(nyx_table_stats_entry_to_proto, rsp)));
+    });
 }

@@ -1,12 +1,10 @@
 #include "svc/grpc_nyx_tbl.h"
 
-#include "svc/common/arena_call.h"
+#include "svc/common/call.h"
+#include "svc/nyx_tbl_calls.inc"
 #include "svc/nyx_tbl_flow.h"
 
-// Out of line, so that the class's 148 methods are compiled here and nowhere else.
-NyxTblSvcImpl::NyxTblSvcImpl() {
-#include "svc/nyx_tbl_calls.inc"
-}
+NyxTblSvcImpl::NyxTblSvcImpl() : served(k_methods) {}
 
 NyxTblSvcImpl::~NyxTblSvcImpl() = default;
 

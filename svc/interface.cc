@@ -4,8 +4,8 @@
 
 #include "agent_api/control_plane.h"
 #include "agent_api/interface.h"
-#include "svc/common/arena_call.h"
 #include "svc/common/batch.h"
+#include "svc/common/call.h"
 #include "svc/common/object_read.h"
 #include "svc/common/text.h"
 #include "svc/common/trace.h"
@@ -143,6 +143,9 @@ constexpr operation_s k_create = {create, log_failed_create}, k_update = {update
 sdk::sdk_ret_t write_entries(const nyx::InterfaceRequest &req, const operation_s &operation,
                              request_s *request) {
     for (const auto &proto : req.request()) {
+        if (svc::client_has_left()) {
+            return sdk::SDK_RET_OPERATION_TIMED_OUT;
+        }
         nyx_if_spec_s spec{};
         auto ret = nyx_if_proto_to_api_spec(&spec, proto);
         if (ret == sdk::SDK_RET_OK) {
@@ -170,6 +173,9 @@ sdk::sdk_ret_t write_all(const nyx::InterfaceRequest &req, uint64_t batch, const
 
 sdk::sdk_ret_t remove_all(const nyx::InterfaceDeleteRequest &req, uint64_t batch) {
     for (const auto &id : req.id()) {
+        if (svc::client_has_left()) {
+            return sdk::SDK_RET_OPERATION_TIMED_OUT;
+        }
         if (const auto ret = remove(svc::key_to_api(id), batch)) {
             return ret;
         }
@@ -179,10 +185,16 @@ sdk::sdk_ret_t remove_all(const nyx::InterfaceDeleteRequest &req, uint64_t batch
 
 }  // namespace
 
-IfSvcImpl::IfSvcImpl() {
-    MarkMethodCallback(svc::method_index("nyx.IfSvc.InterfaceGet"), svc::in_arena<nyx_svc_interface_get>());
-    MarkMethodCallback(svc::method_index("nyx.IfSvc.LifGet"), svc::in_arena<nyx_svc_lif_get>());
-}
+static constexpr svc::method_s k_methods[] = {
+    svc::method_of<&IfSvcImpl::InterfaceCreate>("InterfaceCreate"),
+    svc::method_of<&IfSvcImpl::InterfaceUpdate>("InterfaceUpdate"),
+    svc::method_of<&IfSvcImpl::InterfaceDelete>("InterfaceDelete"),
+    svc::method_of<&IfSvcImpl::InterfaceGet>("InterfaceGet"),
+    svc::method_of<&IfSvcImpl::LifGet>("LifGet"),
+    svc::method_of<&IfSvcImpl::LifStatsReset>("LifStatsReset"),
+};
+
+IfSvcImpl::IfSvcImpl() : served(k_methods) {}
 
 IfSvcImpl::~IfSvcImpl() = default;
 
@@ -244,26 +256,22 @@ void nyx_svc_interface_get(const nyx::InterfaceGetRequest *req, nyx::InterfaceGe
     (void)svc::read_objects<nyx_if_info_s>(req, rsp, read_one, nyx_if_read_all, nyx_if_api_info_to_proto);
 }
 
-grpc::Status IfSvcImpl::InterfaceCreate(grpc::ServerContext *, const nyx::InterfaceRequest *req,
+grpc::Status IfSvcImpl::InterfaceCreate(grpc::ServerContext *context, const nyx::InterfaceRequest *req,
                                         nyx::InterfaceResponse *rsp) {
-    (void)nyx_svc_interface_create(req, rsp);
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, nyx_svc_interface_create);
 }
 
-grpc::Status IfSvcImpl::InterfaceUpdate(grpc::ServerContext *, const nyx::InterfaceRequest *req,
+grpc::Status IfSvcImpl::InterfaceUpdate(grpc::ServerContext *context, const nyx::InterfaceRequest *req,
                                         nyx::InterfaceResponse *rsp) {
-    (void)nyx_svc_interface_update(req, rsp);
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, nyx_svc_interface_update);
 }
 
-grpc::Status IfSvcImpl::InterfaceDelete(grpc::ServerContext *, const nyx::InterfaceDeleteRequest *req,
+grpc::Status IfSvcImpl::InterfaceDelete(grpc::ServerContext *context, const nyx::InterfaceDeleteRequest *req,
                                         nyx::InterfaceDeleteResponse *rsp) {
-    (void)nyx_svc_interface_delete(req, rsp);
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, nyx_svc_interface_delete);
 }
 
-grpc::Status IfSvcImpl::InterfaceGet(grpc::ServerContext *, const nyx::InterfaceGetRequest *req,
+grpc::Status IfSvcImpl::InterfaceGet(grpc::ServerContext *context, const nyx::InterfaceGetRequest *req,
                                      nyx::InterfaceGetResponse *rsp) {
-    nyx_svc_interface_get(req, rsp);
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, nyx_svc_interface_get);
 }

@@ -4,9 +4,10 @@
 
 #include "agent_api/sdk_ret.h"
 #include "nyx/interface.grpc.pb.h"
+#include "svc/served.h"
 
 // Each method ends with gRPC status OK; the outcome is the response's api_status. No state: any thread.
-class IfSvcImpl final : public nyx::IfSvc::Service {
+class IfSvcImpl final : public svc::served<nyx::IfSvc> {
  public:
     IfSvcImpl();
     ~IfSvcImpl() override;

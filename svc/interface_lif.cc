@@ -1,6 +1,7 @@
 #include <iterator>
 
 #include "agent_api/lif.h"
+#include "svc/common/call.h"
 #include "svc/common/converters.h"
 #include "svc/common/object_read.h"
 #include "svc/common/text.h"
@@ -45,14 +46,14 @@ sdk::sdk_ret_t nyx_svc_lif_get(const nyx::LifGetRequest *req, nyx::LifGetRespons
                                              nyx_lif_api_info_to_proto);
 }
 
-grpc::Status IfSvcImpl::LifGet(grpc::ServerContext *, const nyx::LifGetRequest *req,
+grpc::Status IfSvcImpl::LifGet(grpc::ServerContext *context, const nyx::LifGetRequest *req,
                                nyx::LifGetResponse *rsp) {
-    (void)nyx_svc_lif_get(req, rsp);
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, nyx_svc_lif_get);
 }
 
-grpc::Status IfSvcImpl::LifStatsReset(grpc::ServerContext *, const types::Id *req, types::Empty *) {
-    nyx_obj_key_s key = svc::key_to_api(req->id());
-    (void)nyx_lif_stats_reset(req->id().empty() ? nullptr : &key);
-    return grpc::Status::OK;
+grpc::Status IfSvcImpl::LifStatsReset(grpc::ServerContext *context, const types::Id *req, types::Empty *rsp) {
+    return svc::call(context, req, rsp, [&] {
+        nyx_obj_key_s key = svc::key_to_api(req->id());
+        (void)nyx_lif_stats_reset(req->id().empty() ? nullptr : &key);
+    });
 }

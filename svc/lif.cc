@@ -6,7 +6,7 @@
 
 #include "agent_api/lif.h"
 #include "agent_api/lif_impl.h"
-#include "svc/common/arena_call.h"
+#include "svc/common/call.h"
 #include "svc/common/converters.h"
 #include "svc/common/object_read.h"
 #include "svc/common/text.h"
@@ -70,10 +70,11 @@ void status_to_proto(nyx::LifClassicStatus *proto, const quill_lif_impl &impl, c
 
 }  // namespace
 
-LifClassicSvcImpl::LifClassicSvcImpl() {
-    MarkMethodCallback(svc::method_index("nyx.LifClassicSvc.LifClassicGet"),
-                       svc::in_arena<nyx_svc_lif_classic_get>());
-}
+static constexpr svc::method_s k_methods[] = {
+    svc::method_of<&LifClassicSvcImpl::LifClassicGet>("LifClassicGet"),
+};
+
+LifClassicSvcImpl::LifClassicSvcImpl() : served(k_methods) {}
 
 LifClassicSvcImpl::~LifClassicSvcImpl() = default;
 
@@ -93,8 +94,8 @@ sdk::sdk_ret_t nyx_svc_lif_classic_get(const nyx::LifClassicGetRequest *req,
                                              nyx_lif_api_info_to_config_proto);
 }
 
-grpc::Status LifClassicSvcImpl::LifClassicGet(grpc::ServerContext *, const nyx::LifClassicGetRequest *req,
+grpc::Status LifClassicSvcImpl::LifClassicGet(grpc::ServerContext *context,
+                                              const nyx::LifClassicGetRequest *req,
                                               nyx::LifClassicGetResponse *rsp) {
-    (void)nyx_svc_lif_classic_get(req, rsp);
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, nyx_svc_lif_classic_get);
 }

@@ -4,9 +4,10 @@
 
 #include "agent_api/sdk_ret.h"
 #include "nyx/lif.grpc.pb.h"
+#include "svc/served.h"
 
 // Ends with gRPC status OK; the outcome is the response's api_status. No state: any thread.
-class LifClassicSvcImpl final : public nyx::LifClassicSvc::Service {
+class LifClassicSvcImpl final : public svc::served<nyx::LifClassicSvc> {
  public:
     LifClassicSvcImpl();
     ~LifClassicSvcImpl() override;

@@ -4,11 +4,13 @@
 
 #include "agent_api/pipeline.h"
 #include "nyx/pipeline.grpc.pb.h"
+#include "svc/served.h"
 
 // Each method ends with gRPC status OK; the outcome is the response's api_status, where it has one. Only
 // FlowStatsSummaryGet ends with UNIMPLEMENTED when the device mode does not offer it. No state: any thread.
-class PipelineSvcImpl : public nyx::PipelineSvc::Service {
+class PipelineSvcImpl final : public svc::served<nyx::PipelineSvc> {
  public:
+    PipelineSvcImpl();
     ~PipelineSvcImpl() override;
     grpc::Status MeterStatsGet(grpc::ServerContext *context, const nyx::MeterStatsGetRequest *req,
                                nyx::MeterStatsGetResponse *rsp) override;

@@ -1,11 +1,34 @@
 #include "svc/port.h"
 
 #include "agent_api/port.h"
-#include "svc/common/arena_call.h"
 #include "svc/common/batch.h"
+#include "svc/common/call.h"
 #include "svc/common/object_read.h"
 #include "svc/common/trace.h"
 #include "svc/port_record.h"
+
+namespace {
+
+// Named as the method that its log line reports.
+void PortStatsReset(const types::Id *req, types::Empty *) {
+    if (req->id().size() > sizeof(nyx_obj_key_s::id)) {
+        // As the all-zero key it could reset more than was meant.
+        SVC_TRACE_ERR("Port statistics not reset, id of {} bytes names no port", req->id().size());
+        return;
+    }
+    const nyx_obj_key_s key = svc::key_to_api(req->id());
+    (void)api::port_stats_reset(&key);
+}
+
+}  // namespace
+
+static constexpr svc::method_s k_methods[] = {
+    svc::method_of<&PortSvcImpl::PortGet>("PortGet"),
+    svc::method_of<&PortSvcImpl::PortUpdate>("PortUpdate"),
+    svc::method_of<&PortSvcImpl::PortStatsReset>("PortStatsReset"),
+};
+
+PortSvcImpl::PortSvcImpl() : served(k_methods) {}
 
 PortSvcImpl::~PortSvcImpl() = default;
 
@@ -32,25 +55,17 @@ sdk::sdk_ret_t nyx_svc_port_update(const nyx::PortUpdateRequest *req, nyx::PortU
     return ret;
 }
 
-grpc::Status PortSvcImpl::PortGet(grpc::ServerContext *, const nyx::PortGetRequest *req,
+grpc::Status PortSvcImpl::PortGet(grpc::ServerContext *context, const nyx::PortGetRequest *req,
                                   nyx::PortGetResponse *rsp) {
-    (void)nyx_svc_port_get(req, rsp);
-    return svc::status_of(*rsp);
+    return svc::call(context, req, rsp, nyx_svc_port_get);
 }
 
-grpc::Status PortSvcImpl::PortUpdate(grpc::ServerContext *, const nyx::PortUpdateRequest *req,
+grpc::Status PortSvcImpl::PortUpdate(grpc::ServerContext *context, const nyx::PortUpdateRequest *req,
                                      nyx::PortUpdateResponse *rsp) {
-    (void)nyx_svc_port_update(req, rsp);
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, nyx_svc_port_update);
 }
 
-grpc::Status PortSvcImpl::PortStatsReset(grpc::ServerContext *, const types::Id *req, types::Empty *) {
-    if (req->id().size() > sizeof(nyx_obj_key_s::id)) {
-        // As the all-zero key it could reset more than was meant.
-        SVC_TRACE_ERR("Port statistics not reset, id of {} bytes names no port", req->id().size());
-        return grpc::Status::OK;
-    }
-    const nyx_obj_key_s key = svc::key_to_api(req->id());
-    (void)api::port_stats_reset(&key);
-    return grpc::Status::OK;
+grpc::Status PortSvcImpl::PortStatsReset(grpc::ServerContext *context, const types::Id *req,
+                                         types::Empty *rsp) {
+    return svc::call(context, req, rsp, ::PortStatsReset);
 }

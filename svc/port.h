@@ -4,10 +4,12 @@
 
 #include "agent_api/sdk_ret.h"
 #include "nyx/port.grpc.pb.h"
+#include "svc/served.h"
 
 // Each method ends with gRPC status OK; the outcome is the response's api_status. No state: any thread.
-class PortSvcImpl : public nyx::PortSvc::Service {
+class PortSvcImpl final : public svc::served<nyx::PortSvc> {
  public:
+    PortSvcImpl();
     ~PortSvcImpl() override;
     grpc::Status PortGet(grpc::ServerContext *context, const nyx::PortGetRequest *req,
                          nyx::PortGetResponse *rsp) override;

@@ -7,6 +7,7 @@
 
 #include "agent_api/sysmgr.h"
 #include "agent_api/system.h"
+#include "svc/common/call.h"
 #include "svc/common/converters.h"
 #include "svc/common/ret_code.h"
 #include "svc/common/text.h"
@@ -78,12 +79,9 @@ bool update_clock(uint32_t mhz, std::span<const frequency_s> accepted,
     return true;
 }
 
-}  // namespace
+// Named as the methods that their log lines report.
 
-SystemSvcImpl::~SystemSvcImpl() = default;
-
-grpc::Status SystemSvcImpl::SystemGet(grpc::ServerContext *, const types::Empty *,
-                                      nyx::SystemGetResponse *rsp) {
+void SystemGet(const types::Empty *, nyx::SystemGetResponse *rsp) {
     readings_s readings;
     sdk::sdk_ret_t ret;
     if ((ret = nyx_get_system_voltage(&readings.voltage))) {
@@ -100,31 +98,54 @@ grpc::Status SystemSvcImpl::SystemGet(grpc::ServerContext *, const types::Empty 
         readings_to_proto(rsp, readings);
     }
     rsp->set_api_status(sdk_ret_to_api_status(ret));
-    return grpc::Status::OK;
 }
 
-grpc::Status SystemSvcImpl::ClockFrequencyUpdate(grpc::ServerContext *, const nyx::ClockFrequencyRequest *req,
-                                                 nyx::ClockFrequencyResponse *rsp) {
+void ClockFrequencyUpdate(const nyx::ClockFrequencyRequest *req, nyx::ClockFrequencyResponse *rsp) {
     auto ret = sdk::SDK_RET_INVALID_ARG;
     rsp->set_api_status(types::API_STATUS_INVALID_ARG);
     if (!req) {
-        return grpc::Status::OK;
+        return;
     }
     if (!update_clock(req->clock_frequency(), k_core_frequencies, nyx_clock_frequency_update, &ret)) {
         SVC_TRACE_ERR("Clock-frequency update failed, accepted frequencies are 833, 900, 957, 1033 and 1100");
-        return grpc::Status::OK;
+        return;
     }
     if (!update_clock(req->arm_clock_frequency(), k_arm_frequencies, nyx_arm_clock_frequency_update, &ret)) {
         SVC_TRACE_ERR("Clock-frequency update failed, accepted frequencies are 1667, 2000, 2200 and 3000");
-        return grpc::Status::OK;
+        return;
     }
     if (!update_clock(req->p4_stage_frequency(), k_p4_stage_frequencies, nyx_p4_stage_frequency_update,
                       &ret)) {
         SVC_TRACE_ERR("P4 Stage frequency update failed, acccepted frequencies are 1137 and 1500");
-        return grpc::Status::OK;
+        return;
     }
     rsp->set_api_status(sdk_ret_to_api_status(ret));
-    return grpc::Status::OK;
+}
+
+}  // namespace
+
+static constexpr svc::method_s k_methods[] = {
+    svc::method_of<&SystemSvcImpl::SystemGet>("SystemGet"),
+    svc::method_of<&SystemSvcImpl::ClockFrequencyUpdate>("ClockFrequencyUpdate"),
+    svc::method_of<&SystemSvcImpl::QueueCreditsGet>("QueueCreditsGet"),
+    svc::method_of<&SystemSvcImpl::ProcessRecoveryEnable>("ProcessRecoveryEnable"),
+    svc::method_of<&SystemSvcImpl::ProcessRecoveryDisable>("ProcessRecoveryDisable"),
+    svc::method_of<&SystemSvcImpl::ProcessRecoveryGet>("ProcessRecoveryGet"),
+};
+
+SystemSvcImpl::SystemSvcImpl() : served(k_methods) {}
+
+SystemSvcImpl::~SystemSvcImpl() = default;
+
+grpc::Status SystemSvcImpl::SystemGet(grpc::ServerContext *context, const types::Empty *req,
+                                      nyx::SystemGetResponse *rsp) {
+    return svc::call(context, req, rsp, ::SystemGet);
+}
+
+grpc::Status SystemSvcImpl::ClockFrequencyUpdate(grpc::ServerContext *context,
+                                                 const nyx::ClockFrequencyRequest *req,
+                                                 nyx::ClockFrequencyResponse *rsp) {
+    return svc::call(context, req, rsp, ::ClockFrequencyUpdate);
 }
 
 void nyx_queue_credits_to_proto(uint32_t port, sdk::asic::pd::port_queue_credit_s *credits, void *ctxt) {
@@ -138,31 +159,31 @@ void nyx_queue_credits_to_proto(uint32_t port, sdk::asic::pd::port_queue_credit_
     }
 }
 
-grpc::Status SystemSvcImpl::QueueCreditsGet(grpc::ServerContext *, const types::Empty *,
+grpc::Status SystemSvcImpl::QueueCreditsGet(grpc::ServerContext *context, const types::Empty *req,
                                             nyx::QueueCreditsGetResponse *rsp) {
-    rsp->set_api_status(
-        sdk_ret_to_api_status(sdk::asic::pd::queue_credits_get(nyx_queue_credits_to_proto, rsp)));
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, [&] {
+        rsp->set_api_status(
+            sdk_ret_to_api_status(sdk::asic::pd::queue_credits_get(nyx_queue_credits_to_proto, rsp)));
+    });
 }
 
-grpc::Status SystemSvcImpl::ProcessRecoveryEnable(grpc::ServerContext *, const types::Empty *,
-                                                  types::Empty *) {
-    sysmgr::Client::recovery_toggle(true);
-    return grpc::Status::OK;
+grpc::Status SystemSvcImpl::ProcessRecoveryEnable(grpc::ServerContext *context, const types::Empty *req,
+                                                  types::Empty *rsp) {
+    return svc::call(context, req, rsp, [&] { sysmgr::Client::recovery_toggle(true); });
 }
 
-grpc::Status SystemSvcImpl::ProcessRecoveryDisable(grpc::ServerContext *, const types::Empty *,
-                                                   types::Empty *) {
-    sysmgr::Client::recovery_toggle(false);
-    return grpc::Status::OK;
+grpc::Status SystemSvcImpl::ProcessRecoveryDisable(grpc::ServerContext *context, const types::Empty *req,
+                                                   types::Empty *rsp) {
+    return svc::call(context, req, rsp, [&] { sysmgr::Client::recovery_toggle(false); });
 }
 
-grpc::Status SystemSvcImpl::ProcessRecoveryGet(grpc::ServerContext *, const types::Empty *,
+grpc::Status SystemSvcImpl::ProcessRecoveryGet(grpc::ServerContext *context, const types::Empty *req,
                                                nyx::ProcessRecoveryGetResponse *rsp) {
-    bool enabled = false, suspended = false;
-    sysmgr::Client::get_recovery_status(&enabled, &suspended);
-    rsp->set_recovery_status(enabled     ? nyx::RECOVERY_STATUS_ENABLED
-                             : suspended ? nyx::RECOVERY_STATUS_SUSPENDED
-                                         : nyx::RECOVERY_STATUS_DISABLED);
-    return grpc::Status::OK;
+    return svc::call(context, req, rsp, [&] {
+        bool enabled = false, suspended = false;
+        sysmgr::Client::get_recovery_status(&enabled, &suspended);
+        rsp->set_recovery_status(enabled     ? nyx::RECOVERY_STATUS_ENABLED
+                                 : suspended ? nyx::RECOVERY_STATUS_SUSPENDED
+                                             : nyx::RECOVERY_STATUS_DISABLED);
+    });
 }

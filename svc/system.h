@@ -4,11 +4,13 @@
 
 #include "agent_api/queue_credits.h"
 #include "nyx/system.grpc.pb.h"
+#include "svc/served.h"
 
 // Each method ends with gRPC status OK; the outcome is the response's api_status, where it has one. No state: any
 // thread.
-class SystemSvcImpl : public nyx::SystemSvc::Service {
+class SystemSvcImpl final : public svc::served<nyx::SystemSvc> {
  public:
+    SystemSvcImpl();
     ~SystemSvcImpl() override;
     grpc::Status SystemGet(grpc::ServerContext *context, const types::Empty *req,
                            nyx::SystemGetResponse *rsp) override;

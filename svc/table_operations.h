@@ -2,12 +2,13 @@
 //
 // Each takes the binding of a table (its records and their conversions, generated from the schema) and the
 // operation of the table library to call. Entries are handled one by one, in order and without rollback: a
-// failure does not stop the rest. The return code is SDK_RET_OK, or SDK_RET_MAX_RETURN_VALUE when any of them
+// failure does not stop the rest, unless the client has left. The return code is SDK_RET_OK, or SDK_RET_MAX_RETURN_VALUE when any of them
 // failed; its translation goes into the response. No state: any thread.
 
 #pragma once
 
 #include "agent_api/sdk_ret.h"
+#include "svc/common/call.h"
 #include "svc/common/ret_code.h"
 
 namespace nyx_tbl {
@@ -25,6 +26,13 @@ class outcome {
         if (ret != sdk::SDK_RET_OK) {
             ret_ = sdk::SDK_RET_MAX_RETURN_VALUE;
         }
+    }
+
+    // Whether the client has left; what is not done then counts as failed.
+    bool stop_with_client() {
+        const bool has_left = svc::client_has_left();
+        add(has_left ? sdk::SDK_RET_OPERATION_TIMED_OUT : sdk::SDK_RET_OK);
+        return has_left;
     }
 
     template <class Response>
@@ -70,6 +78,9 @@ template <class Binding, class Operation, class Request, class Response>
 sdk::sdk_ret_t write(Operation operation, const Request &req, Response *rsp) {
     outcome result;
     for (const auto &spec : req.request()) {
+        if (result.stop_with_client()) {
+            break;
+        }
         typename Binding::spec_s rec{};
         spec_to_record<Binding>(rec, spec);
         result.add(operation(&rec));
@@ -82,6 +93,9 @@ template <class Binding, class Operation, class Request, class Response>
 sdk::sdk_ret_t remove(Operation operation, const Request &req, Response *rsp) {
     outcome result;
     for (const auto &key : req.key()) {
+        if (result.stop_with_client()) {
+            break;
+        }
         typename Binding::key_s key_rec{};
         Binding::key_to_record(key_rec, key);
         result.add(operation(&key_rec));
@@ -95,6 +109,9 @@ sdk::sdk_ret_t get(Operation operation, const Request &req, Response *rsp) {
     outcome result;
     rsp->mutable_response()->Reserve(req.key_size());
     for (const auto &key : req.key()) {
+        if (result.stop_with_client()) {
+            break;
+        }
         typename Binding::key_s key_rec{};
         Binding::key_to_record(key_rec, key);
         typename Binding::spec_s rec{};

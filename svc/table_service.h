@@ -2,12 +2,14 @@
 
 #pragma once
 
-#include <grpcpp/impl/service_type.h>
-
 #include <memory>
 
 #include "agent_api/nyx_tbl.h"
 #include "svc/nyx_tbl_functions.h"
+
+namespace grpc {
+class Service;
+}
 
 // A new NyxTblSvcImpl. It must outlive the server that it is registered with.
 std::unique_ptr<grpc::Service> make_table_service();

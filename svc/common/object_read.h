@@ -4,6 +4,7 @@
 
 #include "agent_api/nyx_types.h"
 #include "agent_api/sdk_ret.h"
+#include "svc/common/call.h"
 #include "svc/common/converters.h"
 #include "svc/common/ret_code.h"
 
@@ -11,7 +12,8 @@ namespace svc {
 
 // Reads the objects with the ids of the request, in order and up to the first failure, or all objects when it has no
 // ids. `read` is sdk_ret_t(nyx_obj_key_s *, Info *), `read_all` walks over all records, and `to_proto` appends a
-// record to the response, which takes the translated outcome. What was appended before a failure stays.
+// record to the response, which takes the translated outcome. What was appended before a failure stays. A client that
+// has left is one.
 template <class Info, class Request, class Response, class Read, class ReadAll>
 sdk::sdk_ret_t read_objects(const Request *req, Response *rsp, Read read, ReadAll read_all,
                             nyx_read_cb_t to_proto) {
@@ -22,6 +24,10 @@ sdk::sdk_ret_t read_objects(const Request *req, Response *rsp, Read read, ReadAl
         ret = read_all(to_proto, rsp);
     } else {
         for (const auto &id : req->id()) {
+            if (client_has_left()) {
+                ret = sdk::SDK_RET_OPERATION_TIMED_OUT;
+                break;
+            }
             nyx_obj_key_s key = key_to_api(id);
             Info info{};
             ret = read(&key, &info);

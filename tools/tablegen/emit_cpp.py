@@ -228,28 +228,33 @@ def _functions_source(family, tables):
 {"".join(map(_functions, tables))}"""
 
 
+def _method(table, operation):
+    """The return type, and the rest of the declaration."""
+    name = f"{table.name}{operation.capitalize()}"
+    arguments = (f"(grpc::ServerContext *context, const {_request(table.name, operation)} *req, "
+                 f"{_response(table.name, operation)} *rsp)")
+    return name, arguments
+
+
 def _methods(tables):
     lines = [f"{HEADER}// Inside class NyxTblSvcImpl.\n"]
     for table in tables:
         for operation in OPERATIONS:
-            name = table.name
-            lines.append(
-                f"grpc::Status {name}{operation.capitalize()}(grpc::ServerContext *, "
-                f"const {_request(name, operation)} *req, {_response(name, operation)} *rsp) override {{ "
-                f"(void)nyx_svc_{name}_{operation}(req, rsp); return grpc::Status::OK; }}\n"
-            )
+            lines.append("grpc::Status {}{} override;\n".format(*_method(table, operation)))
     return "".join(lines)
 
 
 def _calls(tables):
-    lines = [f"{HEADER}// Inside the constructor of NyxTblSvcImpl.\n"]
+    lines = [f"{HEADER}// The methods of NyxTblSvcImpl, and how a call server finds them.\n"]
+    rows = []
     for table in tables:
         for operation in OPERATIONS:
-            lines.append(
-                f'MarkMethodCallback(svc::method_index("nyx.NyxTblSvc.{table.name}{operation.capitalize()}"), '
-                f"svc::in_arena<nyx_svc_{table.name}_{operation}>());\n"
-            )
-    return "".join(lines)
+            name, arguments = _method(table, operation)
+            lines.append(f"grpc::Status NyxTblSvcImpl::{name}{arguments} {{\n"
+                         f"    return svc::call<svc::k_max_table_entries>(context, req, rsp, "
+                         f"nyx_svc_{table.name}_{operation});\n}}\n")
+            rows.append(f'    svc::method_of<&NyxTblSvcImpl::{name}>("{name}"),\n')
+    return "".join([*lines, "\nconstexpr svc::method_s k_methods[] = {\n", *rows, "};\n"])
 
 
 # --- sim: the stand-in's table library --------------------------------------------------------------------

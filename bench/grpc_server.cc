@@ -17,6 +17,8 @@ namespace bench {
 
 namespace {
 
+constexpr size_t k_workers = 64;  // as nyx-agent has
+
 class empty_service : public nyx::NyxTblSvc::Service {
     grpc::Status flowCreate(grpc::ServerContext *, const nyx::flowRequest *, nyx::flowResponse *) override {
         return grpc::Status::OK;
@@ -101,7 +103,8 @@ double forget_peak() {
 }  // namespace
 
 grpc_server::grpc_server(const std::string &kind, const std::string &address)
-    : services_(make_services(kind)) {
+    : calls_(kind.starts_with("agent") ? std::make_unique<svc::call_server>() : nullptr),
+      services_(make_services(kind)) {
     check_replacements();
     if (kind == "agent-15000") {
         set_walk_size(15'000);
@@ -116,13 +119,24 @@ grpc_server::grpc_server(const std::string &kind, const std::string &address)
     for (const auto &service : services_) {
         builder.RegisterService(service.get());
     }
+    if (calls_) {
+        calls_->attach(&builder);
+    }
     server_ = builder.BuildAndStart();
     if (!server_) {
         fail("no gRPC server at " + address);
     }
+    while (calls_ && workers_.size() < k_workers) {
+        workers_.emplace_back([this] { calls_->run(); });
+    }
 }
 
-grpc_server::~grpc_server() { server_->Shutdown(std::chrono::system_clock::now()); }
+grpc_server::~grpc_server() {
+    server_->Shutdown(std::chrono::system_clock::now());
+    if (calls_) {
+        calls_->shutdown();
+    }
+}
 
 double grpc_server::figure(const std::string &name) {
     if (name == "cpu_s") {

@@ -4,7 +4,10 @@
 
 #include <memory>
 #include <string>
+#include <thread>
 #include <vector>
+
+#include "svc/call_server.h"
 
 namespace grpc {
 class Server;
@@ -29,8 +32,10 @@ class grpc_server {
     double figure(const std::string &name);
 
  private:
+    std::unique_ptr<svc::call_server> calls_;  // of an agent's services
     std::vector<std::unique_ptr<grpc::Service>> services_;
     std::unique_ptr<grpc::Server> server_;
+    std::vector<std::jthread> workers_;
 };
 
 }  // namespace bench

@@ -29,6 +29,16 @@ uint32_t to_ms(std::chrono::steady_clock::duration duration) {
 
 }  // namespace
 
+static constexpr svc::method_s k_methods[] = {
+    svc::method_of<&FaultSvcImpl::FaultAdd>("FaultAdd"),
+    svc::method_of<&FaultSvcImpl::FaultList>("FaultList"),
+    svc::method_of<&FaultSvcImpl::FaultClear>("FaultClear"),
+    svc::method_of<&FaultSvcImpl::FaultOperationsGet>("FaultOperationsGet"),
+    svc::method_of<&FaultSvcImpl::HeartbeatGet>("HeartbeatGet"),
+};
+
+FaultSvcImpl::FaultSvcImpl() : served(k_methods) {}
+
 grpc::Status FaultSvcImpl::FaultAdd(grpc::ServerContext *, const nyx::FaultAddRequest *req,
                                     nyx::FaultAddResponse *rsp) {
     try {

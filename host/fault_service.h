@@ -3,13 +3,15 @@
 #pragma once
 
 #include "nyx/fault.grpc.pb.h"
+#include "svc/served.h"
 
 namespace host {
 
 // Arms, lists and removes faults (sim/faults/faults.h): INVALID_ARGUMENT for a text that is not a fault, NOT_FOUND for
 // an unknown id. Reports heartbeats (sim/framework/watchdog.h). No state of its own: any thread.
-class FaultSvcImpl : public nyx::FaultSvc::Service {
+class FaultSvcImpl final : public svc::served<nyx::FaultSvc> {
  public:
+    FaultSvcImpl();
     grpc::Status FaultAdd(grpc::ServerContext *context, const nyx::FaultAddRequest *req,
                           nyx::FaultAddResponse *rsp) override;
     grpc::Status FaultList(grpc::ServerContext *context, const types::Empty *req,

@@ -34,6 +34,9 @@ namespace host {
 
 namespace {
 
+// Threads that run calls: as many operations can wait for the card at once, of one method a quarter.
+constexpr size_t k_workers = 64;
+
 constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);  // then calls are cancelled
 
 std::vector<std::unique_ptr<grpc::Service>> make_services(bool with_faults) {
@@ -102,6 +105,7 @@ grpc_door::grpc_door(const options_s &options)
     for (const auto &service : services_) {
         builder.RegisterService(service.get());
     }
+    calls_.attach(&builder);
     acceptor_ = builder.experimental().AddExternalConnectionAcceptor(
         grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD,
         server_credentials(options.tls));
@@ -110,6 +114,9 @@ grpc_door::grpc_door(const options_s &options)
         throw setup_error(options.grpc + ": the gRPC server does not start");
     }
     declare_healthy(server_.get(), options.fault_service);
+    while (workers_.size() < k_workers) {
+        workers_.emplace_back([this] { calls_.run(); });
+    }
     accept_thread_ = std::thread([this] { accept_until_stopped(); });
 }
 
@@ -125,6 +132,8 @@ void grpc_door::stop() {
     eventfd_write(stop_.get(), 1);
     accept_thread_.join();
     server_->Shutdown(std::chrono::system_clock::now() + k_shutdown_patience);
+    calls_.shutdown();
+    workers_.clear();
 }
 
 // False when it is time to stop.

@@ -11,6 +11,7 @@
 
 #include "host/listener.h"
 #include "host/options.h"
+#include "svc/call_server.h"
 
 namespace grpc {
 class Service;
@@ -42,9 +43,11 @@ class grpc_door {
 
     listener_s listener_;
     base::unique_fd stop_;
+    svc::call_server calls_;  // before the services, which it serves
     std::vector<std::unique_ptr<grpc::Service>> services_;
     std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor> acceptor_;
     std::unique_ptr<grpc::Server> server_;
+    std::vector<std::jthread> workers_;
     std::thread accept_thread_;
 };
 

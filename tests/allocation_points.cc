@@ -24,6 +24,7 @@ const bool test::k_protobufs_fail = true;
 namespace {
 
 std::atomic<int64_t> g_left = 0;  // allocations up to the one that fails; 0 and below: none will
+std::atomic<bool> g_all_after = false;
 thread_local bool t_looking = false;
 
 constexpr const char *k_transparent[] = {"libstdc++.", "libspdlog.", "libfmt.", "libprotobuf.",
@@ -65,12 +66,12 @@ bool is_the_librarys(void *caller) {
 }
 
 void count_allocation(void *caller) {
-    if (g_left <= 0 || t_looking) {
+    if ((g_left <= 0 && !g_all_after) || t_looking) {
         return;
     }
     t_looking = true;
     const bool strikes =
-        is_the_librarys(caller) && (test::k_protobufs_fail || !is_protobufs(caller)) && --g_left == 0;
+        is_the_librarys(caller) && (test::k_protobufs_fail || !is_protobufs(caller)) && --g_left <= 0;
     t_looking = false;
     if (strikes) {
         throw std::bad_alloc();
@@ -97,13 +98,17 @@ void *operator new[](size_t size) {
 
 namespace test {
 
-failing_allocation::failing_allocation(int64_t nth) {
+failing_allocation::failing_allocation(int64_t nth, bool and_all_after) {
     void *frame;
     (void)backtrace(&frame, 1);  // loads the unwinder, which allocates
     g_left = nth;
+    g_all_after = and_all_after;
 }
 
-failing_allocation::~failing_allocation() { g_left = 0; }
+failing_allocation::~failing_allocation() {
+    g_all_after = false;
+    g_left = 0;
+}
 
 bool failing_allocation::struck() const { return g_left <= 0; }
 

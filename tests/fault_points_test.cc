@@ -207,7 +207,7 @@ class points : public testing::TestWithParam<std::string> {
     }
 
     void fail_each_call_into_the_agent(const operation_s &operation);
-    int64_t fail_each_allocation(const operation_s &operation);  // how many it made
+    int64_t fail_each_allocation(const operation_s &operation, bool and_all_after);  // how many it made
 
     static void print(const operation_s &operation, const std::string &kind, uint64_t struck, uint64_t all) {
         printf("%s%s: %lu of %lu %s\n", operation.call.method.c_str(),
@@ -307,7 +307,7 @@ void points::fail_each_call_into_the_agent(const operation_s &operation) {
     print(operation, "calls", struck, all);
 }
 
-int64_t points::fail_each_allocation(const operation_s &operation) {
+int64_t points::fail_each_allocation(const operation_s &operation, bool and_all_after) {
     prepare(operation);
     const auto undisturbed = make(operation.call);
     for (int64_t nth = 1;; nth++) {
@@ -315,14 +315,14 @@ int64_t points::fail_each_allocation(const operation_s &operation) {
         prepare(operation);
         outcome_s outcome;
         {
-            const test::failing_allocation failing(nth);
+            const test::failing_allocation failing(nth, and_all_after);
             outcome = make(operation.call);
             if (!failing.struck()) {
                 print(operation, "allocations", nth - 1, nth - 1);
                 return nth - 1;
             }
         }
-        EXPECT_THAT(outcome.status.error_code(), testing::AnyOf(grpc::OK, grpc::UNKNOWN));
+        EXPECT_THAT(outcome.status.error_code(), testing::AnyOf(grpc::OK, grpc::RESOURCE_EXHAUSTED));
         expect_unharmed(operation, undisturbed);
     }
 }
@@ -338,7 +338,9 @@ TEST_P(points, EachAllocationMayFail) {
     int64_t allocations = 0;
     for (const auto &operation : operations()) {
         SCOPED_TRACE(operation.call.method + " " + operation.call.request);
-        allocations += fail_each_allocation(operation);
+        for (const bool and_all_after : {false, true}) {
+            allocations += fail_each_allocation(operation, and_all_after);
+        }
     }
     EXPECT_TRUE(allocations > 0 || !test::k_protobufs_fail);
 }

@@ -11,8 +11,10 @@
 #include <memory>
 #include <stdexcept>
 #include <string>
+#include <thread>
 #include <vector>
 
+#include "svc/call_server.h"
 #include "tests/temporary_folder.h"
 
 namespace test {
@@ -37,26 +39,39 @@ inline grpc::Status unary_call(const std::shared_ptr<grpc::Channel> &channel, co
     return status;
 }
 
-// A server on a Unix domain socket of its own and a channel to it. The services must outlive it. Calls may
-// come from any thread.
+// A server on a Unix domain socket of its own and a channel to it, with threads for `calls` if given. Both and the
+// services must outlive it. Calls may come from any thread.
 class grpc_server {
  public:
-    explicit grpc_server(const std::vector<grpc::Service *> &services) {
+    explicit grpc_server(const std::vector<grpc::Service *> &services, svc::call_server *calls = nullptr)
+        : calls_(calls) {
         const std::string address = "unix:" + (folder_ / "grpc.sock");
         grpc::ServerBuilder builder;
         builder.AddListeningPort(address, grpc::InsecureServerCredentials());
         for (auto *service : services) {
             builder.RegisterService(service);
         }
+        if (calls_) {
+            calls_->attach(&builder);
+        }
         server_ = builder.BuildAndStart();
         if (!server_) {
             throw std::runtime_error("no server at " + address);
         }
         channel_ = grpc::CreateChannel(address, grpc::InsecureChannelCredentials());
+        constexpr size_t k_workers = 32;
+        while (calls_ && workers_.size() < k_workers) {
+            workers_.emplace_back([this] { calls_->run(); });
+        }
     }
     grpc_server(const grpc_server &) = delete;
     grpc_server &operator=(const grpc_server &) = delete;
-    ~grpc_server() { server_->Shutdown(); }
+    ~grpc_server() {
+        server_->Shutdown();
+        if (calls_) {
+            calls_->shutdown();
+        }
+    }
 
     const std::shared_ptr<grpc::Channel> &channel() const { return channel_; }
 
@@ -67,7 +82,9 @@ class grpc_server {
 
  private:
     temporary_folder folder_;
+    svc::call_server *calls_;
     std::unique_ptr<grpc::Server> server_;
+    std::vector<std::jthread> workers_;
     std::shared_ptr<grpc::Channel> channel_;
 };
 

@@ -357,16 +357,6 @@ TEST(table_functions, FlowInfoConverterFillsTheDataPartOnly) {
     }
 }
 
-TEST_F(table_service, RequestThatCannotBeParsedIsRefusedByName) {
-    types::Id bytes;  // on the wire a flowRequest whose entry ends within a field
-    bytes.set_id("\xff");
-    nyx::flowResponse rsp;
-    const auto status = server_.call("/nyx.NyxTblSvc/flowCreate", bytes, &rsp);
-    EXPECT_EQ(status.error_code(), grpc::INTERNAL);
-    EXPECT_THAT(status.error_message(), testing::HasSubstr("nyx.flowRequest"));
-    EXPECT_THAT(stored(test::table_layout("flow")), testing::IsEmpty());
-}
-
 void create_terminations(const std::shared_ptr<grpc::Channel> &channel, uint32_t first, uint32_t count) {
     for (uint32_t key = first; key < first + count; key++) {
         nyx::tunnel_terminate_sa_v4Request req;

@@ -232,6 +232,9 @@ value_s message_value(const pb::Message &message) {
 }
 
 value_s number_value(uint64_t number, const pb::FieldDescriptor *field) {
+    if (field->options().GetExtension(types::counter)) {
+        return counter_s{number, field->cpp_type() == pb::FieldDescriptor::CPPTYPE_UINT64 ? 64U : 32U};
+    }
     const auto text = number_to_text(number, number_form(field));
     return text ? value_s(*text) : value_s(number);
 }

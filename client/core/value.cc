@@ -24,6 +24,7 @@ struct to_cell_s {
     std::string operator()(bool truth) const { return truth ? "yes" : "no"; }
     std::string operator()(double number) const { return fmt::format("{:#}", number); }
     std::string operator()(auto integer) const { return fmt::to_string(integer); }
+    std::string operator()(const counter_s &counter) const { return fmt::to_string(counter.count); }
     std::string operator()(const enumerator_s &enumerator) const { return enumerator.text; }
     std::string operator()(const std::string &text) const {
         return text.empty() ? "-" : base::without_controls(text);

@@ -21,12 +21,20 @@ struct enumerator_s {
     bool operator==(const enumerator_s &) const = default;
 };
 
-// Null, a truth value, a number, a text, an enumerator, or a list of these.
+// A count of events, which wraps around at its width.
+struct counter_s {
+    uint64_t count;
+    unsigned bits;  // 32 or 64
+
+    bool operator==(const counter_s &) const = default;
+};
+
+// Null, a truth value, a number, a text, an enumerator, a counter, or a list of these.
 class value_s {
  public:
     using list_t = std::vector<value_s>;
-    using content_t =
-        std::variant<std::nullptr_t, bool, uint64_t, int64_t, double, std::string, enumerator_s, list_t>;
+    using content_t = std::variant<std::nullptr_t, bool, uint64_t, int64_t, double, std::string, enumerator_s,
+                                   counter_s, list_t>;
 
     value_s(std::nullptr_t = nullptr) {}
     value_s(const char *text) : content_(std::string(text)) {}
@@ -43,7 +51,7 @@ class value_s {
 
     const content_t &content() const { return content_; }
     bool is_null() const { return as<std::nullptr_t>() != nullptr; }
-    bool is_number() const { return as<uint64_t>() || as<int64_t>() || as<double>(); }
+    bool is_number() const { return as<uint64_t>() || as<int64_t>() || as<double>() || as<counter_s>(); }
 
     // The content if it is of that type, else null.
     template <typename Content>

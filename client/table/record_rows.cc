@@ -25,7 +25,7 @@ value_s count_value(const std::string &bytes) {
     for (const unsigned char byte : bytes) {
         count = count << 8 | byte;
     }
-    return count;
+    return counter_s{count, 64};
 }
 
 value_s value_of(const pb::Message &message, const record_field_s &field, bool numbers) {

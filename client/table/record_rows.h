@@ -28,7 +28,7 @@ std::string layout_json(const table_layout_s &layout);
 
 // A row for each field of a Spec or key message: name as entry_args.h takes it, and value. Data of other actions and
 // masks that are not valid are left out. With `numbers`, byte strings of 8 bytes in data, which hold counts, are
-// numbers (most significant byte first).
+// counters (most significant byte first).
 rows_s spec_rows(const table_layout_s &layout, const google::protobuf::Message &spec, bool numbers = false);
 rows_s key_rows(const table_layout_s &layout, const google::protobuf::Message &key);
 

@@ -86,7 +86,7 @@ outcome_s unknown_element(const element_view_s &view, const elements_t &elements
         names.insert(names.end(), handles.begin(), handles.end());
     }
     const std::string all =
-        elements.empty() ? "the agent has none" : "there are " + names_text(view, elements, 1);
+        elements.empty() ? "the agent has none" : "known: " + names_text(view, elements, 1);
     return {NYXCTL_EXIT_API_STATUS,
             fmt::format("unknown {0} \"{1}\"{2}; {3}; see nyxctl show {0}s", view.name, given,
                         elements.size() > k_named_max ? base::nearest_names_text(given, names) : "", all)};

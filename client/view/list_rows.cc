@@ -1,8 +1,7 @@
 #include "client/view/list_rows.h"
 
-#include <google/protobuf/descriptor.pb.h>
-
 #include <algorithm>
+#include <iterator>
 #include <stdexcept>
 
 #include "client/core/field_value.h"
@@ -27,34 +26,17 @@ const pb::FieldDescriptor *field_of(const pb::Descriptor *type, std::string_view
                  : throw std::logic_error("no field " + std::string(name) + " in " + type->full_name());
 }
 
-// Cuts the first name off a path that has more than one.
-bool next_name(std::string_view *path, std::string_view *name) {
-    const size_t dot = path->find('.');
-    if (dot == path->npos) {
-        return false;
-    }
-    *name = path->substr(0, dot);
-    path->remove_prefix(dot + 1);
-    return true;
-}
-
 // Sets `path` to its last name. Null when a message on the way is absent.
 const pb::Message *message_above(const pb::Message *message, std::string_view *path) {
-    for (std::string_view name; next_name(path, &name);) {
-        const auto *field = field_of(message->GetDescriptor(), name);
+    for (size_t dot = path->find('.'); dot != path->npos; dot = path->find('.')) {
+        const auto *field = field_of(message->GetDescriptor(), path->substr(0, dot));
         if (!message->GetReflection()->HasField(*message, field)) {
             return nullptr;
         }
         message = &message->GetReflection()->GetMessage(*message, field);
+        path->remove_prefix(dot + 1);
     }
     return message;
-}
-
-const pb::FieldDescriptor *field_at(const pb::Descriptor *type, std::string_view path) {
-    for (std::string_view name; next_name(&path, &name);) {
-        type = field_of(type, name)->message_type();
-    }
-    return type->FindFieldByName(std::string(path));
 }
 
 // "l3" for l3_if_spec
@@ -118,40 +100,12 @@ std::string title_of(const view_column_s &column) {
     return column.title ? column.title : std::string(path.substr(path.rfind('.') + 1));
 }
 
-// Columns with marks do not count.
-unsigned bits_of(const pb::Descriptor *type, std::string_view path) {
-    const bool is_plain = path.find_first_of("^#!|") == path.npos;
-    const auto *field = is_plain ? field_at(type, path) : nullptr;
-    return field ? counter_bits(field) : 0;
-}
-
-shown_s head_of(const list_view_s &view, const pb::Descriptor *response) {
-    const pb::Descriptor *type = field_at(response, view.list)->message_type();
-    type = *view.inner ? field_at(type, view.inner)->message_type() : type;
-    shown_s shown{.rows = {view.subject, {}, {}}, .keys = view.keys, .column_bits = {}, .row_bits = {}};
-    for (const view_column_s &column : view.columns) {
-        shown.rows.columns.push_back(title_of(column));
-        shown.column_bits.push_back(bits_of(type, column.path));
-    }
-    return shown;
-}
-
 row_t row_of(const list_view_s &view, const pb::Message &outer, const pb::Message &element) {
     row_t row;
     for (const view_column_s &column : view.columns) {
         row.push_back(column_value(*column.path == '^' ? outer : element, column));
     }
     return row;
-}
-
-shown_s flattened_rows(const list_view_s &view, const pb::Message &response) {
-    std::vector<std::string> keys;
-    std::ranges::transform(view.columns, std::back_inserter(keys), title_of);
-    shown_s shown = object_head(view.subject, std::move(keys));
-    for (const pb::Message *element : elements_at(response, view.list)) {
-        append_object(*element, "", row_of(view, *element, *element), &shown);
-    }
-    return shown;
 }
 
 }  // namespace
@@ -175,14 +129,20 @@ std::vector<const pb::Message *> elements_at(const pb::Message &message, std::st
 }
 
 shown_s list_rows(const list_view_s &view, const pb::Message &response) {
-    if (view.flattened) {
-        return flattened_rows(view, response);
-    }
-    shown_s shown = head_of(view, response.GetDescriptor());
+    std::vector<std::string> titles;
+    std::ranges::transform(view.columns, std::back_inserter(titles), title_of);
+    shown_s shown = view.flattened
+                        ? object_head(view.subject, std::move(titles))
+                        : shown_s{.rows = {view.subject, std::move(titles), {}}, .keys = view.keys};
     for (const pb::Message *outer : elements_at(response, view.list)) {
         const auto rows = *view.inner ? elements_at(*outer, view.inner) : std::vector{outer};
         for (const pb::Message *element : rows) {
-            shown.rows.rows.push_back(row_of(view, *outer, *element));
+            row_t row = row_of(view, *outer, *element);
+            if (view.flattened) {
+                append_object(*element, "", row, &shown);
+            } else {
+                shown.rows.rows.push_back(std::move(row));
+            }
         }
     }
     return shown;

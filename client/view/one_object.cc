@@ -1,12 +1,14 @@
 #include "client/view/one_object.h"
 
 #include <fmt/format.h>
+#include <google/protobuf/descriptor.pb.h>
 
 #include <algorithm>
 #include <array>
 
 #include "client/core/field_value.h"
 #include "client/core/fields.h"
+#include "nyx/types/options.pb.h"
 
 namespace pb = google::protobuf;
 
@@ -30,20 +32,18 @@ struct walk_s {
     const row_t &keys;
     shown_s *shown;
 
-    void add_row(const std::string &path, value_s value, unsigned bits) const {
+    void add_row(const std::string &path, value_s value) const {
         row_t row = keys;
         row.emplace_back(path);
         row.push_back(std::move(value));
         shown->rows.rows.push_back(std::move(row));
-        shown->row_bits.push_back(bits);
     }
 
     void add_element(const pb::Message &element, const std::string &path, int index) const {
         const pb::Descriptor *type = element.GetDescriptor();
         if (is_number_and_value(type)) {
             const uint32_t number = element.GetReflection()->GetUInt32(element, type->field(0));
-            add_row(fmt::format("{}[{}]", path, number), field_value(element, type->field(1)),
-                    counter_bits(type->field(1)));
+            add_row(fmt::format("{}[{}]", path, number), field_value(element, type->field(1)));
         } else {
             add_message(element, fmt::format("{}[{}].", path, index));
         }
@@ -51,15 +51,15 @@ struct walk_s {
 
     void add_list(const pb::Message &message, const pb::FieldDescriptor *field,
                   const std::string &path) const {
-        const unsigned bits = counter_bits(field);
         const int size = element_count(message, field);
-        if (size == 0 || (is_value(field) && bits == 0)) {
-            add_row(path, field_value(message, field), 0);
+        const bool is_one_row = is_value(field) && !field->options().GetExtension(types::counter);
+        if (size == 0 || is_one_row) {
+            add_row(path, field_value(message, field));
             return;
         }
         for (int i = 0; i < size; i++) {
             if (is_value(field)) {
-                add_row(fmt::format("{}[{}]", path, i), element_value(message, field, i), bits);
+                add_row(fmt::format("{}[{}]", path, i), element_value(message, field, i));
             } else {
                 add_element(message_at(message, field, i), path, i);
             }
@@ -72,11 +72,11 @@ struct walk_s {
         if (field->is_repeated()) {
             add_list(message, field, path);
         } else if (is_value(field)) {
-            add_row(path, field_value(message, field), counter_bits(field));
+            add_row(path, field_value(message, field));
         } else if (get.HasField(message, field)) {
             add_message(get.GetMessage(message, field), path + ".");
         } else {
-            add_row(path, nullptr, 0);
+            add_row(path, nullptr);
         }
     }
 
@@ -100,14 +100,9 @@ void append_object(const pb::Message &message, const std::string &prefix, const 
 }
 
 shown_s object_head(const std::string &subject, std::vector<std::string> keys) {
-    shown_s shown;
-    shown.keys = keys.size() + 1;
-    shown.column_bits.assign(shown.keys, 0);
-    shown.column_bits.push_back(64);
-    shown.rows.subject = subject;
-    shown.rows.columns = std::move(keys);
-    shown.rows.columns.insert(shown.rows.columns.end(), {"field", "value"});
-    return shown;
+    keys.insert(keys.end(), {"field", "value"});
+    const size_t count = keys.size() - 1;
+    return {.rows = {subject, std::move(keys), {}}, .keys = count};
 }
 
 }  // namespace nyxctl

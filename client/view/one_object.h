@@ -10,8 +10,7 @@
 
 namespace nyxctl {
 
-// Adds a row for every field of the message, with a dotted path after `prefix`, and the width of its counters to
-// row_bits. Of a oneof only the member that is set; an absent message is null. Elements of lists of
+// Adds a row for every field of the message, with a dotted path after `prefix`. Of a oneof only the member that is set; an absent message is null. Elements of lists of
 // messages are named by their index, link_sm_records[0].state; elements that are a number and its value give one row,
 // mac_stats[17] for the type 17. A status of the call is left out. `keys` are the first cells of every row.
 void append_object(const google::protobuf::Message &message, const std::string &prefix, const row_t &keys,

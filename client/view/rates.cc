@@ -1,5 +1,6 @@
 #include "client/view/rates.h"
 
+#include <algorithm>
 #include <cmath>
 #include <map>
 
@@ -27,46 +28,18 @@ value_s per_second(uint64_t growth, double seconds) {
     return std::round(static_cast<double>(growth) / seconds * 10) / 10;
 }
 
-value_s rate_of(const value_s &before, const value_s &now, unsigned bits, double seconds) {
-    const auto *first = before.as<uint64_t>();
-    const auto *second = now.as<uint64_t>();
-    if (bits == 0 || !first || !second || seconds <= 0) {
+value_s rate_of(const row_t *before, const row_t &now, size_t column, double seconds) {
+    const auto *first = before && column < before->size() ? (*before)[column].as<counter_s>() : nullptr;
+    const auto *second = now[column].as<counter_s>();
+    if (!first || !second || seconds <= 0) {
         return nullptr;
     }
-    const auto growth = counter_growth(*first, *second, bits);
+    const auto growth = counter_growth(first->count, second->count, second->bits);
     return growth ? per_second(*growth, seconds) : value_s("reset");
 }
 
-unsigned bits_of(const shown_s &shown, size_t row, size_t column) {
-    const unsigned bits = column < shown.column_bits.size() ? shown.column_bits[column] : 0;
-    return bits == 0 || shown.row_bits.empty() ? bits : shown.row_bits[row];
-}
-
-bool counts(const shown_s &shown, size_t column) {
-    return column < shown.column_bits.size() && shown.column_bits[column] != 0;
-}
-
-void add_titles(const shown_s &shown, std::vector<std::string> *columns) {
-    for (size_t i = 0; i < shown.rows.columns.size(); i++) {
-        columns->push_back(shown.rows.columns[i]);
-        if (counts(shown, i)) {
-            columns->push_back(shown.rows.columns[i] + "_per_s");
-        }
-    }
-}
-
-row_t row_with_rates(const shown_s &now, size_t index, const row_t *before, double seconds) {
-    const row_t &row = now.rows.rows[index];
-    row_t cells;
-    for (size_t i = 0; i < row.size(); i++) {
-        cells.push_back(row[i]);
-        if (counts(now, i)) {
-            const bool known = before && i < before->size();
-            cells.push_back(known ? rate_of((*before)[i], row[i], bits_of(now, index, i), seconds)
-                                  : value_s());
-        }
-    }
-    return cells;
+bool has_counters(const rows_s &rows, size_t column) {
+    return std::ranges::any_of(rows.rows, [&](const row_t &row) { return row[column].as<counter_s>(); });
 }
 
 }  // namespace
@@ -80,20 +53,31 @@ std::optional<uint64_t> counter_growth(uint64_t before, uint64_t now, unsigned b
 
 shown_s with_rates(const shown_s &before, const shown_s &now, double seconds) {
     rows_by_key_t old_rows;
-    for (const auto &row : before.rows.rows) {
+    for (const row_t &row : before.rows.rows) {
         old_rows[key_of(row, before.keys, old_rows)] = &row;
     }
-    shown_s result = now;
-    result.rows.columns.clear();
-    add_titles(now, &result.rows.columns);
-    result.rows.rows.clear();
+    std::vector<const row_t *> olds;  // of each row of `now`
     rows_by_key_t seen;
-    for (size_t i = 0; i < now.rows.rows.size(); i++) {
-        const std::string key = key_of(now.rows.rows[i], now.keys, seen);
-        seen[key] = &now.rows.rows[i];
+    for (const row_t &row : now.rows.rows) {
+        const std::string key = key_of(row, now.keys, seen);
+        seen[key] = &row;
         const auto found = old_rows.find(key);
-        result.rows.rows.push_back(
-            row_with_rates(now, i, found == old_rows.end() ? nullptr : found->second, seconds));
+        olds.push_back(found == old_rows.end() ? nullptr : found->second);
+    }
+    shown_s result{.rows = {now.rows.subject, {}, std::vector<row_t>(olds.size())}, .keys = now.keys};
+    for (size_t column = 0; column < now.rows.columns.size(); column++) {
+        const bool counts = has_counters(now.rows, column);
+        result.rows.columns.push_back(now.rows.columns[column]);
+        if (counts) {
+            result.rows.columns.push_back(now.rows.columns[column] + "_per_s");
+        }
+        for (size_t i = 0; i < olds.size(); i++) {
+            const row_t &row = now.rows.rows[i];
+            result.rows.rows[i].push_back(row[column]);
+            if (counts) {
+                result.rows.rows[i].push_back(rate_of(olds[i], row, column, seconds));
+            }
+        }
     }
     return result;
 }

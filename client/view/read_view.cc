@@ -1,16 +1,16 @@
 #include "client/view/read_view.h"
 
-#include <algorithm>
-
 #include "client/core/fields.h"
 #include "client/core/grpc_call.h"
 #include "client/core/json_reader.h"
 #include "client/core/symbols.h"
-#include "client/table/record_layout.h"
-#include "client/table/table_rows.h"
+#include "client/table/entry_args.h"
+#include "client/table/record_rows.h"
+#include "client/table/table_requests.h"
 #include "client/view/find_object.h"
 #include "client/view/list_rows.h"
 #include "client/view/one_object.h"
+#include "nyx/debug.pb.h"
 
 namespace pb = google::protobuf;
 
@@ -24,10 +24,26 @@ const pb::Message &part_of(const pb::Message &message, const std::string &name) 
     return field ? message.GetReflection()->GetMessage(message, field) : message;
 }
 
-bool is_count(const table_layout_s &layout, const value_s &name) {
-    return std::ranges::any_of(layout.fields, [&](const record_field_s &field) {
-        return field.part == RECORD_DATA && field.width == 8 && name == field.short_name();
-    });
+constexpr uint32_t k_entries_now = 0;  // types of TableStatsEntry
+constexpr uint32_t k_entries_most = 1;
+
+value_s table_count(const nyx::TableStatsResponse &stats, uint32_t type) {
+    for (const auto &entry : stats.table_stats().entry()) {
+        if (entry.type() == type) return entry.count();
+    }
+    return nullptr;
+}
+
+// The agent may have tables that this client's descriptors do not know.
+row_t table_row(const nyx::TableStatsResponse &stats) {
+    table_layout_s layout{};
+    row_t row = {stats.table_name(), nullptr, nullptr, nullptr};
+    if (find_table(stats.table_name(), &layout).ok()) {
+        row = {layout.name, layout.ternary() ? "ternary" : "exact", layout.key_size, layout.record_size};
+    }
+    row.push_back(table_count(stats, k_entries_now));
+    row.push_back(table_count(stats, k_entries_most));
+    return row;
 }
 
 }  // namespace
@@ -89,7 +105,16 @@ outcome_s read_element_view(const global_options_s &global, const element_view_s
 
 outcome_s read_tables_view(const global_options_s &global, shown_s *shown) {
     *shown = {};
-    return read_tables(global, &shown->rows);
+    message_t response;
+    outcome_s outcome = read_method(global, "DebugSvc.TableStatsGet", "{}", &response);
+    if (!response) {
+        return outcome;
+    }
+    shown->rows = {"tables", {"name", "kind", "key_bytes", "record_bytes", "entries", "most_entries"}, {}};
+    for (const auto &stats : dynamic_cast<const nyx::TableStatsGetResponse &>(*response).response()) {
+        shown->rows.rows.push_back(table_row(stats));
+    }
+    return outcome;
 }
 
 outcome_s read_table_view(const global_options_s &global, const std::string &name,
@@ -99,10 +124,14 @@ outcome_s read_table_view(const global_options_s &global, const std::string &nam
     if (outcome_s outcome = find_table(name, &layout); !outcome.ok()) {
         return outcome;
     }
-    shown->column_bits = {0, 64};
-    outcome_s outcome = read_table(global, name, key_words, &shown->rows);
-    for (const auto &row : shown->rows.rows) {
-        shown->row_bits.push_back(is_count(layout, row.front()) ? 64 : 0);
+    const auto key = new_message(layout.key);
+    if (outcome_s outcome = fill_key(layout, key_words, false, key.get()); !outcome.ok()) {
+        return outcome;
+    }
+    const auto spec = new_message(layout.spec);
+    outcome_s outcome = get_entry(global, layout, *key, spec.get());
+    if (outcome.ok()) {
+        shown->rows = spec_rows(layout, *spec, true);
     }
     return outcome;
 }

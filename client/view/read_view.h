@@ -25,7 +25,8 @@ outcome_s read_object_view(const global_options_s &global, const object_view_s &
 outcome_s read_element_view(const global_options_s &global, const element_view_s &view,
                             const std::string &handle, shown_s *shown);
 
-// See table_rows.h.
+// A row for each table of the agent: name, kind, sizes of its records, entries now and most entries so far; and the
+// fields of the entry with the key that the words say (entry_args.h), counts as counters.
 outcome_s read_tables_view(const global_options_s &global, shown_s *shown);
 outcome_s read_table_view(const global_options_s &global, const std::string &name,
                           const std::vector<std::string> &key_words, shown_s *shown);

@@ -3,10 +3,6 @@
 #include <algorithm>
 #include <cctype>
 
-#include "nyx/types/options.pb.h"
-
-namespace pb = google::protobuf;
-
 namespace nyxctl {
 namespace {
 
@@ -22,11 +18,6 @@ void cut_hex(value_s *cell) {
 }
 
 }  // namespace
-
-unsigned counter_bits(const pb::FieldDescriptor *field) {
-    if (!field->options().GetExtension(types::counter)) return 0;
-    return field->cpp_type() == pb::FieldDescriptor::CPPTYPE_UINT64 ? 64 : 32;
-}
 
 rows_s rows_for_people(rows_s rows) {
     for (auto &row : rows.rows) {

@@ -12,7 +12,7 @@ namespace nyxctl {
 //   a.kind    where "kind" is a oneof: which member is set, without "_spec" or "_if_spec"
 //   a.b#      how many elements the list has, 0 where a message on the way is absent
 //   a.b!      the names of the flags that are set in the message
-//   a|b       the first of several paths that holds something, as text
+//   a|b       the first of several paths that has a value, as text
 //   ^a        a field of the element that an inner list belongs to
 struct view_column_s {
     const char *path;
@@ -22,7 +22,7 @@ struct view_column_s {
 
 // One row for each element of a list in the response.
 struct list_view_s {
-    const char *name;  // the word behind "show"
+    const char *name;  // the word after "show"
     const char *help;
     const char *subject;  // see rows_s
     const char *method;
@@ -31,10 +31,10 @@ struct list_view_s {
     const char *inner = "";         // a list in each element, whose elements are the rows then
     size_t keys = 1;                // see shown_s
     std::vector<view_column_s> columns;
-    bool flattened = false;  // behind the columns field and value: a row for each field of an element
+    bool flattened = false;  // a row for each field of an element, in further columns field and value
 };
 
-// One response, or several one behind the other, as rows of field and value.
+// One response, or several one after the other, as rows of field and value.
 struct object_part_s {
     const char *method;
     const char *prefix;   // in front of the names of the fields
@@ -52,7 +52,7 @@ struct element_view_s {
     const char *name;
     const char *help;
     const char *method;
-    const char *example;                // of a handle, behind a blank
+    const char *example;                // a blank and a handle
     std::vector<const char *> handles;  // paths whose values choose an element; the first is its id
 };
 

@@ -2,6 +2,7 @@
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
+#include <fmt/ranges.h>
 #include <google/protobuf/stubs/strutil.h>
 
 #include <algorithm>
@@ -127,16 +128,8 @@ std::string parse(std::string_view text, types::BytesText form, std::string *byt
 }
 
 std::string to_hex(std::string_view bytes, std::string_view separator = "") {
-    constexpr std::string_view k_digits = "0123456789abcdef";
-    std::string text;
-    for (const unsigned char byte : bytes) {
-        if (!text.empty()) {
-            text += separator;
-        }
-        text += k_digits[byte >> 4];
-        text += k_digits[byte & 0xf];
-    }
-    return text;
+    const std::vector<unsigned char> numbers(bytes.begin(), bytes.end());
+    return fmt::format("{:02x}", fmt::join(numbers, separator));
 }
 
 std::string to_uuid(std::string_view bytes) {

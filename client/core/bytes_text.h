@@ -37,7 +37,7 @@ bool is_number_text(std::string_view text, types::NumberText form);
 [[nodiscard]] bool number_from_text(std::string_view text, types::NumberText form, uint64_t *number,
                                     std::string *error);
 
-// The number in the form's notation; none for a number that is no such address, and for plain numbers.
+// The number in the form's notation; nullopt for plain numbers, and for numbers too large for an address.
 std::optional<std::string> number_to_text(uint64_t number, types::NumberText form);
 
 }  // namespace nyxctl

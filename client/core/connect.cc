@@ -18,15 +18,11 @@ using std::chrono::microseconds;
 
 constexpr std::string_view k_unix = "unix:";
 
-struct free_addresses_s {
-    void operator()(addrinfo *list) const { freeaddrinfo(list); }
-};
-
-using addresses_t = std::unique_ptr<addrinfo, free_addresses_s>;
+using addresses_t = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
 struct resolved_s {
     int error = EAI_AGAIN;
-    addresses_t addresses;
+    addresses_t addresses = {nullptr, freeaddrinfo};
 };
 
 // The limit for sending is connect()'s too; see socket(7). Zero would mean none.
@@ -39,20 +35,15 @@ bool limit_connect(int fd, deadline_t deadline) {
 }
 
 resolved_s resolve_now(const std::string &host, const std::string &port) {
-    const addrinfo hints = {.ai_flags = AI_NUMERICSERV,
-                            .ai_family = AF_UNSPEC,
-                            .ai_socktype = SOCK_STREAM,
-                            .ai_protocol = 0,
-                            .ai_addrlen = 0,
-                            .ai_addr = nullptr,
-                            .ai_canonname = nullptr,
-                            .ai_next = nullptr};
+    addrinfo hints = {};
+    hints.ai_flags = AI_NUMERICSERV;
+    hints.ai_socktype = SOCK_STREAM;
     addrinfo *list = nullptr;
     const int error = getaddrinfo(host.c_str(), port.c_str(), &hints, &list);
-    return {error, addresses_t(list)};
+    return {error, addresses_t(list, freeaddrinfo)};
 }
 
-// getaddrinfo() has no time limit, so a thread that is late is left behind.
+// getaddrinfo() has no time limit, so a thread that takes too long is abandoned.
 resolved_s resolve(const std::string &host, const std::string &port, deadline_t deadline) {
     std::packaged_task<resolved_s()> task([=] { return resolve_now(host, port); });
     auto resolved = task.get_future();

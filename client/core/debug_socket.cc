@@ -1,6 +1,7 @@
 #include "client/core/debug_socket.h"
 
 #include <fcntl.h>
+#include <fmt/format.h>
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
@@ -34,9 +35,12 @@ outcome_s connect_failure(const std::string &path, int error) {
     if (error == ETIMEDOUT) {
         return late("no connection to \"" + path + "\"");
     }
-    return {NYXCTL_EXIT_UNREACHABLE,
-            "no agent reachable at \"" + path + "\": " + std::strerror(error) +
-                "; check that the agent runs and that --socket or NYX_SOCKET is its path"};
+    return {
+        NYXCTL_EXIT_UNREACHABLE,
+        fmt::format(
+            "no agent reachable at \"{}\": {}; check that the agent runs and that --socket or NYX_SOCKET is "
+            "its path",
+            path, std::strerror(error))};
 }
 
 outcome_s send_failure() {
@@ -46,7 +50,7 @@ outcome_s send_failure() {
     if (errno == EPIPE || errno == ECONNRESET) {
         return local_failure(k_no_answer);
     }
-    return local_failure("cannot send the request with its output descriptor: " + errno_text());
+    return local_failure(fmt::format("cannot send the request with its output descriptor: {}", errno_text()));
 }
 
 outcome_s send_request(int fd, std::string *bytes, int output_fd) {
@@ -69,8 +73,8 @@ outcome_s send_request(int fd, std::string *bytes, int output_fd) {
     if (sent < 0) {
         return send_failure();
     }
-    // After a part the rest cannot follow, as the agent takes one piece. Reading tells why: closed, answered,
-    // or late.
+    // The rest of a request that went out in part cannot follow, because the agent takes one piece. Reading
+    // shows why: the agent closed, answered, or is late.
     return {};
 }
 
@@ -85,7 +89,7 @@ outcome_s wait_readable(int fd, deadline_t deadline) {
             return late("no answer");
         }
         if (errno != EINTR) {
-            return local_failure("cannot wait for the answer: " + errno_text());
+            return local_failure(fmt::format("cannot wait for the answer: {}", errno_text()));
         }
     }
 }
@@ -102,12 +106,12 @@ outcome_s read_to_end(int fd, deadline_t deadline, std::string *bytes) {
             return {};
         }
         if (got < 0 && errno != EINTR && errno != EAGAIN) {
-            return local_failure("cannot read the answer: " + errno_text());
+            return local_failure(fmt::format("cannot read the answer: {}", errno_text()));
         }
         bytes->append(buffer, std::max<ssize_t>(got, 0));
         if (bytes->size() > k_answer_size_max) {
             return local_failure(
-                "the answer is longer than any ServiceResponseMessage; check that an agent is behind "
+                "the answer is longer than any ServiceResponseMessage; check that an agent listens at "
                 "--socket");
         }
     }
@@ -118,8 +122,9 @@ outcome_s read_to_end(int fd, deadline_t deadline, std::string *bytes) {
 outcome_s debug_connect(const std::string &path, deadline_t deadline, base::unique_fd *socket) {
     sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
     if (path.empty() || path.size() >= sizeof address.sun_path || path.find('\0') != path.npos) {
-        return usage_failure("--socket \"" + path + "\" cannot be the path of a socket; give 1 to " +
-                             std::to_string(sizeof address.sun_path - 1) + " characters");
+        return usage_failure(
+            fmt::format("--socket \"{}\" cannot be the path of a socket; give 1 to {} characters", path,
+                        sizeof address.sun_path - 1));
     }
     path.copy(address.sun_path, path.size());
     const int error =
@@ -139,18 +144,19 @@ outcome_s debug_exchange(const base::unique_fd &socket, const types::ServiceRequ
     }
     if (!response->ParseFromString(answer)) {
         return local_failure(
-            "the answer of " + std::to_string(answer.size()) +
-            " bytes is not a types.ServiceResponseMessage; check that an agent is behind --socket");
+            fmt::format("the answer of {} bytes is not a types.ServiceResponseMessage; check that an agent "
+                        "listens at --socket",
+                        answer.size()));
     }
     if (response->has_api_status()) {
         return {};
     }
-    const bool long_request = bytes.size() > k_sure_request_size;
-    return local_failure(std::string(k_no_answer) +
-                         (long_request
-                              ? "; it takes a request in one piece, and " + std::to_string(bytes.size()) +
-                                    " bytes may be more than the system hands over at once"
-                              : ""));
+    return local_failure(bytes.size() <= k_sure_request_size
+                             ? k_no_answer
+                             : fmt::format("{}; it takes a request in one piece, and {} bytes may be more "
+                                           "than the system hands over at "
+                                           "once",
+                                           k_no_answer, bytes.size()));
 }
 
 }  // namespace nyxctl

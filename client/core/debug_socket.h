@@ -15,8 +15,8 @@ namespace nyxctl {
 // deadline (the agent accepts no connections).
 outcome_s debug_connect(const std::string &path, deadline_t deadline, base::unique_fd *socket);
 
-// Sends the request with `output_fd` in one piece and reads the answer to its end. `response` is set on
-// success alone, and then has an api_status of any number. Failures: deadline, and local when the agent
+// Sends the request with `output_fd` in one piece and reads the answer to its end. `response` is set only
+// on success, and then has an api_status of any value. Failures: deadline, and local when the agent
 // closes without an answer or its answer is not a types.ServiceResponseMessage. `output_fd` stays open here
 // and belongs to the caller.
 outcome_s debug_exchange(const base::unique_fd &socket, const types::ServiceRequestMessage &request,

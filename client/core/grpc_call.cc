@@ -1,5 +1,6 @@
 #include "client/core/grpc_call.h"
 
+#include <fmt/format.h>
 #include <grpc/grpc.h>
 #include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
@@ -9,7 +10,6 @@
 #include <array>
 #include <cstdlib>
 #include <memory>
-#include <sstream>
 #include <string_view>
 
 #include "client/core/connect.h"
@@ -35,19 +35,18 @@ constexpr std::array<std::string_view, 17> k_status_names = {
     "DATA_LOSS", "UNAUTHENTICATED",
 };
 
-std::string status_name(int code) {
-    const bool known = code >= 0 && code < static_cast<int>(k_status_names.size());
-    return std::string(known ? k_status_names[code] : "gRPC status") + " (" + std::to_string(code) + ")";
+std::string status_name(size_t code) {
+    return fmt::format("{} ({})", code < k_status_names.size() ? k_status_names[code] : "gRPC status", code);
 }
 
-// gRPC itself would answer bad files with a connection that fails for no stated reason.
+// With bad files, gRPC itself only reports a connection that failed, without the reason.
 outcome_s read_pem(const std::string &path, const std::string &kind, std::string *pem) {
     if (path.empty()) {
         return {};
     }
     outcome_s outcome = read_file(path, pem);
     if (outcome.ok() && pem->find(kind + "-----") == std::string::npos) {
-        return local_failure("\"" + path + "\" holds no " + kind + " in PEM format");
+        return local_failure(fmt::format("\"{}\" has no {} in PEM format", path, kind));
     }
     return outcome;
 }
@@ -61,12 +60,12 @@ outcome_s tls_options(const global_options_s &options, grpc::SslCredentialsOptio
 }
 
 outcome_s make_channel(const global_options_s &options, std::shared_ptr<grpc::Channel> *channel) {
-    // gRPC would take port 443 where there is none, and the low 16 bits of one that is too large.
+    // gRPC would use port 443 for an address without one, and the low 16 bits of one that is too large.
     std::string host;
     std::string port;
     if (!options.grpc.starts_with("unix:") && !split_host_port(options.grpc, &host, &port)) {
-        return usage_failure("--grpc \"" + options.grpc +
-                             "\" has no port from 1 to 65535; give HOST:PORT or unix:PATH");
+        return usage_failure(fmt::format(
+            "--grpc \"{}\" has no port from 1 to 65535; give HOST:PORT or unix:PATH", options.grpc));
     }
     auto credentials = grpc::InsecureChannelCredentials();
     if (!options.tls_ca.empty()) {
@@ -87,16 +86,22 @@ outcome_s make_channel(const global_options_s &options, std::shared_ptr<grpc::Ch
     return {};
 }
 
-std::string timeout_text(const global_options_s &options) {
-    std::ostringstream text;
-    text << options.timeout_seconds << " s";
-    return text.str();
+outcome_s unreachable(const global_options_s &options, const std::string &path, const std::string &why) {
+    return {
+        NYXCTL_EXIT_UNREACHABLE,
+        fmt::format(
+            "{}: no agent reachable at {}: {}; check that the agent runs there and that --grpc or NYX_GRPC "
+            "is right",
+            path, options.grpc, why)};
 }
 
-outcome_s unreachable(const global_options_s &options, const std::string &path, const std::string &why) {
-    return {NYXCTL_EXIT_UNREACHABLE,
-            path + ": no agent reachable at " + options.grpc + ": " + why +
-                "; check that the agent runs there and that --grpc or NYX_GRPC is right"};
+outcome_s silent(const global_options_s &options, const std::string &path) {
+    return {
+        NYXCTL_EXIT_UNREACHABLE,
+        fmt::format(
+            "{}: the agent at {} accepted the connection but did not answer within {} s; raise --timeout, "
+            "or see whether it is stopped",
+            path, options.grpc, options.timeout_seconds)};
 }
 
 // Something listens, but this failed before both sides had agreed on gRPC.
@@ -105,32 +110,27 @@ outcome_s no_agent(const global_options_s &options, const std::string &path, con
                            ? "check whether it is an agent, and whether it wants TLS (--tls-ca)"
                            : "check whether it is an agent that uses TLS with these certificates";
     return {NYXCTL_EXIT_UNREACHABLE,
-            path + ": " + options.grpc + " accepts connections, but not gRPC: " + why + "; " + hint};
-}
-
-outcome_s silent(const global_options_s &options, const std::string &path) {
-    return {NYXCTL_EXIT_UNREACHABLE,
-            path + ": the agent at " + options.grpc + " accepted the connection but did not answer within " +
-                timeout_text(options) + "; raise --timeout, or see whether it is stopped"};
+            fmt::format("{}: {} accepts connections, but not gRPC: {}; {}", path, options.grpc, why, hint)};
 }
 
 outcome_s failure(const global_options_s &options, const std::string &path, const grpc::Status &status,
                   bool connected) {
+    const int code = NYXCTL_EXIT_GRPC_BASE + static_cast<int>(status.error_code());
     const std::string message = status.error_message().empty() ? "no text given" : status.error_message();
-    if (status.error_code() == grpc::StatusCode::UNAVAILABLE && !connected) {
-        return no_agent(options, path, message);
-    }
     if (status.error_code() == grpc::StatusCode::DEADLINE_EXCEEDED) {
-        return {NYXCTL_EXIT_DEADLINE, path + ": no answer from " + options.grpc + " within " +
-                                          timeout_text(options) + "; raise --timeout"};
+        return {NYXCTL_EXIT_DEADLINE, fmt::format("{}: no answer from {} within {} s; raise --timeout", path,
+                                                  options.grpc, options.timeout_seconds)};
     }
-    if (status.error_code() == grpc::StatusCode::UNAVAILABLE) {
-        return {NYXCTL_EXIT_GRPC_BASE + static_cast<int>(status.error_code()),
-                path + ": the connection to " + options.grpc + " was lost: " + message +
-                    "; the agent may have carried the request out, in part or in full"};
+    if (status.error_code() != grpc::StatusCode::UNAVAILABLE) {
+        return {code, fmt::format("{}: {} from {}: {}", path, status_name(status.error_code()), options.grpc,
+                                  message)};
     }
-    return {NYXCTL_EXIT_GRPC_BASE + static_cast<int>(status.error_code()),
-            path + ": " + status_name(status.error_code()) + " from " + options.grpc + ": " + message};
+    return connected
+               ? outcome_s{code,
+                           fmt::format("{}: the connection to {} was lost: {}; the agent may have carried "
+                                       "the request out, in part or in full",
+                                       path, options.grpc, message)}
+               : no_agent(options, path, message);
 }
 
 grpc::Status call_and_wait(const std::shared_ptr<grpc::Channel> &channel, const std::string &path,
@@ -206,8 +206,8 @@ outcome_s grpc_call(const global_options_s &options, const pb::MethodDescriptor 
                     const pb::Message &request, pb::Message *response) {
     const std::string path = method_path(method);
     if (method->client_streaming() || method->server_streaming()) {
-        return usage_failure(
-            path + " is a streaming method; nyxctl calls methods with one request and one response");
+        return usage_failure(fmt::format(
+            "{} is a streaming method; nyxctl calls methods with one request and one response", path));
     }
     std::shared_ptr<grpc::Channel> channel;
     bool ready = false;
@@ -223,7 +223,8 @@ outcome_s checked_call(const global_options_s &options, const pb::MethodDescript
                        const pb::Message &request, pb::Message *response) {
     outcome_s outcome = grpc_call(options, method, request, response);
     const auto failed = outcome.ok() ? failed_api_status(*response) : std::nullopt;
-    return failed ? outcome_s{NYXCTL_EXIT_API_STATUS, method_path(method) + ": " + *failed} : outcome;
+    return failed ? outcome_s{NYXCTL_EXIT_API_STATUS, fmt::format("{}: {}", method_path(method), *failed)}
+                  : outcome;
 }
 
 }  // namespace nyxctl

@@ -1,4 +1,4 @@
-// What the command line says, checked as far as the command line alone can be.
+// The options of the command line, checked as far as possible without an agent.
 
 #pragma once
 
@@ -15,7 +15,7 @@ struct global_options_s {
     std::string socket = NYX_DEFAULT_SOCKET;  // path
     double timeout_seconds = 10;              // above zero
     std::string tls_ca;                       // path; TLS is used when it is not empty
-    std::string tls_cert;                     // path; both of these or none
+    std::string tls_cert;                     // path; both or neither
     std::string tls_key;
     bool json = false;  // results and failures for scripts
 
@@ -26,9 +26,9 @@ struct global_options_s {
 
 struct call_options_s {
     std::string method;
-    std::optional<std::string> json;  // JSON, "@FILE" or "-"; none is an empty request
-    std::vector<std::string> fields;  // words of field_words.h, set behind the JSON
-    bool cut = false;                 // send what the records of tables are too narrow for
+    std::optional<std::string> json;  // JSON, "@FILE" or "-"; without it the request is empty
+    std::vector<std::string> fields;  // words of field_words.h, set after the JSON
+    bool cut = false;                 // send values that are too wide for the records of tables
     bool canonical = false;           // JSON to and from the agent as protobuf has it
 };
 

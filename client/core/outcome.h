@@ -1,4 +1,4 @@
-// How a piece of the client's work ended: the exit code it stands for and what to tell the user.
+// How a piece of the client's work ended: the exit code and the text for the user.
 
 #pragma once
 
@@ -18,7 +18,7 @@ enum exit_code_e : int {
     NYXCTL_EXIT_GRPC_BASE = 64,   // plus the number of any other gRPC status
 };
 
-// `text` goes to stderr behind "nyxctl: ", without a newline at its end; nothing is printed when it is empty.
+// `text` is printed to stderr after "nyxctl: ", without a newline at its end; nothing is printed when it is empty.
 struct [[nodiscard]] outcome_s {
     int exit_code = NYXCTL_EXIT_OK;
     std::string text;

@@ -123,8 +123,8 @@ std::string definition(const symbol_t &symbol) {
     }
     const pb::Descriptor *input = (*method)->input_type();
     const pb::Descriptor *output = (*method)->output_type();
-    return fmt::format("// {}\n{}\n{}{}", method_path(*method), (*method)->DebugString(), input->DebugString(),
-                       input == output ? "" : "\n" + output->DebugString());
+    return fmt::format("// {}\n{}\n{}{}", method_path(*method), (*method)->DebugString(),
+                       input->DebugString(), input == output ? "" : "\n" + output->DebugString());
 }
 
 }  // namespace

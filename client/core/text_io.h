@@ -11,14 +11,14 @@
 
 namespace nyxctl {
 
-// Sets `text` to what an argument stands for: "-" the whole of stdin, "@FILE" the file, anything else itself.
+// Sets `text` to what an argument means: "-" the whole of stdin, "@FILE" the file, anything else itself.
 // What cannot be read, or is longer than 64 MiB, is a local failure.
 outcome_s read_argument(const std::string &argument, std::string *text);
 
 // Sets `text` to the file.
 outcome_s read_file(const std::string &path, std::string *text);
 
-// Writes everything to stdout, unbuffered, or says why not. A reader that has left is a failure without a text.
+// Writes everything to stdout, unbuffered. A reader that has left is a failure without a text.
 outcome_s write_stdout(std::string_view text);
 
 // Writes a result to stdout: for people the text, for scripts the JSON document over several lines.

@@ -1,4 +1,4 @@
-// Where the fields of a P4 table's entries stand in the agent's records, read from the descriptors of the table's
+// Where the fields of a P4 table's entries are in the agent's records, read from the descriptors of the table's
 // messages.
 
 #pragma once
@@ -22,7 +22,7 @@ struct record_field_s {
     const google::protobuf::FieldDescriptor
         *member;  // of the Spec; holds `field`, null for fields of the Spec itself
     const google::protobuf::FieldDescriptor *field;
-    size_t offset;       // in the entry record; in the key record a key field stands one byte earlier
+    size_t offset;       // in the entry record; in the key record a key field is one byte earlier
     size_t width;        // bytes
     uint32_t action_id;  // that a data field goes with
 

@@ -105,7 +105,7 @@ class requests {
     std::string missing_text() const {
         const auto named = std::span(missing_).first(std::min(missing_.size(), k_named_max));
         return fmt::format(
-            "{} {} could not be read, most likely because there is none with the key: number {}{} of those "
+            "{} {} could not be read, most likely because no entry has the key: number {}{} of those "
             "asked for",
             missing_.size(), missing_.size() == 1 ? "entry" : "entries", fmt::join(named, ", "),
             missing_.size() > k_named_max ? ", ..." : "");
@@ -155,7 +155,7 @@ outcome_s get_entry(const global_options_s &global, const table_layout_s &layout
     if (outcome.exit_code == NYXCTL_EXIT_API_STATUS) {
         return {outcome.exit_code,
                 fmt::format(
-                    "{}: no entry with {} could be read: {}; most likely there is none, the service does not "
+                    "{}: no entry with {} could be read: {}; most likely no such entry exists, the service does not "
                     "say why",
                     layout.name, key_text(layout, key), cell_text(rows.rows.back().back()))};
     }

@@ -10,12 +10,12 @@
 #include <new>
 #include <string_view>
 
-#ifndef __has_feature  // clang's way of saying what gcc says by a macro
+#ifndef __has_feature  // gcc has a macro instead
 #define __has_feature(feature) 0
 #endif
 #if defined(__SANITIZE_ADDRESS__) || __has_feature(address_sanitizer)
 const bool test::k_protobufs_fail = false;
-// clang's runtime is part of the executable, and is not what operator new finds next.
+// clang's runtime is part of the executable, so dlsym() does not find its operator new.
 extern "C" const char *__asan_default_options() { return "alloc_dealloc_mismatch=0"; }
 #else
 const bool test::k_protobufs_fail = true;
@@ -23,7 +23,7 @@ const bool test::k_protobufs_fail = true;
 
 namespace {
 
-std::atomic<int64_t> g_left = 0;  // allocations up to the one that fails; 0 and below: none will
+std::atomic<int64_t> g_left = 0;  // allocations up to the one that fails; 0 or less: none fails
 std::atomic<bool> g_all_after = false;
 thread_local bool t_looking = false;
 
@@ -44,14 +44,14 @@ bool works_for_others(std::string_view library) {
     return false;
 }
 
-// protobuf loses the element for which an array can't grow, and code that clang made of its messages announces a member
-// before it has memory for it: the sanitizer, and clang with it, are spared that.
+// When an array can't grow, protobuf leaks the element; and clang's code of its messages sets a member's flag before it has
+// memory for it. So these allocations don't fail under the sanitizer, which clang is used for.
 bool is_protobufs(void *caller) {
     const auto library = library_of(caller);
     return library.find("libprotobuf.") != library.npos || library.find("libnyx_proto.") != library.npos;
 }
 
-// Whether the library stands behind the call that returns to `caller`.
+// Whether the library made, directly or through others, the call that returns to `caller`.
 bool is_the_librarys(void *caller) {
     constexpr int k_max_frames = 64;
     void *frames[k_max_frames];

@@ -1,4 +1,4 @@
-// The service request thread, while each of its allocations fails in turn.
+// Runs the service request thread while each of its allocations fails in turn.
 
 #include "tests/allocation_points.h"
 
@@ -17,11 +17,11 @@
 
 namespace {
 
-std::atomic<size_t> g_unmappable = 0;  // mappings of this size can't be had
+std::atomic<size_t> g_unmappable = 0;  // mappings of this size fail
 
 }  // namespace
 
-// Called before a sanitizer is ready for instrumented code and for dlsym().
+// Called before a sanitizer can run instrumented code or dlsym().
 [[gnu::no_sanitize_thread, gnu::no_sanitize_address]] void *mmap(void *address, size_t size, int protection,
                                                                  int flags, int fd, off_t offset) noexcept {
     if (size == g_unmappable.load(std::memory_order_relaxed)) {
@@ -72,7 +72,7 @@ std::string traced_flow() {
 
 class allocation_points : public test::SocketTest {};
 
-// A request that memory is missing for gets an answer or the end of its connection; the thread goes on.
+// A request without enough memory is answered, or its connection ends; the thread goes on.
 TEST_F(allocation_points, ServiceRequestThreadGoesOn) {
     ASSERT_EQ(thread_.start(), sdk::SDK_RET_OK);
     expect_served();

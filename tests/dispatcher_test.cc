@@ -15,7 +15,7 @@
 
 #include "base/unique_fd.h"
 #include "nyx/debug_command.pb.h"
-#include "sim/api/debug.h"
+#include "sim/api/debug_commands.h"
 #include "sim/faults/faults.h"
 #include "svc/channel/svc_req_handler_quill.h"
 #include "tests/socket_fixture.h"

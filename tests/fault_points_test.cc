@@ -1,4 +1,4 @@
-// Every operation of every service, while each of its calls into the agent fails in turn, and each of its allocations.
+// Runs every operation of every service while each of its calls into the agent, and then each of its allocations, fails.
 
 #include <gmock/gmock.h>
 #include <google/protobuf/dynamic_message.h>
@@ -48,8 +48,8 @@ struct call_s {
 
 struct operation_s {
     call_s call;
-    call_s before = {};                 // what makes the call succeed, if anything is needed
-    std::string also_passed_over = {};  // a call into the agent whose failure it makes good
+    call_s before = {};                 // a call that must succeed first, if any
+    std::string also_passed_over = {};  // a call into the agent whose failure it recovers from
 };
 
 #define CALLERS_BATCH "batch_ctxt { batch_cookie: HANDLE } "
@@ -79,16 +79,16 @@ const std::vector<operation_s> k_operations = {
     {{"IfSvc/InterfaceCreate",
       "request { id: 'A' loopback_if_spec {} } "
       "request { id: 'h' host_if_spec { name: 'h1' mac_address: 1 } }"}},
-    {{"IfSvc/InterfaceCreate", k_three_interfaces}, k_create_three},  // fails: they are there
+    {{"IfSvc/InterfaceCreate", k_three_interfaces}, k_create_three},  // fails: they already exist
     {{"IfSvc/InterfaceCreate",
       "request { id: 'h' host_if_spec { name: 'h1' } }"}},  // fails: without an address
     {{"IfSvc/InterfaceUpdate", k_three_interfaces}, k_create_three},
     {{"IfSvc/InterfaceUpdate", CALLERS_BATCH + k_three_interfaces}, k_create_three},
     {{"IfSvc/InterfaceUpdate", "request { host_if_spec { name: 'h1' mac_address: 1 } }"}, {}, "nyx_if_read"},
-    {{"IfSvc/InterfaceUpdate", k_three_interfaces}},  // fails: there are none
+    {{"IfSvc/InterfaceUpdate", k_three_interfaces}},  // fails: unknown ids
     {{"IfSvc/InterfaceDelete", "id: 'A' id: 'B' id: 'C'"}, k_create_three},
     {{"IfSvc/InterfaceDelete", CALLERS_BATCH "id: 'A' id: 'B' id: 'C'"}, k_create_three},
-    {{"IfSvc/InterfaceDelete", "id: 'A' id: 'B' id: 'C'"}},  // fails: there are none
+    {{"IfSvc/InterfaceDelete", "id: 'A' id: 'B' id: 'C'"}},  // fails: unknown ids
     {{"IfSvc/InterfaceGet", ids({sim::uplink_key(1), sim::uplink_key(2), sim::host_interface_key(0)})}},
     {{"IfSvc/InterfaceGet", ""}, k_create_three},
     {{"IfSvc/LifGet", k_lifs}},
@@ -132,7 +132,7 @@ const std::vector<operation_s> k_operations = {
     {{"DebugSvc/InternalPortGet", "request { port_number: 1 } request { port_number: 2 }"}},
 };
 
-// Failures that their requests pass over: LLDP is left empty, and of several clocks the last one counts.
+// Failures that requests ignore: LLDP stays empty, and only the last of several clocks decides the status.
 constexpr const char *k_passed_over[] = {"core::interface_lldp_stats_get", "core::interface_lldp_status_get",
                                          "nyx_arm_clock_frequency_update", "nyx_clock_frequency_update"};
 
@@ -165,14 +165,14 @@ class points : public testing::TestWithParam<std::string> {
     points() { g_host_if_mac_file = folder_ / "mac.json"; }
     ~points() override { start_over(); }
 
-    // The service's operations.
+    // The operations of the service under test.
     static std::vector<operation_s> operations() {
         auto all = GetParam() == "NyxTblSvc" ? table_operations() : k_operations;
         std::erase_if(all, [](const auto &each) { return !each.call.method.starts_with(GetParam() + "/"); });
         return all;
     }
 
-    // Puts the agent where the operation starts from.
+    // Puts the agent into the state that the operation starts from.
     void prepare(const operation_s &operation) {
         start_over();
         if (!operation.before.method.empty()) {
@@ -195,7 +195,7 @@ class points : public testing::TestWithParam<std::string> {
         return outcome;
     }
 
-    // What holds after any failure: no batch is left open, and the next call is served as ever.
+    // After any failure, no batch is open, and the next call ends as if nothing had happened.
     void expect_unharmed(const operation_s &operation, const outcome_s &undisturbed) {
         EXPECT_EQ(sim::open_batches(), batch_ ? 1U : 0U);
         prepare(operation);
@@ -221,7 +221,7 @@ class points : public testing::TestWithParam<std::string> {
         sim::clear_tables();
         sim::put_system_state({});
         sim::put_pipeline_state({});
-        sim::debug_stats_state_s few;  // of each kind two records are enough
+        sim::debug_stats_state_s few;  // two records of each kind are enough
         few.pb_ports.resize(2);
         few.tables.resize(2);
         sim::put_debug_stats_state(few);
@@ -262,7 +262,7 @@ std::vector<int> statuses(const Message &response) {
     return statuses;
 }
 
-// Without parsing a text: there are many.
+// Without parsing a text, because there are thousands.
 void add_fault(const std::string &agent_operation, uint64_t nth) {
     sim::fault_s fault;
     fault.text = fault.operation = agent_operation;
@@ -271,7 +271,7 @@ void add_fault(const std::string &agent_operation, uint64_t nth) {
     sim::add_fault(std::move(fault));
 }
 
-// How often the last request called which operation of the agent.
+// The operations of the agent that the last request called, and how often.
 std::vector<sim::armed_fault_s> counters() {
     auto counters = sim::armed_faults();
     std::erase_if(counters, [](const auto &counter) { return counter.calls == 0; });

@@ -1,6 +1,6 @@
 // The link event trace in a port's status: as it stands, and while it is being written.
 
-#include "sim/card/link_event_trace.h"
+#include "sim/card/link_event_writer.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

@@ -11,7 +11,7 @@
 #include <fstream>
 #include <thread>
 
-#include "sim/api/debug.h"
+#include "sim/api/debug_commands.h"
 #include "sim/faults/faults.h"
 #include "sim/framework/watchdog.h"
 #include "tests/socket_fixture.h"

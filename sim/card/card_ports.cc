@@ -8,7 +8,7 @@
 
 #include "agent_api/xcvr.h"
 #include "sim/card/card.h"
-#include "sim/card/link_event_trace.h"
+#include "sim/card/link_event_writer.h"
 
 namespace {
 

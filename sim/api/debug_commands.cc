@@ -1,4 +1,4 @@
-#include "sim/api/debug.h"
+#include "sim/api/debug_commands.h"
 
 #include <arpa/inet.h>
 #include <fmt/format.h>

@@ -1,4 +1,4 @@
-#include "sim/card/link_event_trace.h"
+#include "sim/card/link_event_writer.h"
 
 #include <cstring>
 

@@ -1,9 +1,8 @@
 // The table of figures: each has a goal and is measured many times over, then shown as its median.
 //
 // A ratio sets two things side by side that were measured right after one another, in turns one or the other
-// first, and all figures take turns too: what else the machine does falls on all alike. Google Benchmark
-// measures each side for itself, and not what clients on threads of their own do together; of it only the
-// barriers against the optimizer are used.
+// first, and all figures take turns too: what else the machine does affects all of them alike. Common benchmark
+// libraries measure each side by itself, and not what clients on several threads do together.
 
 #pragma once
 

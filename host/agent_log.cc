@@ -1,6 +1,7 @@
 #include "host/agent_log.h"
 
 #include <spdlog/async_logger.h>
+#include <spdlog/details/null_mutex.h>
 #include <spdlog/details/thread_pool.h>
 #include <spdlog/logger.h>
 #include <spdlog/sinks/base_sink.h>
@@ -12,6 +13,8 @@
 #include <mutex>
 #include <string>
 #include <string_view>
+
+#include "base/text.h"
 
 namespace host {
 
@@ -29,11 +32,28 @@ std::string_view call_site_of(std::string_view line) {
 
 }  // namespace
 
-// At the front: on the threads that log.
-class limiting_sink : public spdlog::sinks::base_sink<std::mutex> {
+// At the front: on the threads that log. Has a lock of its own, because ThreadSanitizer does not see that of spdlog's
+// base_sink.
+class limiting_sink : public spdlog::sinks::sink {
  public:
     limiting_sink(std::shared_ptr<spdlog::async_logger> queue, unsigned lines_a_second)
         : queue_(std::move(queue)), lines_a_second_(lines_a_second) {}
+
+    void log(const spdlog::details::log_msg &line) override {
+        const std::lock_guard guard(mutex_);
+        if (takes(line)) {
+            const std::string_view text(line.payload.data(), std::min(line.payload.size(), k_max_line_size));
+            const auto whole = base::without_cut_character(text);
+            queue_->log(line.time, line.source, line.level, {whole.data(), whole.size()});
+        }
+    }
+
+    // The writer flushes after each line. A request to flush would take the place of a line in the queue.
+    void flush() override {}
+
+    // The format is that of the sink at the back.
+    void set_pattern(const std::string &) override {}
+    void set_formatter(std::unique_ptr<spdlog::formatter>) override {}
 
     void report_all() {
         const std::lock_guard guard(mutex_);
@@ -47,17 +67,6 @@ class limiting_sink : public spdlog::sinks::base_sink<std::mutex> {
         uint64_t left_out = 0;
         spdlog::level::level_enum level = spdlog::level::err;
     };
-
-    void sink_it_(const spdlog::details::log_msg &line) override {
-        if (takes(line)) {
-            queue_->log(
-                line.time, line.source, line.level,
-                spdlog::string_view_t(line.payload.data(), std::min(line.payload.size(), k_max_line_size)));
-        }
-    }
-
-    // The writer flushes after each line. A request to flush would take the place of a line in the queue.
-    void flush_() override {}
 
     bool takes(const spdlog::details::log_msg &line) {
         if (lines_a_second_ == 0) {
@@ -104,12 +113,13 @@ class limiting_sink : public spdlog::sinks::base_sink<std::mutex> {
 
     const std::shared_ptr<spdlog::async_logger> queue_;
     const unsigned lines_a_second_;
+    std::mutex mutex_;
     std::map<std::string, call_site_s, std::less<>> sites_;
     bool any_left_out_ = false;
 };
 
-// At the back: on the writer.
-class reporting_sink : public spdlog::sinks::base_sink<std::mutex> {
+// At the back: on the writer, but for what waits for it.
+class reporting_sink : public spdlog::sinks::base_sink<spdlog::details::null_mutex> {
  public:
     reporting_sink(spdlog::sink_ptr target, spdlog::details::thread_pool *queue)
         : target_(std::move(target)), queue_(queue) {}

@@ -1,7 +1,6 @@
 """The agent under attack, and what can be seen of it from outside."""
 
 import collections
-import functools
 import os
 import pathlib
 import re
@@ -77,19 +76,6 @@ class Agent:
 
     def forget_peak(self):
         pathlib.Path(f"/proc/{self.pid}/clear_refs").write_text("5")
-
-    @functools.cached_property
-    def punched_at(self):
-        """Where the stand-in counts the heartbeats of its threads: no request tells it."""
-        maps = pathlib.Path(f"/proc/{self.pid}/maps").read_text().splitlines()
-        start, path = next((line.split("-")[0], line.split()[-1]) for line in maps if "libnyx_sim" in line)
-        names = subprocess.run(["nm", "-C", path], capture_output=True, text=True, check=True).stdout.splitlines()
-        return int(start, 16) + next(int(line.split()[0], 16) for line in names if line.endswith("::g_punched"))
-
-    def heartbeats(self):
-        with open(f"/proc/{self.pid}/mem", "rb") as memory:
-            memory.seek(self.punched_at)
-            return int.from_bytes(memory.read(8), "little")
 
     def log_lines(self, begin=0):
         return self.log.read_bytes()[begin:].decode("latin-1").splitlines()

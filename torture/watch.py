@@ -1,4 +1,4 @@
-"""A well-behaved client in a process of its own, which looks at the heartbeats as well."""
+"""A well-behaved client in a process of its own, which counts the agent's threads as well."""
 
 import collections
 import threading
@@ -8,12 +8,11 @@ import processes
 import wire
 
 PAUSE_S = 0.02
-Seen = collections.namedtuple("Seen", "gap_s threads answers slowest_s failures")
+Seen = collections.namedtuple("Seen", "threads answers slowest_s failures")
 
 
 class Watch:
     def __init__(self, agent):
-        agent.heartbeats()  # looks up once where they are
         self.over = processes.CONTEXT.Event()
         self.work = processes.Work(watch, agent, self.over)
 
@@ -23,8 +22,8 @@ class Watch:
 
 
 def watch(agent, over):
-    gaps, threads = [0], [0]
-    looker = threading.Thread(target=look_at, args=(agent, over, gaps, threads))
+    threads = [0]
+    looker = threading.Thread(target=count_threads, args=(agent, over, threads))
     looker.start()
     times, failures = [], 0
     while not over.wait(PAUSE_S):
@@ -36,16 +35,9 @@ def watch(agent, over):
                 failures += 1
             times.append(time.monotonic() - began)
     looker.join()
-    return Seen(max(gaps), max(threads), len(times) - failures, max(times, default=0), failures)
+    return Seen(max(threads), len(times) - failures, max(times, default=0), failures)
 
 
-def look_at(agent, over, gaps, threads):
-    """Appends gaps between heartbeats, from the first one on, 10 s after the start; and numbers of threads."""
-    count, began = agent.heartbeats(), time.monotonic()
+def count_threads(agent, over, threads):
     while not over.wait(PAUSE_S):
-        now_count, now = agent.heartbeats(), time.monotonic()
-        if now_count:
-            gaps.append(now - began)
-        if now_count != count or not now_count:
-            count, began = now_count, now
         threads.append(agent.figures().threads)

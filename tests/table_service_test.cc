@@ -1,5 +1,8 @@
 // The table service through real gRPC calls, against the in-memory table library.
 
+#include "svc/table_service.h"
+
+#include <dlfcn.h>
 #include <gmock/gmock.h>
 #include <google/protobuf/util/message_differencer.h>
 #include <gtest/gtest.h>
@@ -13,9 +16,20 @@
 #include "nyx/types/object.pb.h"
 #include "sim/api/tables.h"
 #include "sim/faults/faults.h"
-#include "svc/table_service.h"
 #include "tests/grpc_fixture.h"
 #include "tests/table_layouts.h"
+
+static int g_flow_info_conversions = 0;
+
+// Called in place of the library's own, which it calls.
+void nyx_flow_info_proto_to_api_spec(nyx_tbl_flow_info_spec_s *spec, const nyx::flow_infoSpec *proto) {
+    constexpr const char *k_symbol =
+        "_Z31nyx_flow_info_proto_to_api_specP24nyx_tbl_flow_info_spec_sPKN3nyx13flow_infoSpecE";
+    static const auto real =
+        reinterpret_cast<decltype(&nyx_flow_info_proto_to_api_spec)>(dlsym(RTLD_NEXT, k_symbol));
+    g_flow_info_conversions++;
+    real(spec, proto);
+}
 
 namespace {
 
@@ -357,14 +371,24 @@ TEST(table_functions, FlowInfoConverterFillsTheDataPartOnly) {
     }
 }
 
+TEST(table_functions, FlowInfoIsConvertedByTheConverterThatIsOffered) {
+    nyx::flow_infoRequest req;
+    nyx::flow_infoResponse rsp;
+    for (const uint32_t action : {0U, 1U, 256U}) {
+        req.add_request()->set_action_id(action);
+    }
+    g_flow_info_conversions = 0;
+    (void)nyx_svc_flow_info_create(&req, &rsp);
+    EXPECT_EQ(g_flow_info_conversions, 2);  // not for action 1, which has no data
+}
+
 void create_terminations(const std::shared_ptr<grpc::Channel> &channel, uint32_t first, uint32_t count) {
     for (uint32_t key = first; key < first + count; key++) {
         nyx::tunnel_terminate_sa_v4Request req;
         req.add_request()->mutable_key()->set_k2(key);
         req.mutable_request(0)->mutable_tunnel_terminate_sa_a_data()->set_d1(key);
         nyx::tunnel_terminate_sa_v4Response rsp;
-        EXPECT_TRUE(
-            test::unary_call(channel, "/nyx.NyxTblSvc/tunnel_terminate_sa_v4Create", req, &rsp).ok());
+        EXPECT_TRUE(test::unary_call(channel, "/nyx.NyxTblSvc/tunnel_terminate_sa_v4Create", req, &rsp).ok());
         EXPECT_EQ(rsp.api_status(), API_STATUS_OK);
     }
 }

@@ -130,13 +130,32 @@ def _by_action(table, line):
     return f"        switch (rec.action_id) {{\n{cases}        }}\n"
 
 
+# The service offers the conversion of these tables' data as a function of its own, which is the one to call.
+CONVERTERS = {"flow_info": "nyx_flow_info_proto_to_api_spec"}
+
+
+def _data_to_record(table):
+    converter = CONVERTERS.get(table.name)
+    if converter:
+        return _by_action(table, lambda a: f"{converter}(&rec, &spec);")
+    return _by_action(table, lambda a: f"{a.name}_to_record(rec.data.{a.name}_data, spec.{a.name}_data());")
+
+
+def _converters(tables):
+    return "".join(
+        f"void {CONVERTERS[t.name]}(nyx_tbl_{t.name}_spec_s *spec, const nyx::{t.name}Spec *proto);\n\n"
+        for t in tables
+        if t.name in CONVERTERS
+    )
+
+
 def _binding(table):
     name, actions = table.name, table.actions
     data = "".join(
         _both_ways(a.name, f"nyx_tbl_{name}_{a.name}_data_s", f"nyx::{name}_{a.name}_data_t", "", a.fields)
         for a in actions
     )
-    to_record = _by_action(table, lambda a: f"{a.name}_to_record(rec.data.{a.name}_data, spec.{a.name}_data());")
+    to_record = _data_to_record(table)
     to_proto = _by_action(table, lambda a: f"{a.name}_to_proto(spec->mutable_{a.name}_data(), rec.data.{a.name}_data);")
     unused = "" if actions else "[[maybe_unused]] "
     key = _both_ways("key", "key_s", "Key", KEY_TEMPLATE, table.key)
@@ -166,7 +185,7 @@ def _bindings_header(family, tables):
 #include "nyx/tables/{family}.pb.h"
 #include "svc/common/bytes.h"
 
-namespace nyx_tbl {{
+{_converters(tables)}namespace nyx_tbl {{
 
 {"".join(map(_binding, tables))}}}  // namespace nyx_tbl
 """

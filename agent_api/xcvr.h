@@ -6,22 +6,20 @@
 
 namespace sdk::platform {
 
-// The platform's table has at least as many places.
-inline constexpr uint32_t k_max_xcvr = 16;
-
 // Transceiver types with the memory layout of SFF-8636 (QSFP class); all others have that of SFF-8472 (SFP class).
 enum xcvr_type_e : uint32_t {
     XCVR_TYPE_QSFP = 2,
     XCVR_TYPE_QSFP28 = 3,
 };
 
-// The start of a descriptor; what follows is the platform's.
+// The start of a descriptor; what follows belongs to the platform.
 struct xcvr_s {
     uint32_t type;
 };
 
-// Descriptors by transceiver number minus 1; null where there is none. Neither the table nor what a descriptor
-// says of the type changes while services run.
-extern xcvr_s *g_xcvr[k_max_xcvr];
+// Descriptors by transceiver number minus 1; null where there is none. The platform defines the array with as many places
+// as it likes: its size is that of the symbol, and numbers beyond it have no descriptor. Neither the array nor the type in
+// a descriptor changes while services run.
+extern xcvr_s *g_xcvr[];
 
 }  // namespace sdk::platform

@@ -93,6 +93,19 @@ void decode_table_stats(fuzz::input &in) {
     fuzz::check_message(rsp);
 }
 
+// As many queues as the record counts, which is what readers trust.
+void decode_queue_credits(fuzz::input &in) {
+    using namespace sdk::asic::pd;
+    const auto port = in.take<uint32_t>();
+    std::vector<uint8_t> record(sizeof(port_queue_credit_s) + in.take<uint8_t>() * sizeof(queue_credit_s));
+    in.take_into(record.data(), record.size());
+    auto *const credits = reinterpret_cast<port_queue_credit_s *>(record.data());
+    credits->num_queues = static_cast<uint32_t>(record.size() / sizeof(queue_credit_s));
+    nyx::QueueCreditsGetResponse rsp;
+    nyx_queue_credits_to_proto(port, credits, &rsp);
+    fuzz::check_message(rsp);
+}
+
 void decode_switch_port(fuzz::input &in) {
     sim::switch_port_s port = {.status = in.take<sdk::iswitch::iswitch_port_status_s_>(),
                                .stats = in.take<sdk::iswitch::iswitch_port_stats_s_>(),
@@ -124,8 +137,7 @@ constexpr void (*k_decoders[])(fuzz::input &) = {
     decode<nyx_lif_info_s, nyx::LifClassicGetResponse, nyx_lif_api_info_to_config_proto>,
     decode<nyx_slab_info_s, nyx::SlabGetResponse, nyx_slab_to_proto>,
     decode<nyx_pb_debug_stats_s, nyx::PbStatsGetResponse, nyx_pb_stats_entry_to_proto>,
-    decode_indexed<sdk::asic::pd::port_queue_credit_s, nyx::QueueCreditsGetResponse,
-                   nyx_queue_credits_to_proto>,
+    decode_queue_credits,
     decode_indexed<session_stats_entry_s, nyx::SessionStatsGetResponse, nyx_session_stats_to_proto>,
     decode_lldp,
     decode_table_stats,

@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <array>
 #include <atomic>
+#include <cstdlib>
 #include <cstring>
 #include <ctime>
 #include <iterator>
@@ -103,7 +104,11 @@ std::string timestamp_text(const link_event_time_s &time) {
         return {};
     }
     number_text text;
-    text.number(static_cast<uint64_t>(local.tm_year + 1900L));
+    const long year = local.tm_year + 1900L;
+    if (year < 0) {
+        text.put('-');
+    }
+    text.number(static_cast<uint64_t>(std::abs(year)));
     text.put('-').two_digits(local.tm_mon + 1).put('-').two_digits(local.tm_mday);
     text.put(' ')
         .two_digits(local.tm_hour)
@@ -144,6 +149,7 @@ void svc::link_event_trace_to_proto(google::protobuf::RepeatedPtrField<nyx::Port
     if (!current || tracer.record_data_size > sizeof(record_s::state)) {
         return;
     }
+    tzset();  // localtime_r() need not look at the time zone again
     link_event_time_s previous = {};
     for (uint32_t generation = current - 1; generation != current + 1; generation++) {
         const uint32_t count = reader.num_records(generation);

@@ -1,6 +1,8 @@
 #include "svc/port_xcvr.h"
 
+#include <dlfcn.h>
 #include <fmt/format.h>
+#include <link.h>
 
 #include <algorithm>
 #include <span>
@@ -11,6 +13,7 @@
 
 namespace {
 
+using namespace sdk::platform;
 using memory_t = std::span<const uint8_t, 256>;
 
 // Fields of SFF-8472 A0h. Those of SFF-8636 page 00h have the same offsets, as the page is stored from offset 0; its
@@ -36,10 +39,19 @@ std::string text_of(memory_t memory, field_s field) {
     return text;
 }
 
+// How many places the platform's table has, by the symbol table of whoever defines it: its declaration leaves that open.
+size_t num_xcvrs() {
+    Dl_info object;
+    void *symbol = nullptr;
+    const bool found =
+        dladdr1(static_cast<const void *>(g_xcvr), &object, &symbol, RTLD_DL_SYMENT) != 0 && symbol;
+    return found ? static_cast<const ElfW(Sym) *>(symbol)->st_size / sizeof(g_xcvr[0]) : 0;
+}
+
 bool is_qsfp(uint32_t xcvr_number) {
-    using namespace sdk::platform;
-    const uint32_t index = xcvr_number - 1;
-    const xcvr_s *xcvr = index < k_max_xcvr ? g_xcvr[index] : nullptr;
+    static const size_t count = num_xcvrs();
+    const uint32_t index = xcvr_number - 1;  // number 0 is none: its index is beyond any table
+    const xcvr_s *xcvr = index < count ? g_xcvr[index] : nullptr;
     return xcvr && (xcvr->type == XCVR_TYPE_QSFP || xcvr->type == XCVR_TYPE_QSFP28);
 }
 

@@ -151,8 +151,7 @@ grpc::Status SystemSvcImpl::ClockFrequencyUpdate(grpc::ServerContext *context,
 void nyx_queue_credits_to_proto(uint32_t port, sdk::asic::pd::port_queue_credit_s *credits, void *ctxt) {
     auto *proto = static_cast<nyx::QueueCreditsGetResponse *>(ctxt)->add_port_queue_credit();
     proto->set_port(port);
-    const size_t count = std::min<size_t>(credits->num_queues, std::size(credits->queues));
-    for (const auto &queue : std::span(credits->queues).first(count)) {
+    for (const sdk::asic::pd::queue_credit_s queue : queues_of(credits)) {
         auto *queue_credit = proto->add_queue_credit();
         queue_credit->set_queue(queue.queue);
         queue_credit->set_credit(queue.credit);

@@ -89,6 +89,14 @@ class link_event_trace : public testing::Test {
     }
 };
 
+// A time zone that is set while the process runs counts from the next trace on.
+TEST_F(link_event_trace, TimeZoneIsThatOfTheMoment) {
+    const still_trace_s trace(1, {}, events({1}));
+    EXPECT_EQ(read(trace.tracer)[0].timestamp(), "1970-01-01 05:30:01.0");
+    setenv("TZ", "TEST-1", 1);
+    EXPECT_EQ(read(trace.tracer)[0].timestamp(), "1970-01-01 01:00:01.0");
+}
+
 TEST_F(link_event_trace, TextsTellLocalTimeAndTheTimeSinceTheRecordBefore) {
     struct {
         link_event_time_s wall_clock, elapsed_clock;
@@ -103,6 +111,7 @@ TEST_F(link_event_trace, TextsTellLocalTimeAndTheTimeSinceTheRecordBefore) {
         {{253402300800, 0}, {9, 0}, "10000-01-01 05:30:00.0", "1.000000000"},
         {{0, 0}, {9, 999'999'999}, "1970-01-01 05:30:00.0", "0.999999999"},
         {{0, 0}, {9, 1}, "1970-01-01 05:30:00.0", "0.000000000"},
+        {{-62167240000, 0}, {9, 1}, "-1-12-31 23:43:20.0", "0.000000000"},
         {{0, INT64_MAX}, {5'000'000'009, 1}, "1970-01-01 05:30:00.922337203", "5000000000.000000000"},
     };
     std::vector<event_s> all;

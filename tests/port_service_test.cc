@@ -210,26 +210,28 @@ TEST(port_xcvr, TextsLoseBlanksAtTheirEnd_AndShowOtherBytesAsUnderscores) {
 
 TEST(port_xcvr, TypeInTheTableDecidesOnTheWidthOfTheRevision) {
     sdk::platform::xcvr_s descriptors[] = {{0}, {1}, {2}, {3}, {4}, {0x102}, {UINT32_MAX}};
-    sdk::platform::xcvr_s *table[16];
-    std::copy_n(sdk::platform::g_xcvr, 16, table);
-    std::fill_n(sdk::platform::g_xcvr, 16, nullptr);
+    constexpr uint32_t k_places = 24;  // of the stand-in's table
+    sdk::platform::xcvr_s *table[k_places];
+    std::copy_n(sdk::platform::g_xcvr, k_places, table);
+    std::fill_n(sdk::platform::g_xcvr, k_places, nullptr);
     for (size_t i = 0; i < std::size(descriptors); i++) {
         sdk::platform::g_xcvr[i] = &descriptors[i];
     }
-    sdk::platform::g_xcvr[15] = &descriptors[2];
+    sdk::platform::g_xcvr[k_places - 1] = &descriptors[2];
     const auto revision = [](uint32_t number, const std::string &text) {
         return xcvr_status(number, memory_with({{56, text}})).vendor_revision();
     };
-    for (const uint32_t number : {3U, 4U, 16U}) {
+    for (const uint32_t number : {3U, 4U, k_places}) {
         EXPECT_EQ(revision(number, "1AbX"), "1A") << number;
         EXPECT_EQ(revision(number, "1 bX"), "1") << number;
         EXPECT_EQ(revision(number, "  bX"), "") << number;
     }
-    for (const uint32_t number : {0U, 1U, 2U, 5U, 6U, 7U, 8U, 15U, 17U, 1000U, 0x80000000U, UINT32_MAX}) {
+    for (const uint32_t number :
+         {0U, 1U, 2U, 5U, 6U, 7U, 8U, k_places - 1, k_places + 1, 1000U, 0x80000000U, UINT32_MAX}) {
         EXPECT_EQ(revision(number, "1AbX"), "1AbX") << number;
         EXPECT_EQ(revision(number, "1 b "), "1 b") << number;
     }
-    std::copy_n(table, 16, sdk::platform::g_xcvr);
+    std::copy_n(table, k_places, sdk::platform::g_xcvr);
 }
 
 }  // namespace

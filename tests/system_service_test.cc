@@ -150,27 +150,21 @@ TEST_F(system_service, RecoveryIsSwitchedAndRead) {
     EXPECT_EQ(status_after("ProcessRecoveryEnable"), nyx::RECOVERY_STATUS_DISABLED);
 }
 
-TEST_F(system_service, QueueCreditsEndWithTheArray_AndKeepThePortsBeforeAFailure) {
+TEST_F(system_service, AllQueueCreditsAreReported_AlsoOfPortsBeforeAFailure) {
     sim::system_state_s state;
-    state.credits = {{7, {2, {{0, 10}, {UINT32_MAX, 20}}}},
-                     {9, {0, {{1, 1}}}},
-                     {1, {65, {}}},
-                     {2, {UINT32_MAX, {}}},
-                     {3, {}}};
-    state.credits[2].credits.queues[63] = state.credits[3].credits.queues[63] = {63, 630};
+    state.credits = {{7, {{0, 10}, {UINT32_MAX, 20}}}, {9, {}}, {1, {}}, {3, {}}};
+    state.credits[2].queues.assign(1000, {63, 630});
     sim::put_system_state(state);
-    add_fault("sdk::asic::pd::queue_credits_get:code=42,nth=5");
+    add_fault("sdk::asic::pd::queue_credits_get:code=42,nth=4");
     const auto rsp = call<nyx::QueueCreditsGetResponse>("QueueCreditsGet");
     EXPECT_EQ(rsp.api_status(), types::API_STATUS_ENTRY_EXISTS_IN_HW);
-    ASSERT_EQ(rsp.port_queue_credit_size(), 4);
+    ASSERT_EQ(rsp.port_queue_credit_size(), 3);
     EXPECT_THAT(
         rsp.port_queue_credit(0),
         IsMessage("port: 7 queue_credit { credit: 10 } queue_credit { queue: 4294967295 credit: 20 }"));
     EXPECT_THAT(rsp.port_queue_credit(1), IsMessage("port: 9"));
-    for (const int i : {2, 3}) {
-        ASSERT_EQ(rsp.port_queue_credit(i).queue_credit_size(), 64);
-        EXPECT_THAT(rsp.port_queue_credit(i).queue_credit(63), IsMessage("queue: 63 credit: 630"));
-    }
+    ASSERT_EQ(rsp.port_queue_credit(2).queue_credit_size(), 1000);
+    EXPECT_THAT(rsp.port_queue_credit(2).queue_credit(999), IsMessage("queue: 63 credit: 630"));
     sim::clear_faults();
     EXPECT_EQ(call<nyx::QueueCreditsGetResponse>("QueueCreditsGet").api_status(), types::API_STATUS_OK);
 }

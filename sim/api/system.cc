@@ -1,5 +1,6 @@
 #include "sim/api/system.h"
 
+#include <algorithm>
 #include <span>
 
 #include "agent_api/sysmgr.h"
@@ -49,10 +50,9 @@ sdk::sdk_ret_t get(std::string_view operation, Record system_state_s::*member, R
 }
 
 port_credits_s make_credits(uint32_t port, uint32_t queues) {
-    port_credits_s made{.port = port, .credits = {}};
-    made.credits.num_queues = queues;
+    port_credits_s made{.port = port, .queues = {}};
     for (uint32_t queue = 0; queue < queues; queue++) {
-        made.credits.queues[queue] = {.queue = queue, .credit = 128 * (queue + 1) + port};
+        made.queues.push_back({.queue = queue, .credit = 128 * (queue + 1) + port});
     }
     return made;
 }
@@ -129,7 +129,15 @@ sdk::sdk_ret_t sdk::asic::pd::queue_credits_get(queue_credits_cb_t callback, voi
     return sim::walk(
         "sdk::asic::pd::queue_credits_get", sim::system_state().credits,
         [](auto &) { return std::span<const uint8_t>(); },
-        [&](auto &port) { callback(port.port, &port.credits, ctxt); });
+        [&](auto &port) {
+            // The count and the queues, one after the other.
+            std::vector<uint8_t> record(sizeof(port_queue_credit_s) +
+                                        port.queues.size() * sizeof(queue_credit_s));
+            auto *const credits = reinterpret_cast<port_queue_credit_s *>(record.data());
+            credits->num_queues = static_cast<uint32_t>(port.queues.size());
+            std::ranges::copy(port.queues, reinterpret_cast<queue_credit_s *>(credits + 1));
+            callback(port.port, credits, ctxt);
+        });
 }
 
 bool sysmgr::Client::recovery_toggle(bool enable) {

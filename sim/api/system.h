@@ -13,7 +13,7 @@ namespace sim {
 
 struct port_credits_s {
     uint32_t port;
-    sdk::asic::pd::port_queue_credit_s credits;
+    std::vector<sdk::asic::pd::queue_credit_s> queues;
 };
 
 // Three ports: with eight queues, with four, without queues.

@@ -18,7 +18,7 @@ sdk::platform::xcvr_s g_port_xcvr[] = {{sdk::platform::XCVR_TYPE_QSFP28}, {k_xcv
 
 }  // namespace
 
-sdk::platform::xcvr_s *sdk::platform::g_xcvr[k_max_xcvr] = {&g_port_xcvr[0], &g_port_xcvr[1]};
+sdk::platform::xcvr_s *sdk::platform::g_xcvr[24] = {&g_port_xcvr[0], &g_port_xcvr[1]};
 
 namespace sim {
 

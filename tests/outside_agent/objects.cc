@@ -101,7 +101,7 @@ sdk::platform::xcvr_s g_sfp = {.type = 1};
 
 }  // namespace
 
-sdk::platform::xcvr_s *sdk::platform::g_xcvr[k_max_xcvr] = {&g_sfp};
+sdk::platform::xcvr_s *sdk::platform::g_xcvr[] = {&g_sfp};
 
 core::agent_state *core::agent_state::state() {
     static agent_state the_state = {};

@@ -114,19 +114,19 @@ sdk::sdk_ret_t update(nyx_if_spec_s &spec, request_s *request) {
 }
 
 sdk::sdk_ret_t remove(nyx_obj_key_s key, uint64_t batch) {
-    auto ret = nyx_ms::interface_delete(&key, batch);
-    if (ret == sdk::SDK_RET_OK && if_api_bypassed()) {
-        return ret;
-    }
-    if (ret == sdk::SDK_RET_OK) {
-        SVC_TRACE_DEBUG("Deleting interface {}", key.str());
-        ret = read(key) == sdk::SDK_RET_OK ? sdk::SDK_RET_OK : sdk::SDK_RET_LOOKUP_FAILURE;
-    }
-    if (ret != sdk::SDK_RET_OK) {
+    if (const auto ret = nyx_ms::interface_delete(&key, batch)) {
         SVC_TRACE_ERR("Failed to delete interface {}, interface not found", key.str());
         return ret;
     }
-    ret = nyx_if_delete(&key, batch);
+    if (if_api_bypassed()) {
+        return sdk::SDK_RET_OK;
+    }
+    SVC_TRACE_DEBUG("Deleting interface {}", key.str());
+    if (read(key) != sdk::SDK_RET_OK) {
+        SVC_TRACE_ERR("Failed to delete interface {}, interface not found", key.str());
+        return sdk::SDK_RET_LOOKUP_FAILURE;
+    }
+    const auto ret = nyx_if_delete(&key, batch);
     if (ret != sdk::SDK_RET_OK) {
         SVC_TRACE_ERR("Failed to delete interface {}, err {}", key.str(), ret);
     }
@@ -200,34 +200,26 @@ IfSvcImpl::~IfSvcImpl() = default;
 
 sdk::sdk_ret_t nyx_svc_interface_create(const nyx::InterfaceRequest *req, nyx::InterfaceResponse *rsp) {
     if (!req || req->request().empty()) {
-        rsp->set_api_status(types::API_STATUS_INVALID_ARG);
-        return sdk::SDK_RET_INVALID_ARG;
+        return svc::report(sdk::SDK_RET_INVALID_ARG, rsp);
     }
-    svc::batch batch(req->batch_ctxt().batch_cookie());
-    if (!batch.is_open()) {
+    const auto outcome =
+        svc::in_batch(req->batch_ctxt(), [&](uint64_t batch) { return write_all(*req, batch, k_create); });
+    if (!outcome) {
         SVC_TRACE_ERR("Failed to create a new batch, interface creation failed");
-        rsp->set_api_status(types::API_STATUS_ERROR);
-        return sdk::SDK_RET_GENERIC_ERROR;
     }
-    const auto ret = batch.finish(write_all(*req, batch.handle(), k_create));
-    rsp->set_api_status(sdk_ret_to_api_status(ret));
-    return ret;
+    return svc::report(outcome, rsp);
 }
 
 sdk::sdk_ret_t nyx_svc_interface_update(const nyx::InterfaceRequest *req, nyx::InterfaceResponse *rsp) {
     if (!req || req->request().empty()) {
-        rsp->set_api_status(types::API_STATUS_INVALID_ARG);
-        return sdk::SDK_RET_INVALID_ARG;
+        return svc::report(sdk::SDK_RET_INVALID_ARG, rsp);
     }
-    svc::batch batch(req->batch_ctxt().batch_cookie());
-    if (!batch.is_open()) {
+    const auto outcome =
+        svc::in_batch(req->batch_ctxt(), [&](uint64_t batch) { return write_all(*req, batch, k_update); });
+    if (!outcome) {
         SVC_TRACE_ERR("Failed to create a new batch, interface update failed");
-        rsp->set_api_status(types::API_STATUS_ERROR);
-        return sdk::SDK_RET_GENERIC_ERROR;
     }
-    const auto ret = batch.finish(write_all(*req, batch.handle(), k_update));
-    rsp->set_api_status(sdk_ret_to_api_status(ret));
-    return ret;
+    return svc::report(outcome, rsp);
 }
 
 sdk::sdk_ret_t nyx_svc_interface_delete(const nyx::InterfaceDeleteRequest *req,
@@ -236,17 +228,18 @@ sdk::sdk_ret_t nyx_svc_interface_delete(const nyx::InterfaceDeleteRequest *req,
         rsp->add_api_status(types::API_STATUS_INVALID_ARG);
         return sdk::SDK_RET_INVALID_ARG;
     }
-    svc::batch batch(req->batch_ctxt().batch_cookie());
-    if (!batch.is_open()) {
+    const auto outcome =
+        svc::in_batch(req->batch_ctxt(), [&](uint64_t batch) { return remove_all(*req, batch); });
+    if (!outcome) {
         SVC_TRACE_ERR("Failed to create a new batch, interface delete failed");
         rsp->add_api_status(types::API_STATUS_ERROR);
         return sdk::SDK_RET_GENERIC_ERROR;
     }
-    const auto ret = batch.finish(remove_all(*req, batch.handle()));
-    for (int i = 0; batch.is_own() && i < req->id_size(); i++) {
-        rsp->add_api_status(sdk_ret_to_api_status(ret));
+    const bool is_own_batch = req->batch_ctxt().batch_cookie() == 0;
+    for (int i = 0; is_own_batch && i < req->id_size(); i++) {
+        rsp->add_api_status(sdk_ret_to_api_status(*outcome));
     }
-    return ret;
+    return *outcome;
 }
 
 void nyx_svc_interface_get(const nyx::InterfaceGetRequest *req, nyx::InterfaceGetResponse *rsp) {

@@ -39,20 +39,17 @@ sdk::sdk_ret_t nyx_svc_port_get(const nyx::PortGetRequest *req, nyx::PortGetResp
 
 sdk::sdk_ret_t nyx_svc_port_update(const nyx::PortUpdateRequest *req, nyx::PortUpdateResponse *rsp) {
     if (!req) {
-        rsp->set_api_status(types::API_STATUS_INVALID_ARG);
-        return sdk::SDK_RET_INVALID_ARG;
+        return svc::report(sdk::SDK_RET_INVALID_ARG, rsp);
     }
-    svc::batch batch(req->batch_ctxt().batch_cookie());
-    if (!batch.is_open()) {
+    const auto outcome = svc::in_batch(req->batch_ctxt(), [&](uint64_t batch) {
+        nyx_if_spec_s spec{};
+        nyx_port_proto_to_api_spec(&spec, req->spec());
+        return api::port_update(&spec, batch);
+    });
+    if (!outcome) {
         SVC_TRACE_ERR("Failed to create a new batch, port update failed");
-        rsp->set_api_status(types::API_STATUS_ERROR);
-        return sdk::SDK_RET_GENERIC_ERROR;
     }
-    nyx_if_spec_s spec{};
-    nyx_port_proto_to_api_spec(&spec, req->spec());
-    const auto ret = batch.finish(api::port_update(&spec, batch.handle()));
-    rsp->set_api_status(sdk_ret_to_api_status(ret));
-    return ret;
+    return svc::report(outcome, rsp);
 }
 
 grpc::Status PortSvcImpl::PortGet(grpc::ServerContext *context, const nyx::PortGetRequest *req,

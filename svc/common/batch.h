@@ -3,16 +3,19 @@
 #pragma once
 
 #include <cstdint>
+#include <optional>
 #include <utility>
 
 #include "agent_api/agent_state.h"
 #include "agent_api/batch.h"
 #include "agent_api/sdk_ret.h"
+#include "nyx/types/object.pb.h"
+#include "svc/common/ret_code.h"
 
 namespace svc {
 
-// The batch that the caller names by a cookie, which stays the caller's; or, for cookie 0, one of the request's own,
-// opened here with the next epoch and never left open. For one thread.
+// The caller's batch, named by a cookie, which is neither committed nor destroyed here; or, for cookie 0, a batch of the
+// request's own, opened with the next epoch and never left open. For one thread.
 class batch {
  public:
     explicit batch(uint64_t cookie) : handle_(cookie ? cookie : open()), own_(!cookie) {}
@@ -24,9 +27,8 @@ class batch {
         }
     }
 
-    // False when there was none to be had.
+    // False when no batch could be started.
     bool is_open() const { return handle_ != 0; }
-    bool is_own() const { return own_; }
     uint64_t handle() const { return handle_; }
 
     // Ends the request with the outcome of its entries: an own batch is committed after success and destroyed after a
@@ -52,5 +54,24 @@ class batch {
     uint64_t handle_;
     const bool own_;
 };
+
+// Runs `write`, sdk_ret_t(uint64_t batch), in the batch of a request. Returns the request's outcome; nothing when no batch
+// could be started.
+template <class Write>
+std::optional<sdk::sdk_ret_t> in_batch(const types::BatchCtxt &context, Write write) {
+    batch request_batch(context.batch_cookie());
+    if (!request_batch.is_open()) {
+        return std::nullopt;
+    }
+    return request_batch.finish(write(request_batch.handle()));
+}
+
+// Puts the outcome of in_batch() into a response; without a batch it is SDK_RET_GENERIC_ERROR. Returns its code.
+template <class Response>
+sdk::sdk_ret_t report(std::optional<sdk::sdk_ret_t> outcome, Response *rsp) {
+    const auto ret = outcome.value_or(sdk::SDK_RET_GENERIC_ERROR);
+    rsp->set_api_status(sdk_ret_to_api_status(ret));
+    return ret;
+}
 
 }  // namespace svc

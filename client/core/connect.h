@@ -1,4 +1,4 @@
-// Stream connections that do not wait longer than they may.
+// Stream connections with a time limit.
 
 #pragma once
 

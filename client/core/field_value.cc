@@ -163,7 +163,7 @@ std::string set_bytes(const place_s &place, std::string_view text, fit_e fit) {
     return {};
 }
 
-// No service takes texts in another encoding.
+// Messages with other bytes in a string field are refused whole by their receiver.
 std::string set_string(const place_s &place, std::string_view text) {
     if (base::to_utf8(text) != text) {
         return "the text is not UTF-8; give it in UTF-8";

@@ -57,7 +57,7 @@ outcome_s next_step(path_s *path, step_s *step) {
                 : refuse(path->done, fmt::format("invalid index; give one like {}[0]", step->name));
 }
 
-// Where in the list; the size of the list means after its end.
+// Turns a missing index into the size of the list, which appends.
 outcome_s check_index(const pb::Message &message, const pb::FieldDescriptor *field, std::string_view path,
                       int *index) {
     if (!field->is_repeated()) {
@@ -73,30 +73,21 @@ outcome_s check_index(const pb::Message &message, const pb::FieldDescriptor *fie
                                           field->name()));
 }
 
-pb::Message *enter(pb::Message *message, const pb::FieldDescriptor *field, int index) {
-    const pb::Reflection *reflection = message->GetReflection();
-    if (!field->is_repeated()) {
-        return reflection->MutableMessage(message, field);
-    }
-    return index == reflection->FieldSize(*message, field)
-               ? reflection->AddMessage(message, field)
-               : reflection->MutableRepeatedMessage(message, field, index);
-}
-
 outcome_s set_below(std::span<pb::Message *const> messages, path_s path);
 
 outcome_s set_or_enter(pb::Message *message, const pb::FieldDescriptor *field, int index,
                        const path_s &path) {
     const bool is_message = field->message_type() != nullptr;
     if (is_message && !path.rest.empty()) {
-        pb::Message *member = enter(message, field, index);
+        pb::Message *member = mutable_message_at(message, field, index);
         return set_below({&member, 1}, path);
     }
     if (!path.rest.empty()) {
         return refuse(path.done, fmt::format("has no fields; found \".{}\" after it", path.rest));
     }
-    const std::string reason = is_message ? set_from_text(enter(message, field, index), path.value)
-                                          : set_from_text(message, field, index, path.value, path.fit);
+    const std::string reason = is_message
+                                   ? set_from_text(mutable_message_at(message, field, index), path.value)
+                                   : set_from_text(message, field, index, path.value, path.fit);
     return reason.empty() ? outcome_s() : refuse(path.done, reason);
 }
 

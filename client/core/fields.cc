@@ -23,6 +23,16 @@ const pb::Message &message_at(const pb::Message &message, const pb::FieldDescrip
                                 : message.GetReflection()->GetMessage(message, field);
 }
 
+pb::Message *mutable_message_at(pb::Message *message, const pb::FieldDescriptor *field, int index) {
+    const pb::Reflection *reflection = message->GetReflection();
+    if (!field->is_repeated()) {
+        return reflection->MutableMessage(message, field);
+    }
+    return index == reflection->FieldSize(*message, field)
+               ? reflection->AddMessage(message, field)
+               : reflection->MutableRepeatedMessage(message, field, index);
+}
+
 const pb::FieldDescriptor *find_field(const pb::Descriptor *type, const std::string &name) {
     const auto *field = type->FindFieldByName(name);
     return field ? field : type->FindFieldByCamelcaseName(name);

@@ -1,4 +1,4 @@
-// Fields found by their names.
+// Fields of messages, found by their names, and the messages in them.
 
 #pragma once
 
@@ -18,6 +18,10 @@ std::unique_ptr<google::protobuf::Message> new_message(const google::protobuf::D
 int element_count(const google::protobuf::Message &message, const google::protobuf::FieldDescriptor *field);
 const google::protobuf::Message &message_at(const google::protobuf::Message &message,
                                             const google::protobuf::FieldDescriptor *field, int index);
+
+// The same to change; an index that is the size of the list appends an element.
+google::protobuf::Message *mutable_message_at(google::protobuf::Message *message,
+                                              const google::protobuf::FieldDescriptor *field, int index);
 
 // The field of that name in either spelling of protobuf, or null.
 const google::protobuf::FieldDescriptor *find_field(const google::protobuf::Descriptor *type,

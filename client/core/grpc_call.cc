@@ -77,7 +77,7 @@ outcome_s make_channel(const global_options_s &options, std::shared_ptr<grpc::Ch
     }
     grpc::ChannelArguments arguments;
     arguments.SetMaxReceiveMessageSize(-1);
-    // An agent is spoken to directly, whatever http_proxy says.
+    // Agents are reached directly, whatever http_proxy says.
     arguments.SetInt(GRPC_ARG_ENABLE_HTTP_PROXY, 0);
     arguments.SetInt(GRPC_ARG_SERVICE_CONFIG_DISABLE_RESOLUTION, 1);
     // A second channel must not wait for the next attempt of the first.
@@ -163,7 +163,8 @@ grpc_connectivity_state wait_until_connected(grpc::Channel *channel, system_time
 // gRPC 1.51 looks at errno some steps after connect(). In between it may take a lock, and the first lock that has to
 // wait looks into /sys for the number of CPUs, another one for their speed: without /sys a connection in progress is
 // then reported as failed, with "No such file or directory". Each is looked for once in a process, so a third attempt
-// can't fail that way. Why nobody is reachable is found out by connecting without gRPC.
+// can't fail that way. The reason for an unreachable agent comes
+// from a connection without gRPC.
 // Sets `ready` to whether both sides speak gRPC; if not, a call fails at once and says why.
 outcome_s connect_channel(const global_options_s &options, const std::string &path, system_time_t deadline,
                           std::shared_ptr<grpc::Channel> *channel, bool *ready) {
@@ -195,9 +196,9 @@ outcome_s connect_channel(const global_options_s &options, const std::string &pa
 }  // namespace
 
 outcome_s grpc_channel(const global_options_s &options, std::shared_ptr<grpc::Channel> *channel) {
-    // The library's own lines on stderr say again, and at length, what the status says.
+    // The library's own lines on stderr repeat, at length, what the status says.
     setenv("GRPC_VERBOSITY", "NONE", 0);
-    // Taken and never given back: shutting the library down can take ten seconds after a large request.
+    // Never released: shutting the library down can take ten seconds after a large request.
     grpc_init();
     return make_channel(options, channel);
 }

@@ -18,9 +18,8 @@ enum class json_style_e {
     canonical,  // protobuf's mapping to the letter: bytes in base64, names in lowerCamelCase, addresses as numbers
 };
 
-// Sets `message` to one JSON object; for people see json_reader.h; `fit` counts in both
-// styles. On refusal returns a usage failure, and
-// `message` is unspecified.
+// Sets `message` to one JSON object; for people see json_reader.h. On refusal, also of values that are too wide
+// (`fit`), returns a usage failure, and `message` is unspecified.
 outcome_s json_to_message(std::string_view json, google::protobuf::Message *message,
                           json_style_e style = json_style_e::people, fit_e fit = fit_e::type);
 

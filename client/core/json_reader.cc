@@ -20,15 +20,15 @@ using json_sax_t = nlohmann::json_sax<nlohmann::json>;
 
 // An object or a list that is open.
 struct open_s {
-    pb::Message *message;  // that the object fills or the list is in; null for the list of all messages
-    const pb::FieldDescriptor *field =
-        nullptr;  // that the next value is for; null for the list of all messages
+    // What the object fills, or what has the list. Null, like the field, for the list of all messages.
+    pb::Message *message;
+    const pb::FieldDescriptor *field = nullptr;  // that the next value is for
     bool is_list = false;
     int index = 0;         // of the next element of a list
     std::string key = "";  // of an object, as it was given
 };
 
-// Follows the parser. Each event returns false after the first refusal.
+// Takes the parser's events. Each returns false after the first refusal, which ends the parsing.
 class json_reader final : public json_sax_t {
  public:
     json_reader(pb::Message *message, fit_e fit)
@@ -147,12 +147,7 @@ class json_reader final : public json_sax_t {
         return path;
     }
 
-    pb::Message *new_child() {
-        const open_s &at = open_.back();
-        const pb::Reflection *reflection = at.message->GetReflection();
-        return at.is_list ? reflection->AddMessage(at.message, at.field)
-                          : reflection->MutableMessage(at.message, at.field);
-    }
+    pb::Message *new_child() { return mutable_message_at(open_.back().message, field(), open_.back().index); }
 
     bool put(std::string_view found, std::string_view text) {
         const pb::Descriptor *type = field() ? field()->message_type() : type_;

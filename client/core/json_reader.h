@@ -29,7 +29,7 @@ using take_message_t = std::function<outcome_s(std::unique_ptr<google::protobuf:
 outcome_s read_json_list(std::string_view json, const google::protobuf::Descriptor *type,
                          const take_message_t &take, fit_e fit = fit_e::type);
 
-// What the parser says of a text, without the tag that it puts in front.
+// The parser's message without the tag at its beginning.
 std::string json_error_text(std::string_view what);
 
 }  // namespace nyxctl

@@ -47,7 +47,7 @@ found_t width_error(const pb::FieldDescriptor *field, std::string_view bytes) {
                        bytes_count_text(width));
 }
 
-// Reads it again, with the widths.
+// Only the reader knows paths and widths, so the message is written and read again.
 outcome_s check_widths(const pb::Message &message) {
     outcome_s outcome =
         read_json(message_json(message), new_message(message.GetDescriptor()).get(), fit_e::record);

@@ -1,4 +1,4 @@
-// Values that the agent would cut silently, because their fields are narrower in its records than in the messages.
+// Values that the agent would cut silently, because its records have less room for them than the messages.
 
 #pragma once
 
@@ -13,11 +13,11 @@
 
 namespace nyxctl {
 
-// The largest number that the field of the record holds; of a field without width the largest of all.
+// The largest number that the field of the record holds; UINT64_MAX for a field without a width.
 uint64_t largest_number(const google::protobuf::FieldDescriptor *field);
 
 // What is wrong with a number or byte string for this field, "70000 does not fit in 2 bytes, largest is 65535; --cut
-// sends it anyway"; none when it fits or the field has no width of its own.
+// sends it anyway"; nullopt when it fits or the field has no width.
 std::optional<std::string> width_error(const google::protobuf::FieldDescriptor *field, uint64_t number);
 std::optional<std::string> width_error(const google::protobuf::FieldDescriptor *field,
                                        std::string_view bytes);

@@ -17,7 +17,7 @@ std::string title_of(std::string column) {
     return column;
 }
 
-// UTF-8: bytes that continue a character take no room.
+// Counts characters of UTF-8: bytes that continue one take no room.
 size_t width_of(const std::string &text) {
     return static_cast<size_t>(
         std::ranges::count_if(text, [](unsigned char c) { return (c & 0xc0) != 0x80; }));

@@ -17,7 +17,7 @@ struct rows_s {
     std::vector<row_t> rows;           // one cell for each column
 };
 
-// A line of titles and one line per row, columns two blanks apart, numbers to the right; "no ports" without rows. Ends
+// A line of titles and one line per row, columns two blanks apart, numbers aligned to the right; "no ports" without rows. Ends
 // with a newline.
 std::string rows_to_text(const rows_s &rows);
 

@@ -15,7 +15,7 @@ namespace nyxctl {
 // How the words are written: a part of the help of every command that takes them.
 extern const char k_entry_words_help[];
 
-// Sets `spec`, empty and of layout.spec, to what the words say. Plain dN belongs to the action that is given, or else
+// Fills `spec`, an empty message of layout.spec, from the words. Plain dN belongs to the action that is given, or else
 // to the only one that has data. A mask that is given is valid. Values too wide for the record are refused unless `cut`.
 // Usage failures name the word, what is allowed, and the nearest fields of this table.
 outcome_s fill_spec(const table_layout_s &layout, const std::vector<std::string> &words, bool cut,

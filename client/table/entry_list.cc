@@ -15,7 +15,7 @@ namespace {
 
 constexpr std::string_view k_blanks = " \t\r\n";
 
-// What is known of all entries, and where they go.
+// How entries are read, and where they go.
 struct reading_s {
     const pb::Descriptor *type;
     fit_e fit;

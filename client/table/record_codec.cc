@@ -26,7 +26,7 @@ void set_number(pb::Message *message, const pb::FieldDescriptor *field, uint64_t
     }
 }
 
-// What the value takes in the record, exactly `width` bytes.
+// The value as it is in the record, exactly `width` bytes.
 std::string value_bytes(const pb::Message &message, const record_field_s &field) {
     std::string bytes;
     if (field.field->type() == pb::FieldDescriptor::TYPE_BYTES) {

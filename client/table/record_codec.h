@@ -12,8 +12,8 @@
 
 namespace nyxctl {
 
-// The record that the agent makes of a Spec or of a key message, of the layout's types. As there, wider values are cut,
-// a mask counts only with key_mask_valid, and data only when it belongs to the action.
+// The record that the agent makes from a Spec or a key message. As in the agent, wider values are cut, a mask counts
+// only with key_mask_valid, and data only when it belongs to the action.
 std::string encode_record(const table_layout_s &layout, const google::protobuf::Message &spec);
 std::string encode_key(const table_layout_s &layout, const google::protobuf::Message &key);
 

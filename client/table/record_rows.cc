@@ -54,7 +54,7 @@ row_t layout_row(const record_field_s &field) {
             data ? value_s(field.member->name()) : value_s()};
 }
 
-// The end of the fields in the records of an action; of none for all fields but data.
+// Where the fields of an action's records end; without an action, where all fields but data end.
 size_t end_of(const table_layout_s &layout, std::optional<uint32_t> action_id) {
     size_t end = 0;
     for (const record_field_s &field : layout.fields) {

@@ -50,7 +50,7 @@ std::string range_text(size_t first, size_t last) {
     return first == last ? fmt::format("entry {}", first) : fmt::format("entries {} to {}", first, last);
 }
 
-// Requests one after the other, and what came of them.
+// Sends requests one after the other and keeps their results.
 class requests {
  public:
     requests(const global_options_s &global, const table_layout_s &layout, const std::string &operation,
@@ -111,7 +111,7 @@ class requests {
             missing_.size() > k_named_max ? ", ..." : "");
     }
 
-    // In a response without failure an entry of zeros is just that.
+    // Without a failure, an entry of zeros is a real entry.
     void add_specs(const pb::Message &response, bool failed, size_t first, message_list_t *specs) {
         for (auto &spec : take_specs(response)) {
             const bool read =
@@ -154,10 +154,10 @@ outcome_s get_entry(const global_options_s &global, const table_layout_s &layout
     outcome_s outcome = send_entries(global, layout, "Get", keys, {}, &rows, &specs);
     if (outcome.exit_code == NYXCTL_EXIT_API_STATUS) {
         return {outcome.exit_code,
-                fmt::format(
-                    "{}: no entry with {} could be read: {}; most likely no such entry exists, the service does not "
-                    "say why",
-                    layout.name, key_text(layout, key), cell_text(rows.rows.back().back()))};
+                fmt::format("{}: no entry with {} could be read: {}; most likely no such entry exists, the "
+                            "service does not "
+                            "say why",
+                            layout.name, key_text(layout, key), cell_text(rows.rows.back().back()))};
     }
     if (outcome.ok() && specs.empty()) {
         return local_failure(layout.name + ": the agent's answer holds no entry");

@@ -22,7 +22,7 @@ constexpr size_t k_named_max = 12;
 using elements_t = std::vector<const pb::Message *>;
 using names_t = std::vector<std::string>;
 
-// An id of at least so many bytes in the form that ids are shown in, a short one followed by zeros; all else as it is.
+// An id of at least `least_size` bytes as ids are shown, filled up with zeros; any other text unchanged.
 std::string handle_text(const std::string &given, size_t least_size) {
     std::string bytes;
     std::string error;
@@ -34,7 +34,7 @@ std::string handle_text(const std::string &given, size_t least_size) {
     return bytes_to_text(bytes, types::BYTES_TEXT_UUID);
 }
 
-// The texts that mean an element. Numbers of 0 and MAC addresses of 0 are no handles.
+// The texts that identify an element. Zero, as a number or a MAC address, identifies nothing.
 names_t handles_of(const element_view_s &view, const pb::Message &element) {
     names_t handles;
     for (const char *path : view.handles) {
@@ -46,7 +46,7 @@ names_t handles_of(const element_view_s &view, const pb::Message &element) {
     return handles;
 }
 
-// An id belongs to one element, whatever the names of others are.
+// A full id wins over equal names of other elements.
 elements_t elements_with(const element_view_s &view, const elements_t &elements, const std::string &handle) {
     elements_t found;
     for (const pb::Message *element : elements) {
@@ -61,7 +61,7 @@ elements_t elements_with(const element_view_s &view, const elements_t &elements,
     return found;
 }
 
-// A name that is also hex digits is rather a name than a short id.
+// A text that is both a name and a short id is taken as the name.
 elements_t elements_meant(const element_view_s &view, const elements_t &elements, const std::string &given) {
     const elements_t found = elements_with(view, elements, handle_text(given, k_id_size));
     return found.empty() ? elements_with(view, elements, handle_text(given, 1)) : found;

@@ -1,4 +1,4 @@
-// One object of the agent, by whatever people call it.
+// Finds one object of the agent by its id, name, number or address.
 
 #pragma once
 

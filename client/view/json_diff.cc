@@ -14,7 +14,7 @@
 namespace nyxctl {
 namespace {
 
-// Better ones first.
+// In the order of preference.
 constexpr const char *k_id_pointers[] = {"/spec/id",          "/id",         "/type", "/reasons",   "/queue",
                                          "/queue_number",     "/table_name", "/port", "/spec/name", "/name",
                                          "/port/port_number", "/port_number"};

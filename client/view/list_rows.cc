@@ -19,7 +19,7 @@ std::string_view without_marks(std::string_view path) {
     return path;
 }
 
-// Paths are the program's own.
+// Paths are compiled in, so an unknown name is a fault of this program.
 const pb::FieldDescriptor *field_of(const pb::Descriptor *type, std::string_view name) {
     const auto *field = type->FindFieldByName(std::string(name));
     return field ? field

@@ -10,9 +10,10 @@
 
 namespace nyxctl {
 
-// Adds a row for every field of the message, with a dotted path after `prefix`. Of a oneof only the member that is set; an absent message is null. Elements of lists of
-// messages are named by their index, link_sm_records[0].state; elements that are a number and its value give one row,
-// mac_stats[17] for the type 17. A status of the call is left out. `keys` are the first cells of every row.
+// Adds a row for every field of the message: the cells `keys`, its dotted path after `prefix`, its value. Of a oneof
+// only the member that is set has rows; an absent message is null. Elements of lists of messages are named by their
+// index, link_sm_records[0].state; elements that are a number and its value give one row, mac_stats[17] for the type 17.
+// A field api_status is left out.
 void append_object(const google::protobuf::Message &message, const std::string &prefix, const row_t &keys,
                    shown_s *shown);
 

@@ -9,7 +9,7 @@ namespace {
 
 using rows_by_key_t = std::map<std::string, const row_t *>;
 
-// The cells of the key, and how many rows before have the same.
+// The cells of the key and a number, which tells rows with equal keys apart.
 std::string key_of(const row_t &row, size_t keys, const rows_by_key_t &taken) {
     std::string key;
     for (size_t i = 0; i < keys && i < row.size(); i++) {
@@ -23,7 +23,7 @@ std::string key_of(const row_t &row, size_t keys, const rows_by_key_t &taken) {
     }
 }
 
-// Tenths are enough for people, and keep the text short.
+// In tenths, to keep the text short.
 value_s per_second(uint64_t growth, double seconds) {
     return std::round(static_cast<double>(growth) / seconds * 10) / 10;
 }

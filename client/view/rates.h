@@ -1,4 +1,4 @@
-// Changes per second of counters, worked out from two readings. Nothing is ever cleared on the device.
+// Changes per second of counters, computed from two readings; nothing is cleared on the device.
 
 #pragma once
 

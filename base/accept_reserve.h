@@ -1,11 +1,14 @@
-// A descriptor kept in hand for the time when the process has no other left: a peer that waits to be accepted would then
+// A descriptor kept for the time when the process has no other left: a peer that waits to be accepted would then
 // keep the listening socket ready for ever and fill its queue, so that others can't even connect.
 
 #pragma once
 
 #include <fcntl.h>
+#include <poll.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <utility>
 
 #include "base/unique_fd.h"
 
@@ -16,14 +19,25 @@ class accept_reserve {
  public:
     accept_reserve() { refill(); }
 
-    // Accepts one waiting peer and hangs up on it.
-    void turn_one_away(int listen_fd) {
+    // Accepts a peer, if one waits, and gives it to `hang_up`, which closes it now or later. Never waits for a peer:
+    // accept() fails for want of descriptors before it looks whether there is one.
+    template <class HANG_UP>
+    void turn_one_away(int listen_fd, HANG_UP hang_up) {
         if (!reserve_.valid()) {
             usleep(10'000);  // another thread was quicker to take it; wait for descriptors, but do not spin
         }
         reserve_.reset();
-        unique_fd(accept4(listen_fd, nullptr, nullptr, SOCK_CLOEXEC));
+        pollfd waiting = {.fd = listen_fd, .events = POLLIN, .revents = 0};
+        if (poll(&waiting, 1, 0) > 0) {
+            unique_fd peer(accept4(listen_fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+            if (peer.valid()) {
+                hang_up(std::move(peer));
+            }
+        }
         refill();
+    }
+    void turn_one_away(int listen_fd) {
+        turn_one_away(listen_fd, [](unique_fd) {});
     }
 
  private:

@@ -11,6 +11,7 @@
 #include <thread>
 
 #include "svc/channel/svc_thread.h"
+#include "svc/executor.h"
 #include "tests/send_descriptors.h"
 
 namespace test {
@@ -47,6 +48,8 @@ bool client::connect_to(const std::string &path) {
 bool client::send(const std::string &data, const std::vector<int> &descriptors) {
     return send_with_descriptors(fd_.get(), data, descriptors, MSG_NOSIGNAL) >= 0;
 }
+
+bool client::send_out_of_band() { return ::send(fd_.get(), "x", 1, MSG_OOB | MSG_NOSIGNAL) == 1; }
 
 std::optional<std::string> client::read_to_end() {
     std::string bytes;
@@ -89,6 +92,21 @@ std::string output_pipe::read_all() {
         bytes.append(buffer, static_cast<size_t>(size));
     }
     return bytes;
+}
+
+thread_executor::thread_executor() {
+    svc::set_executor([this](std::function<void()> work) {
+        const std::lock_guard guard(mutex_);
+        threads_.emplace_back(std::move(work));
+        return true;
+    });
+}
+
+thread_executor::~thread_executor() {
+    svc::set_executor({});
+    for (std::thread &thread : threads_) {
+        thread.join();
+    }
 }
 
 SocketTest::SocketTest()

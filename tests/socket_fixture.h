@@ -6,8 +6,10 @@
 
 #include <chrono>
 #include <functional>
+#include <mutex>
 #include <optional>
 #include <string>
+#include <thread>
 #include <vector>
 
 #include "base/unique_fd.h"
@@ -35,6 +37,8 @@ class client {
     // One piece of data with these descriptors. False when the server has closed.
     bool send(const std::string &data, const std::vector<int> &descriptors = {});
 
+    bool send_out_of_band();
+
     // All that the server sends until it closes; nothing when it does not close within ten seconds.
     std::optional<std::string> read_to_end();
 
@@ -56,6 +60,17 @@ struct output_pipe {
     base::unique_fd reader, writer;
 };
 
+// While this lives, the library has an executor, with a thread for each piece of work.
+class thread_executor {
+ public:
+    thread_executor();
+    ~thread_executor();  // waits for all of them
+
+ private:
+    std::mutex mutex_;
+    std::vector<std::thread> threads_;
+};
+
 class SocketTest : public testing::Test {
  protected:
     SocketTest();
@@ -67,6 +82,7 @@ class SocketTest : public testing::Test {
     temporary_folder folder_;
     trace_capture trace_;
     std::string path_ = folder_ / "svc.sock";
+    std::optional<thread_executor> executor_;  // none unless a test makes it before it starts the thread
     sim::event_thread thread_;
 };
 

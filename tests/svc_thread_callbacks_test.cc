@@ -5,6 +5,7 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 #include <signal.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 
 #include <chrono>
@@ -104,6 +105,29 @@ TEST_F(ServiceThreadCallbacks, ThreadsSignalMaskStaysAsItWas) {
     core::svc_server_thread_exit(path_.data());
     const sigset_t mask = signal_mask();
     EXPECT_EQ(sigismember(&mask, SIGPIPE), 0);
+}
+
+// The peer may be gone again when the process has made room for it.
+TEST_F(ServiceThreadCallbacks, AcceptWithoutDescriptorsAndWithoutAPeerDoesNotWait) {
+    ASSERT_EQ(core::svc_server_thread_init(path_.data()), sdk::SDK_RET_OK);
+    const base::unique_fd listener(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    const sockaddr any = {.sa_family = AF_UNIX, .sa_data = {}};
+    ASSERT_EQ(bind(listener.get(), &any, sizeof(sa_family_t)) | listen(listener.get(), 1), 0);
+    rlimit before;
+    ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &before), 0);
+    const rlimit low = {.rlim_cur = 200, .rlim_max = before.rlim_max};
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &low), 0);
+    {
+        std::vector<base::unique_fd> all;
+        for (int fd; (fd = open("/dev/null", O_RDONLY | O_CLOEXEC)) >= 0;) {
+            all.emplace_back(fd);
+        }
+        io_ io = {};
+        core::svc_server_accept_cb(&io, listener.get(), sdk::event_thread::k_io_readable);
+    }
+    ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &before), 0);
+    core::svc_server_thread_exit(path_.data());
+    EXPECT_THAT(trace_.messages(), testing::Contains("Accept failed"));
 }
 
 TEST_F(ServiceThreadCallbacks, FailedAcceptsAreLoggedUpToTenInASecond) {

@@ -27,9 +27,15 @@ using test::SocketTest;
 using testing::ElementsAre;
 using testing::HasSubstr;
 
-class ServiceThread : public SocketTest {
+// Peers see no difference whether the agent gave an executor or not.
+enum class where_e { ON_THE_LOOP, ON_AN_EXECUTOR };
+
+class ServiceThread : public SocketTest, public testing::WithParamInterface<where_e> {
  protected:
     void SetUp() override {
+        if (GetParam() == where_e::ON_AN_EXECUTOR) {
+            executor_.emplace();
+        }
         sim::forget_last_command();
         sim::clear_faults();
         ASSERT_EQ(thread_.start(), sdk::SDK_RET_OK);
@@ -49,7 +55,12 @@ class ServiceThread : public SocketTest {
     size_t idle_descriptors_ = 0;
 };
 
-TEST_F(ServiceThread, RequestIsAnsweredAndItsOutputComplete) {
+INSTANTIATE_TEST_SUITE_P(All, ServiceThread, testing::Values(where_e::ON_THE_LOOP, where_e::ON_AN_EXECUTOR),
+                         [](const auto &test_case) {
+                             return test_case.param == where_e::ON_THE_LOOP ? "OnTheLoop" : "OnAnExecutor";
+                         });
+
+TEST_P(ServiceThread, RequestIsAnsweredAndItsOutputComplete) {
     expect_served();
     struct stat status;
     ASSERT_EQ(stat(path_.c_str(), &status), 0);
@@ -57,7 +68,7 @@ TEST_F(ServiceThread, RequestIsAnsweredAndItsOutputComplete) {
     EXPECT_THAT(trace_.messages(), ElementsAre("Listening to UDS " + path_));
 }
 
-TEST_F(ServiceThread, PeerThatSendsNothingIsClosedSilently) {
+TEST_P(ServiceThread, PeerThatSendsNothingIsClosedSilently) {
     client(path_).hang_up();
     client half_open(path_);
     half_open.finish_sending();
@@ -66,7 +77,7 @@ TEST_F(ServiceThread, PeerThatSendsNothingIsClosedSilently) {
     EXPECT_EQ(trace_.messages().size(), 1u);  // the one of the start
 }
 
-TEST_F(ServiceThread, BytesThatAreNoRequestAreLoggedWithTheirCount) {
+TEST_P(ServiceThread, BytesThatAreNoRequestAreLoggedWithTheirCount) {
     const std::string request = command_bytes(nyx::COMMAND_HELP);
     for (const std::string &bytes : {std::string("\xff"), request.substr(0, request.size() - 1),
                                      std::string(1'000, '\xff'), std::string("\x12\x02\x0a\x05")}) {
@@ -81,7 +92,7 @@ TEST_F(ServiceThread, BytesThatAreNoRequestAreLoggedWithTheirCount) {
     EXPECT_FALSE(sim::last_command());
 }
 
-TEST_F(ServiceThread, OnlyTheFirstPieceOfARequestIsRead) {
+TEST_P(ServiceThread, OnlyTheFirstPieceOfARequestIsRead) {
     const std::string request = command_bytes(35);
     client split(path_);
     ASSERT_TRUE(split.send(request.substr(0, 5)));
@@ -97,7 +108,7 @@ TEST_F(ServiceThread, OnlyTheFirstPieceOfARequestIsRead) {
                 HasSubstr("Parse service request message from socket failed, bytes_read"));
 }
 
-TEST_F(ServiceThread, NoDescriptorThatAPeerPassesStaysOpen) {
+TEST_P(ServiceThread, NoDescriptorThatAPeerPassesStaysOpen) {
     output_pipe output;
     for (const size_t count : {1, 2, 3, 200, 253}) {
         for (const std::string &request :
@@ -116,7 +127,7 @@ TEST_F(ServiceThread, NoDescriptorThatAPeerPassesStaysOpen) {
     EXPECT_THAT(output.read_all(), HasSubstr("commands that exist"));
 }
 
-TEST_F(ServiceThread, FirstOfSeveralDescriptorsTakesTheOutput) {
+TEST_P(ServiceThread, FirstOfSeveralDescriptorsTakesTheOutput) {
     output_pipe first, second;
     client tool(path_);
     ASSERT_TRUE(tool.send(command_bytes(nyx::COMMAND_HELP), {first.writer.get(), second.writer.get()}));
@@ -125,7 +136,7 @@ TEST_F(ServiceThread, FirstOfSeveralDescriptorsTakesTheOutput) {
     EXPECT_EQ(second.read_all(), "");
 }
 
-TEST_F(ServiceThread, OutputThatCannotBeWrittenIsAStatus) {
+TEST_P(ServiceThread, OutputThatCannotBeWrittenIsAStatus) {
     output_pipe output, no_reader, full;
     no_reader.reader.reset();
     ASSERT_EQ(fcntl(full.writer.get(), F_SETFL, O_NONBLOCK), 0);
@@ -170,7 +181,7 @@ base::unique_fd lingering_socket(base::unique_fd *listener) {
     return fd;
 }
 
-TEST_F(ServiceThread, SocketThatLingersKeepsNobodyWaiting) {
+TEST_P(ServiceThread, SocketThatLingersHoldsUpNobodyElse) {
     sim::add_fault(sim::parse_fault("debug::nyx_handle_cmd:delay=300,nth=1"));  // the agent closes it last
     base::unique_fd listener;
     client tool(path_);
@@ -178,12 +189,18 @@ TEST_F(ServiceThread, SocketThatLingersKeepsNobodyWaiting) {
         const base::unique_fd lingering = lingering_socket(&listener);
         ASSERT_TRUE(tool.send(command_bytes(35), {lingering.get()}));
     }
+    ASSERT_TRUE(eventually([] { return sim::last_command().has_value(); }));
+    expect_served();
+    listener.reset();
     EXPECT_EQ(tool.read_to_end(), "\x08\x08");
 }
 
-// A peer may go on using the socket that it passed: its setting is its own, unless closing it would have to wait.
-TEST_F(ServiceThread, PassedSocketKeepsItsLingerSetting) {
-    const std::pair<int, linger> cases[] = {{AF_UNIX, {1, 60}}, {AF_INET, {1, 0}}, {AF_INET, {0, 0}}};
+// A peer may go on using the socket that it passed: its setting is its own, unless closing it would hold the loop.
+TEST_P(ServiceThread, PassedSocketKeepsItsLingerSetting) {
+    std::vector<std::pair<int, linger>> cases = {{AF_UNIX, {1, 60}}, {AF_INET, {1, 0}}, {AF_INET, {0, 0}}};
+    if (GetParam() == where_e::ON_AN_EXECUTOR) {
+        cases.push_back({AF_INET, {1, 60}});
+    }
     for (const auto &[domain, setting] : cases) {
         const base::unique_fd passed(socket(domain, SOCK_STREAM | SOCK_CLOEXEC, 0));
         ASSERT_EQ(setsockopt(passed.get(), SOL_SOCKET, SO_LINGER, &setting, sizeof(setting)), 0);
@@ -198,7 +215,7 @@ TEST_F(ServiceThread, PassedSocketKeepsItsLingerSetting) {
     }
 }
 
-TEST_F(ServiceThread, SilentAndVanishingPeersKeepNobodyWaiting) {
+TEST_P(ServiceThread, SilentAndVanishingPeersKeepNobodyWaiting) {
     std::vector<client> silent;
     for (int i = 0; i < 50; i++) {
         silent.emplace_back(path_);
@@ -211,7 +228,14 @@ TEST_F(ServiceThread, SilentAndVanishingPeersKeepNobodyWaiting) {
     EXPECT_EQ(silent[7].read_to_end(), std::string("\x08\x00", 2));
 }
 
-TEST_F(ServiceThread, SuspendRefusesPeersUntilResume) {
+// epoll reports such a connection readable, and recvmsg() finds nothing.
+TEST_P(ServiceThread, ByteOutOfBandHoldsUpNobody) {
+    client odd(path_);
+    ASSERT_TRUE(odd.send_out_of_band());
+    expect_served();
+}
+
+TEST_P(ServiceThread, SuspendRefusesPeersUntilResume) {
     client accepted(path_);
     expect_served();  // the connection before this one is accepted by now
     ASSERT_EQ(thread_.suspend(), sdk::SDK_RET_OK);
@@ -223,7 +247,7 @@ TEST_F(ServiceThread, SuspendRefusesPeersUntilResume) {
     expect_served();
 }
 
-TEST_F(ServiceThread, FailedResumeCanBeRepeated) {
+TEST_P(ServiceThread, FailedResumeCanBeRepeated) {
     ASSERT_EQ(thread_.suspend(), sdk::SDK_RET_OK);
     std::filesystem::remove(path_);
     std::filesystem::create_directory(path_);
@@ -234,7 +258,7 @@ TEST_F(ServiceThread, FailedResumeCanBeRepeated) {
     EXPECT_EQ(thread_.resume(), sdk::SDK_RET_OK);
 }
 
-TEST_F(ServiceThread, StartingOrResumingAgainTakesThePathOver) {
+TEST_P(ServiceThread, StartingOrResumingAgainTakesThePathOver) {
     ASSERT_EQ(thread_.resume(), sdk::SDK_RET_OK);
     expect_served();
     std::filesystem::remove(path_);
@@ -254,7 +278,7 @@ TEST_F(ServiceThread, StartingOrResumingAgainTakesThePathOver) {
     ASSERT_EQ(thread_.start(), sdk::SDK_RET_OK);
 }
 
-TEST_F(ServiceThread, StopAfterSuspendClosesNothingTwice) {
+TEST_P(ServiceThread, StopAfterSuspendClosesNothingTwice) {
     client open(path_);
     expect_served();
     ASSERT_EQ(thread_.suspend(), sdk::SDK_RET_OK);
@@ -274,7 +298,7 @@ std::vector<base::unique_fd> take_all_descriptors() {
     return taken;
 }
 
-TEST_F(ServiceThread, OutOfDescriptorsItTurnsPeersAwayAndServesAgainLater) {
+TEST_P(ServiceThread, OutOfDescriptorsItTurnsPeersAwayAndServesAgainLater) {
     rlimit limit;
     ASSERT_EQ(getrlimit(RLIMIT_NOFILE, &limit), 0);
     const rlimit low = {.rlim_cur = 200, .rlim_max = limit.rlim_max};
@@ -289,6 +313,20 @@ TEST_F(ServiceThread, OutOfDescriptorsItTurnsPeersAwayAndServesAgainLater) {
     }
     ASSERT_EQ(setrlimit(RLIMIT_NOFILE, &limit), 0);
     EXPECT_THAT(trace_.messages(), testing::Contains("Accept failed"));
+}
+
+TEST_F(SocketTest, PeerThatSendsNothingIsClosedAfterTenSeconds) {
+    sim::set_time_scale(0.02);
+    for (const bool with_executor : {false, true}) {
+        if (with_executor) {
+            executor_.emplace();
+        }
+        ASSERT_EQ(thread_.start(), sdk::SDK_RET_OK);
+        client silent(path_);
+        EXPECT_EQ(silent.read_to_end(), "");
+        thread_.stop();
+    }
+    EXPECT_THAT(trace_.messages(), testing::Each(HasSubstr("Listening")));
 }
 
 TEST_F(SocketTest, SetUpWithoutADescriptorIsLoggedAndReturned) {

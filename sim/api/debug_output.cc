@@ -26,9 +26,10 @@ bool is_writable(int fd, int timeout_ms) {
     return poll(&waiting, 1, timeout_ms) > 0;
 }
 
-// Where the text goes. The descriptor is the peer's, who may have others for the same pipe or terminal: what poll() says
-// of it may be wrong a moment later, and setting it not to block would surprise the peer. So pipes and terminals are
-// opened once more.
+// Where the text goes. The descriptor is the peer's, who may have others for the same pipe: what poll() says of it may
+// be wrong a moment later, and making it non-blocking would surprise the peer. So pipes are opened once more.
+// Terminals are refused: opening one could mean the agent's own terminal (/dev/tty), and writing to one can block or
+// stop the agent. An agent whose library has an executor gets a file in memory instead of any of these.
 class output {
  public:
     explicit output(int fd) : fd_(fd) {
@@ -36,11 +37,13 @@ class output {
         const int flags = fcntl(fd, F_GETFL);
         if (flags < 0 || (flags & O_ACCMODE) == O_RDONLY || fstat(fd, &status) != 0) {
             error_ = EBADF;
+        } else if (isatty(fd)) {
+            error_ = EACCES;
         } else if (S_ISFIFO(status.st_mode) || S_ISCHR(status.st_mode)) {
             const std::string path = "/proc/self/fd/" + std::to_string(fd);
             own_.reset(open(path.c_str(), O_WRONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC));
             // Another user's pipe can't be opened. While it is writable, it takes a small write without blocking, unless
-            // others write to it at the same time; a terminal does not.
+            // others write to it at the same time.
             may_block_ = !own_.valid() && errno == EACCES && S_ISFIFO(status.st_mode);
             error_ = own_.valid() || may_block_ ? 0 : errno;
         } else if (S_ISSOCK(status.st_mode)) {

@@ -49,7 +49,7 @@ received_s receive_once(int sock_fd, receive_buffer &buffer) {
     // would open that one here too.
     message.msg_controllen = header->cmsg_len;
 
-    const ssize_t size = recvmsg(sock_fd, &message, MSG_CMSG_CLOEXEC);
+    const ssize_t size = recvmsg(sock_fd, &message, MSG_CMSG_CLOEXEC | MSG_DONTWAIT);
     int io_fd = -1;
     if (size >= 0) {
         memcpy(&io_fd, CMSG_DATA(header), sizeof(io_fd));

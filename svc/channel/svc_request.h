@@ -39,7 +39,8 @@ struct received_s {
     base::unique_fd io_fd;  // the descriptor passed along; none when there was none
 };
 
-// Receives once. A peer may pass any number of descriptors: the first one is taken, no other is kept open.
+// Receives once, without waiting: size is negative and errno EAGAIN when nothing is there. A peer may pass any
+// number of descriptors: the first one is taken, the kernel closes the others, which may wait for a third party.
 received_s receive_once(int sock_fd, receive_buffer &buffer);
 
 }  // namespace svc

@@ -6,15 +6,14 @@
 
 #include <cerrno>
 #include <cstring>
-#include <memory>
 #include <new>
-#include <unordered_map>
 #include <utility>
 
 #include "agent_api/thread.h"
 #include "base/accept_reserve.h"
 #include "base/unique_fd.h"
 #include "svc/channel/log_limit.h"
+#include "svc/channel/peers.h"
 #include "svc/channel/svc_req_handler_quill.h"
 #include "svc/channel/svc_request.h"
 #include "svc/common/trace.h"
@@ -33,32 +32,45 @@ namespace {
 
 thread_local bool t_accepting = false;  // cmd_accept_io is started
 
-struct connection_s {
-    io_ cmd_read_io;
-    unique_fd fd;
-};
+thread_local bool t_is_paused = false;  // until fewer peers wait to be closed
+thread_local bool t_is_ticking = false;
+thread_local svc::peers t_peers;
 
-// The open connections of this thread by their watchers. Those that are open when the thread ends are closed
-// then, and their watchers are released: nobody is left to stop them.
-thread_local std::unordered_map<io_ *, std::unique_ptr<connection_s>> t_connections;
+void on_tick(timer_ *);
 
-// Takes over `fd`, or closes it and returns null when memory is short.
-io_ *add_connection(unique_fd fd) {
-    try {
-        auto connection = std::make_unique<connection_s>();
-        connection->fd = std::move(fd);
-        io_ *io = &connection->cmd_read_io;
-        t_connections.emplace(io, std::move(connection));
-        return io;
-    } catch (const std::bad_alloc &) {
-        return nullptr;
+// Ticks every second for as long as there is something to do: the framework stops no timers.
+void tick_again() {
+    static timer_ tick_timer;
+    if (!std::exchange(t_is_ticking, true)) {
+        sdk::event_thread::timer_init(&tick_timer, on_tick, 1.0, 0.0);
+        sdk::event_thread::timer_start(&tick_timer);
+    }
+}
+
+void on_tick(timer_ *) {
+    t_is_ticking = false;
+    t_peers.tick();
+    if (t_is_paused && !t_peers.is_swamped()) {
+        t_is_paused = false;
+        sdk::event_thread::io_start(&cmd_accept_io);
+        t_accepting = true;
+    }
+    if (t_is_paused || !t_peers.is_idle()) {
+        tick_again();
+    }
+}
+
+void pause_accepting() {
+    if (std::exchange(t_accepting, false)) {
+        sdk::event_thread::io_stop(&cmd_accept_io);
+        t_is_paused = true;
     }
 }
 
 // Also for a watcher that somebody else made: its memory stays theirs.
 void close_connection(io_ *io, int fd) {
     sdk::event_thread::io_stop(io);
-    if (t_connections.erase(io) == 0) {
+    if (!t_peers.close(io)) {
         close(fd);
     }
 }
@@ -118,10 +130,8 @@ void svc_server_thread_exit(void *) {
     if (std::exchange(t_accepting, false)) {
         sdk::event_thread::io_stop(&cmd_accept_io);
     }
-    if (g_uds_sock_fd >= 0) {
-        close(g_uds_sock_fd);
-        g_uds_sock_fd = -1;
-    }
+    t_is_paused = false;
+    t_peers.close_listener(unique_fd(std::exchange(g_uds_sock_fd, -1)));
 }
 
 sdk_ret_t svc_server_thread_suspend_cb(void *ctxt) {
@@ -133,7 +143,7 @@ sdk_ret_t svc_server_thread_resume_cb(void *ctxt) { return svc_server_thread_uds
 
 sdk_ret_t svc_server_thread_uds_init(void *ctxt) {
     const auto *path = static_cast<const char *>(ctxt);
-    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+    unique_fd fd(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
     if (!fd.valid()) {
         SVC_TRACE_ERR("Failed to open UDS for cmd server thread, err {} {}", errno, strerror(errno));
         return sdk::SDK_RET_GENERIC_ERROR;
@@ -150,6 +160,7 @@ sdk_ret_t svc_server_thread_uds_init(void *ctxt) {
     SVC_TRACE_INFO("Listening to UDS {}", path);
 
     reserve();
+    t_peers.prepare();
     svc_server_thread_exit(ctxt);  // a socket that listened until now
     g_uds_sock_fd = fd.release();
     sdk::event_thread::io_init(&cmd_accept_io, svc_server_accept_cb, g_uds_sock_fd,
@@ -161,30 +172,34 @@ sdk_ret_t svc_server_thread_uds_init(void *ctxt) {
 
 void svc_server_accept_cb(io_ *, int fd, int) {
     static thread_local svc::log_limit t_log_limit;  // peers decide how many accepts fail
-    unique_fd connection(accept4(fd, nullptr, nullptr, SOCK_CLOEXEC));
-    if (!connection.valid()) {
-        const bool out_of_descriptors = errno == EMFILE || errno == ENFILE;
-        if (t_log_limit.take()) {
-            SVC_TRACE_ERR("Accept failed");
-        }
-        if (out_of_descriptors) {
-            reserve().turn_one_away(fd);
-        }
+    if (t_peers.is_swamped()) {
+        pause_accepting();
+        tick_again();
         return;
     }
-    const int connection_fd = connection.get();
-    io_ *cmd_read_io = add_connection(std::move(connection));
-    if (!cmd_read_io) {
-        SVC_TRACE_ERR("Memory allocation for cmd_read_io failed");
+    unique_fd connection(accept4(fd, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC));
+    if (connection.valid()) {
+        if (!t_peers.add(std::move(connection), svc_server_read_cb)) {
+            SVC_TRACE_ERR("Memory allocation for cmd_read_io failed");
+        }
+        tick_again();
         return;
     }
-    sdk::event_thread::io_init(cmd_read_io, svc_server_read_cb, connection_fd,
-                               sdk::event_thread::k_io_readable);
-    sdk::event_thread::io_start(cmd_read_io);
+    const int error = errno;
+    if (error != EAGAIN && t_log_limit.take()) {
+        SVC_TRACE_ERR("Accept failed");
+    }
+    if (error == EMFILE || error == ENFILE) {
+        reserve().turn_one_away(fd, [](unique_fd peer) { t_peers.turn_away(std::move(peer)); });
+    }
 }
 
 void svc_server_read_cb(io_ *io, int fd, int) {
     static thread_local svc::receive_buffer buffer;
+    static thread_local svc::log_limit t_log_limit;  // peers decide how much of what they send is no request
+    if (t_peers.serve(io)) {
+        return;
+    }
     if (!buffer.reserve()) {
         SVC_TRACE_ERR("Memory allocation for receive buffer failed");
         close_connection(io, fd);
@@ -192,7 +207,9 @@ void svc_server_read_cb(io_ *io, int fd, int) {
     }
     svc::received_s received = svc::receive_once(fd, buffer);
     if (received.size < 0) {
-        SVC_TRACE_ERR("Read from unix domain socket failed");
+        if (errno != EAGAIN && t_log_limit.take()) {  // a byte out of band makes a connection readable, too
+            SVC_TRACE_ERR("Read from unix domain socket failed");
+        }
         return;
     }
     if (received.size > 0) {
@@ -200,7 +217,7 @@ void svc_server_read_cb(io_ *io, int fd, int) {
             types::ServiceRequestMessage request;
             if (request.ParseFromArray(buffer.data(), static_cast<int>(received.size))) {
                 (void)handle_svc_req(fd, &request, received.io_fd.get());
-            } else {
+            } else if (t_log_limit.take()) {
                 SVC_TRACE_ERR("Parse service request message from socket failed, bytes_read {}",
                               received.size);
             }

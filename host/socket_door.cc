@@ -1,9 +1,27 @@
 #include "host/socket_door.h"
 
+#include <utility>
+
 #include "host/setup_error.h"
 #include "svc/channel/svc_thread.h"
+#include "svc/executor.h"
 
 namespace host {
+
+namespace {
+
+constexpr size_t k_max_workers = 40;  // as many as the library can use
+
+}  // namespace
+
+socket_door::executor_s::executor_s() : threads(k_max_workers) {
+    svc::set_executor([this](std::function<void()> work) { return threads.run(std::move(work)); });
+}
+
+socket_door::executor_s::~executor_s() {
+    threads.stop();
+    svc::set_executor({});
+}
 
 socket_door::socket_door(const std::string &path)
     : file_(path),
@@ -26,6 +44,7 @@ socket_door::~socket_door() { stop(); }
 void socket_door::stop() {
     file_.remove();
     thread_.stop();
+    executor_.threads.stop();
 }
 
 }  // namespace host

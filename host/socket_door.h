@@ -5,24 +5,36 @@
 #include <string>
 
 #include "host/socket_file.h"
+#include "host/worker_pool.h"
 #include "sim/framework/event_thread.h"
 
 namespace host {
 
-// Serves from construction to destruction. Owned by one thread.
+// Serves from construction to destruction. There is one at a time: its threads are the library's executor. Owned by
+// one thread.
 class socket_door {
  public:
     // Throws setup_error.
     explicit socket_door(const std::string &path);
     ~socket_door();
 
-    // Takes no more peers and waits for the command that runs, however long it does. Does nothing when called again.
+    // Takes no more peers, and waits for the command that runs and for work that waits for a peer, for as long as
+    // that takes. Does nothing when called again.
     void stop();
 
  private:
+    // The library's executor while this lives.
+    struct executor_s {
+        executor_s();
+        ~executor_s();
+
+        worker_pool threads;
+    };
+
     socket_file file_;
     std::string path_;
-    sim::event_thread thread_;
+    executor_s executor_;
+    sim::event_thread thread_;  // ends before its executor
 };
 
 }  // namespace host

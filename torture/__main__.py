@@ -12,6 +12,7 @@ import grpc_door
 import life
 import socket_door
 import soak
+import strangers
 from agent import LOG_LINE, SPARE_THREADS, Agent, Failed, check
 from heartbeats import heartbeats
 from watch import Watch
@@ -44,6 +45,12 @@ ATTACKS = {
     "size-limits": Attack(socket_door.size_limits, 100, 2000),
     "stalled-outputs": Attack(socket_door.stalled_outputs, 60, 20),
     "descriptor-limit": Attack(socket_door.descriptor_limit, 20, 2, 200, (), True),
+    "out-of-band": Attack(strangers.out_of_band, 5, 2),
+    "buried-descriptors": Attack(strangers.buried_descriptors, 5, 2),
+    "unknown-fields": Attack(strangers.unknown_fields, 900, 400),
+    "silent-strangers": Attack(strangers.silent_strangers, 1100, 1100, 1024),
+    "file-size-limit": Attack(strangers.file_size_limit, 20, 2, 20000),
+    "garbage": Attack(strangers.garbage, 10, 2),
     "vanishing-clients": Attack(grpc_door.vanishing_clients, 1, 20),
     "silent-clients": Attack(grpc_door.silent_clients, 8000, 400),
     "silent-clients-few-files": Attack(grpc_door.silent_clients, 400, 400, 200, (), True),

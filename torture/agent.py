@@ -37,6 +37,7 @@ class Agent:
     def __init__(self, build, *options, files=20000, folder=None, sysconfig=None):
         self.programs = pathlib.Path(build, "bin")
         self.folder = pathlib.Path(folder or tempfile.mkdtemp(prefix="torture."))
+        self.folder.chmod(0o711)  # other users reach the socket
         self.socket = str(self.folder / "socket")
         self.log = self.folder / "log"
         if not folder:

@@ -16,7 +16,7 @@ using executor_t = std::function<bool(std::function<void()>)>;
 //
 // With an executor the service request thread touches nothing that belongs to a peer of the socket: requests are
 // received and parsed, outputs written and descriptors closed on the executor's threads. A debug command gets a
-// file in memory as its `io_fd`, which is copied to the peer's descriptor when the command has run. Without an
+// file in memory (or a pipe) as its `io_fd`, which is copied to the peer's descriptor when the command has run. Without an
 // executor all of that happens on the service request thread, which a hostile peer can then hold.
 void set_executor(executor_t executor);
 

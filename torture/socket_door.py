@@ -11,6 +11,7 @@ import time
 import processes
 import wire
 from agent import check
+from strangers import become_stranger
 
 REQUESTS = {"command": wire.HELP, "unknown type": wire.request(b"", b"x/nyx.Nothing", 1), "garbage": b"\xff" * 50,
             "empty": b""}
@@ -177,6 +178,7 @@ def descriptor_limit(agent, seconds):
 
 def pass_output(number, agent, count, make):
     """Many at once pass an output that takes nothing. All their requests wait for the agent at the same time."""
+    become_stranger()
     peers = [(wire.connect(agent.socket), *make()) for _ in range(count)]
     time.sleep(0.2)  # all are accepted
     for peer, output, _ in peers:

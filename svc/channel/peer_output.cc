@@ -4,6 +4,7 @@
 #include <limits.h>
 #include <poll.h>
 #include <sys/mman.h>
+#include <sys/resource.h>
 #include <sys/socket.h>
 #include <sys/stat.h>
 #include <sys/sysmacros.h>
@@ -78,16 +79,38 @@ sdk::sdk_ret_t write_block(int to, const char *bytes, size_t size) {
     return sdk::SDK_RET_OK;
 }
 
+// The next bytes of what was written; 0 at the end.
+ssize_t read_block(command_output_s *output, off_t offset, char *block, size_t size) {
+    if (output->reader.valid()) {
+        output->writer.reset();
+        return read(output->reader.get(), block, size);
+    }
+    // The file is as long as it may become: where the command stopped writing is its end.
+    const off_t left = lseek(output->writer.get(), 0, SEEK_CUR) - offset;
+    return left <= 0 ? 0 : pread(output->writer.get(), block, std::min<size_t>(size, left), offset);
+}
+
 }  // namespace
 
-base::unique_fd make_output_file() {
-    constexpr off_t k_max_output_size = 64 << 20;
-    base::unique_fd file(memfd_create("command-output", MFD_CLOEXEC | MFD_ALLOW_SEALING));
-    // Where RLIMIT_FSIZE is lower, that is the bound.
-    if (file.valid() && ftruncate(file.get(), k_max_output_size) == 0) {
-        fcntl(file.get(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK);
+command_output_s make_output() {
+    constexpr rlim_t k_max_file_size = 64 << 20;
+    constexpr int k_max_pipe_size = 1 << 20;
+    command_output_s output;
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_FSIZE, &limit) == 0 && limit.rlim_cur < k_max_file_size) {
+        int ends[2] = {-1, -1};
+        if (pipe2(ends, O_CLOEXEC | O_NONBLOCK) == 0) {
+            fcntl(ends[1], F_SETPIPE_SZ, k_max_pipe_size);
+            output.reader.reset(ends[0]);
+            output.writer.reset(ends[1]);
+        }
+        return output;
     }
-    return file;
+    output.writer.reset(memfd_create("command-output", MFD_CLOEXEC | MFD_ALLOW_SEALING));
+    if (output.writer.valid() && ftruncate(output.writer.get(), k_max_file_size) == 0) {
+        fcntl(output.writer.get(), F_ADD_SEALS, F_SEAL_GROW | F_SEAL_SHRINK);
+    }
+    return output;
 }
 
 bool may_take_output(int fd, uid_t uid) {
@@ -109,24 +132,23 @@ bool may_take_output(int fd, uid_t uid) {
     return false;
 }
 
-sdk::sdk_ret_t copy_output(int from, int to) {
+sdk::sdk_ret_t copy_output(command_output_s *output, int to) {
     if (const int flags = fcntl(to, F_GETFL); flags < 0 || (flags & O_ACCMODE) == O_RDONLY) {
         return sdk::SDK_RET_INVALID_ARG;  // never becomes writable
     }
     const base::blocked_write_signals guard;
-    const off_t size = lseek(from, 0, SEEK_CUR);
-    char block[PIPE_BUF];  // a pipe that is writable takes so much at once
-    for (off_t offset = 0; offset < size;) {
-        const ssize_t got = pread(from, block, std::min<off_t>(sizeof(block), size - offset), offset);
+    char block[PIPE_BUF];  // a pipe that is writable takes so much at once, a terminal takes a byte
+    const size_t size = isatty(to) ? 1 : sizeof(block);
+    for (off_t offset = 0;;) {
+        const ssize_t got = read_block(output, offset, block, size);
         if (got <= 0) {
-            return sdk::SDK_RET_GENERIC_ERROR;
+            return got == 0 ? sdk::SDK_RET_OK : sdk::SDK_RET_GENERIC_ERROR;
         }
         if (const auto ret = write_block(to, block, static_cast<size_t>(got)); ret != sdk::SDK_RET_OK) {
             return ret;
         }
         offset += got;
     }
-    return sdk::SDK_RET_OK;
 }
 
 }  // namespace svc

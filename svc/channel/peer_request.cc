@@ -3,7 +3,6 @@
 #include <cerrno>
 #include <new>
 
-#include "svc/channel/peer_output.h"
 #include "svc/channel/svc_request.h"
 
 namespace svc {
@@ -54,21 +53,21 @@ void run_request(peer_request_s *request, int sock_fd) {
         return;
     }
     if (request->io_fd.valid()) {
-        request->output = make_output_file();
-        if (!request->output.valid()) {
+        request->output = make_output();
+        if (!request->output.writer.valid()) {
             command.ret = sdk::SDK_RET_GENERIC_ERROR;
             return;
         }
     }
     command.ctxt.sock_fd = sock_fd;
-    command.ctxt.io_fd = request->output.get();
+    command.ctxt.io_fd = request->output.writer.get();
     run(&command);
 }
 
 void finish_request(peer_request_s *request, int sock_fd) {
     command_s &command = request->command;
-    if (request->output.valid()) {
-        const auto ret = copy_output(request->output.get(), request->io_fd.get());
+    if (request->output.writer.valid()) {
+        const auto ret = copy_output(&request->output, request->io_fd.get());
         command.ret = command.ret == sdk::SDK_RET_OK ? ret : command.ret;
     }
     answer(command, sock_fd);

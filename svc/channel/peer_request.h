@@ -6,6 +6,7 @@
 
 #include "base/unique_fd.h"
 #include "svc/channel/command.h"
+#include "svc/channel/peer_output.h"
 
 namespace svc {
 
@@ -15,7 +16,7 @@ struct peer_request_s {
     bool is_parsed = false;   // the bytes are a request
     bool is_refused = false;  // the peer's descriptor may not take output
     base::unique_fd io_fd;    // the peer's; none when there was none
-    base::unique_fd output;   // what the command writes to instead
+    command_output_s output;  // what the command writes to instead
     command_s command;
 };
 

@@ -101,16 +101,15 @@ bool peers::serve(io_ *io) {
 }
 
 void peers::on_received(const connection_ptr &connection, const request_ptr &request) {
-    static thread_local log_limit t_log_limit;  // peers decide how much of what they send is no request
     if (request->error == ENOMEM) {
         SVC_TRACE_ERR("Memory allocation for service request message failed");
     } else if (request->size < 0) {
-        if (request->error != EAGAIN && t_log_limit.take()) {
+        if (request->error != EAGAIN) {
             SVC_TRACE_ERR("Read from unix domain socket failed");
         }
         watch_again(connection);
         return;
-    } else if (request->size > 0 && !request->is_parsed && t_log_limit.take()) {
+    } else if (request->size > 0 && !request->is_parsed) {
         SVC_TRACE_ERR("Parse service request message from socket failed, bytes_read {}", request->size);
     }
     try {
@@ -131,7 +130,7 @@ void peers::run_and_finish(const connection_ptr &connection, const request_ptr &
     run_request(request.get(), connection->fd.get());
     const auto finish = [connection, request] {
         finish_request(request.get(), connection->fd.get());
-        request->output.reset();
+        request->output = command_output_s();
         request->io_fd.reset();
         connection->fd.reset();
     };

@@ -196,7 +196,6 @@ void svc_server_accept_cb(io_ *, int fd, int) {
 
 void svc_server_read_cb(io_ *io, int fd, int) {
     static thread_local svc::receive_buffer buffer;
-    static thread_local svc::log_limit t_log_limit;  // peers decide how much of what they send is no request
     if (t_peers.serve(io)) {
         return;
     }
@@ -207,7 +206,7 @@ void svc_server_read_cb(io_ *io, int fd, int) {
     }
     svc::received_s received = svc::receive_once(fd, buffer);
     if (received.size < 0) {
-        if (errno != EAGAIN && t_log_limit.take()) {  // a byte out of band makes a connection readable, too
+        if (errno != EAGAIN) {  // a byte out of band makes a connection readable, too
             SVC_TRACE_ERR("Read from unix domain socket failed");
         }
         return;
@@ -217,7 +216,7 @@ void svc_server_read_cb(io_ *io, int fd, int) {
             types::ServiceRequestMessage request;
             if (request.ParseFromArray(buffer.data(), static_cast<int>(received.size))) {
                 (void)handle_svc_req(fd, &request, received.io_fd.get());
-            } else if (t_log_limit.take()) {
+            } else {
                 SVC_TRACE_ERR("Parse service request message from socket failed, bytes_read {}",
                               received.size);
             }

@@ -47,6 +47,14 @@ class StructureTest(unittest.TestCase):
                         owner = str(pathlib.PurePath(owner).parent)
                     self.assertIn(owner, allowed | {folder}, f"{source.relative_to(ROOT)} includes {header}")
 
+    def test_headers_that_cost_seconds_stay_where_they_are_needed(self):
+        allowed = {"nlohmann/json.hpp": {"client/core/json_dom.h", "client/core/json_reader.cc"}}
+        for source in sorted((ROOT / "client").rglob("*.*")):
+            name, text = str(source.relative_to(ROOT)), source.read_text(encoding="utf-8")
+            for header, users in allowed.items():
+                self.assertFalse(f"<{header}>" in text and name not in users, f"{name} includes {header}")
+            self.assertFalse("<CLI/" in text and not name.startswith("client/cli/"), f"{name} includes CLI11")
+
     def test_product_offers_and_needs_what_is_written_down(self):
         with tempfile.TemporaryDirectory() as folder:
             subprocess.run([ROOT / "tools/symbol_lists", LIBRARY, folder], check=True)

@@ -72,18 +72,6 @@ std::string tcp_reason(const std::string &address, deadline_t deadline) {
     return std::strerror(error);
 }
 
-std::string unix_reason(const std::string &path, deadline_t deadline) {
-    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
-    if (path.size() >= sizeof address.sun_path) {
-        return std::strerror(ENAMETOOLONG);
-    }
-    path.copy(address.sun_path, path.size());
-    base::unique_fd connected;
-    const int error =
-        connect_stream(reinterpret_cast<const sockaddr *>(&address), sizeof address, deadline, &connected);
-    return error == 0 ? "" : std::strerror(error);
-}
-
 }  // namespace
 
 int connect_stream(const sockaddr *address, socklen_t size, deadline_t deadline, base::unique_fd *connected) {
@@ -103,9 +91,22 @@ int connect_stream(const sockaddr *address, socklen_t size, deadline_t deadline,
     return 0;
 }
 
+int connect_unix(const std::string &path, deadline_t deadline, base::unique_fd *connected) {
+    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
+    if (path.empty() || path.size() >= sizeof address.sun_path || path.find('\0') != path.npos) {
+        return EINVAL;
+    }
+    path.copy(address.sun_path, path.size());
+    return connect_stream(reinterpret_cast<const sockaddr *>(&address), sizeof address, deadline, connected);
+}
+
 std::string unreachable_reason(const std::string &address, deadline_t deadline) {
-    return address.starts_with(k_unix) ? unix_reason(address.substr(k_unix.size()), deadline)
-                                       : tcp_reason(address, deadline);
+    if (!address.starts_with(k_unix)) {
+        return tcp_reason(address, deadline);
+    }
+    base::unique_fd connected;
+    const int error = connect_unix(address.substr(k_unix.size()), deadline, &connected);
+    return error == 0 ? "" : std::strerror(error);
 }
 
 bool split_host_port(const std::string &address, std::string *host, std::string *port) {

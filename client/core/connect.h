@@ -18,6 +18,9 @@ using deadline_t = std::chrono::steady_clock::time_point;
 [[nodiscard]] int connect_stream(const sockaddr *address, socklen_t size, deadline_t deadline,
                                  base::unique_fd *connected);
 
+// The same for a path; EINVAL for one that no socket can have.
+[[nodiscard]] int connect_unix(const std::string &path, deadline_t deadline, base::unique_fd *connected);
+
 // Opens a connection to HOST:PORT or unix:PATH and closes it again, trying every address of the host. Returns "" when
 // one of them accepted, otherwise the last reason in the words of getaddrinfo(3) or connect(2).
 std::string unreachable_reason(const std::string &address, deadline_t deadline);

@@ -120,15 +120,12 @@ outcome_s read_to_end(int fd, deadline_t deadline, std::string *bytes) {
 }  // namespace
 
 outcome_s debug_connect(const std::string &path, deadline_t deadline, base::unique_fd *socket) {
-    sockaddr_un address = {.sun_family = AF_UNIX, .sun_path = {}};
-    if (path.empty() || path.size() >= sizeof address.sun_path || path.find('\0') != path.npos) {
+    const int error = connect_unix(path, deadline, socket);
+    if (error == EINVAL) {
         return usage_failure(
             fmt::format("--socket \"{}\" cannot be the path of a socket; give 1 to {} characters", path,
-                        sizeof address.sun_path - 1));
+                        sizeof(sockaddr_un::sun_path) - 1));
     }
-    path.copy(address.sun_path, path.size());
-    const int error =
-        connect_stream(reinterpret_cast<const sockaddr *>(&address), sizeof address, deadline, socket);
     return error == 0 ? outcome_s() : connect_failure(path, error);
 }
 

@@ -36,8 +36,8 @@ class FaultTest(agent.ClientTestCase):
         found = self.json("fault", "list", "--operations", "L2SEG_c")["operations"]
         self.assertEqual(found, [{"operation": "nyx_tbl_l2seg_create"}])
 
-    def test_agent_that_runs_on_no_stand_in_is_told_apart(self):
-        server = grpc.server(futures.ThreadPoolExecutor(1))  # offers no service, health and reflection neither
+    def test_agent_without_fault_injection_is_reported(self):
+        server = grpc.server(futures.ThreadPoolExecutor(1))  # offers no service, neither health nor reflection
         self.agent.grpc = f"127.0.0.1:{server.add_insecure_port('127.0.0.1:0')}"
         server.start()
         self.addCleanup(lambda: server.stop(None).wait())

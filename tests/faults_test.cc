@@ -26,7 +26,7 @@ class faults : public testing::Test {
 
     static uint32_t add(const std::string &text) { return sim::add_fault(sim::parse_fault(text)); }
 
-    // One letter for each of twelve calls: x where it fails.
+    // One letter for each of twelve calls: x if it fails.
     static std::string strikes(const std::string &operation) {
         std::string pattern;
         for (int i = 0; i < 12; i++) {
@@ -117,7 +117,7 @@ TEST_F(faults, ListCounts_RemovingTakesAllIdsOrNone) {
     EXPECT_EQ(strikes("nyx_if_create"), "xxxxxxxxxxxx");
 }
 
-TEST_F(faults, WrongTextsAreRefusedWithTheReason) {
+TEST_F(faults, InvalidTextsAreRefusedWithTheReason) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"nyx_if_read", "OPERATION:code=CODE"},
         {"nyx_if_raed:code=6", "unknown operation 'nyx_if_raed'; nearest: nyx_if_read"},
@@ -141,7 +141,7 @@ TEST_F(faults, WrongTextsAreRefusedWithTheReason) {
     for (const auto &[text, reason] : cases) {
         try {
             sim::parse_fault(text);
-            ADD_FAILURE() << text << " is accepted";
+            ADD_FAILURE() << text << " was accepted";
         } catch (const std::invalid_argument &error) {
             EXPECT_THAT(error.what(), HasSubstr(reason));
         }

@@ -106,7 +106,8 @@ listener_s listen_tcp(const std::string &address, bool beyond_loopback) {
     const addrinfo_list found = resolve(address);
     if (!beyond_loopback && !is_loopback(found->ai_addr)) {
         fail(address,
-             "other machines can reach this address: give --tls-cert and --tls-key, or use 127.0.0.1");
+             "other machines can reach this address: give --tls-cert, --tls-key and --tls-client-ca, or use "
+             "127.0.0.1");
     }
     base::unique_fd fd = open_socket(address, found->ai_family);
     const int on = 1;

@@ -27,7 +27,7 @@ MAY_INCLUDE = {
     "sim/card": {"agent_api", "base"},
     "sim/faults": {"sim/card", "agent_api", "base"},
     "sim/api": {"sim/card", "sim/faults", "agent_api", "base"},
-    "host": {"svc", "svc/channel", "sim/card", "sim/faults", "sim/framework", "sim/proto", "agent_api", "base", "nyx/types", "nyx"},
+    "host": {"svc", "svc/channel", "sim/api", "sim/card", "sim/faults", "sim/framework", "sim/proto", "agent_api", "base", "nyx/types", "nyx"},
     "client/core": {"base", "nyx/types", "nyx"},
     "client/table": {"client/core", "base", "nyx/types", "nyx"},
     "client/view": {"client/core", "client/table", "base", "nyx/types", "nyx"},

@@ -5,18 +5,22 @@
 #include <poll.h>
 #include <sys/socket.h>
 #include <sys/un.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <climits>
 #include <cstring>
+#include <iterator>
+#include <string_view>
 
 namespace nyxctl {
 namespace {
 
 using std::chrono::milliseconds;
 
-constexpr size_t k_answer_size_max = 1 << 16;    // an honest one has a few bytes
+constexpr size_t k_answer_size_max = 1 << 16;  // an honest one has a few bytes
+constexpr size_t k_output_size_max = 1 << 28;
 constexpr size_t k_sure_request_size = 1 << 15;  // handed over in one piece with a descriptor
 constexpr char k_no_answer[] = "the agent closed the connection without an answer";
 
@@ -78,32 +82,54 @@ outcome_s send_request(int fd, std::string *bytes, int output_fd) {
     return {};
 }
 
-outcome_s wait_readable(int fd, deadline_t deadline) {
-    pollfd item = {.fd = fd, .events = POLLIN, .revents = 0};
-    for (;;) {
-        const int ready = poll(&item, 1, milliseconds_left(deadline));
-        if (ready > 0) {
-            return {};
+// Takes what is in the pipe now.
+outcome_s read_available(int pipe, std::string *output) {
+    char buffer[65'536];
+    for (ssize_t got; (got = read(pipe, buffer, sizeof buffer)) > 0;) {
+        output->append(buffer, got);
+        if (output->size() > k_output_size_max) {
+            return local_failure(
+                "the output is longer than any debug command's; check that an agent listens at "
+                "--socket");
         }
+    }
+    return {};
+}
+
+// Waits for more of the answer, and takes what comes through the pipe meanwhile.
+outcome_s wait_for_answer(int fd, int pipe, deadline_t deadline, std::string *output) {
+    pollfd items[] = {{.fd = fd, .events = POLLIN, .revents = 0},
+                      {.fd = pipe, .events = POLLIN, .revents = 0}};
+    for (;;) {
+        const int ready = poll(items, std::size(items), milliseconds_left(deadline));
         if (ready == 0) {
             return late("no answer");
         }
-        if (errno != EINTR) {
+        if (ready < 0 && errno != EINTR) {
             return local_failure(fmt::format("cannot wait for the answer: {}", errno_text()));
+        }
+        if (outcome_s outcome = read_available(pipe, output); !outcome.ok()) {
+            return outcome;
+        }
+        if (ready > 0 && items[0].revents != 0) {
+            return {};
+        }
+        if (ready > 0 && (items[1].revents & POLLIN) == 0) {
+            items[1].fd = -1;  // its end is always ready
         }
     }
 }
 
-outcome_s read_to_end(int fd, deadline_t deadline, std::string *bytes) {
+outcome_s read_to_end(int fd, int pipe, deadline_t deadline, std::string *bytes, std::string *output) {
     char buffer[4096];
     for (;;) {
-        if (outcome_s outcome = wait_readable(fd, deadline); !outcome.ok()) {
+        if (outcome_s outcome = wait_for_answer(fd, pipe, deadline, output); !outcome.ok()) {
             return outcome;
         }
         const ssize_t got = recv(fd, buffer, sizeof buffer, MSG_DONTWAIT);
         // An agent that closes with a part of the request unread resets the connection, after its answer.
         if (got == 0 || (got < 0 && errno == ECONNRESET)) {
-            return {};
+            return read_available(pipe, output);  // complete by then, even if others still hold the pipe
         }
         if (got < 0 && errno != EINTR && errno != EAGAIN) {
             return local_failure(fmt::format("cannot read the answer: {}", errno_text()));
@@ -115,6 +141,19 @@ outcome_s read_to_end(int fd, deadline_t deadline, std::string *bytes) {
                 "--socket");
         }
     }
+}
+
+outcome_s write_output(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(fd, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(written);
+        } else if (errno != EINTR) {
+            return local_failure(errno == EPIPE ? ""
+                                                : fmt::format("cannot write the output: {}", errno_text()));
+        }
+    }
+    return {};
 }
 
 }  // namespace
@@ -131,13 +170,23 @@ outcome_s debug_connect(const std::string &path, deadline_t deadline, base::uniq
 
 outcome_s debug_exchange(const base::unique_fd &socket, const types::ServiceRequestMessage &request,
                          int output_fd, deadline_t deadline, types::ServiceResponseMessage *response) {
+    int ends[2];
+    if (pipe2(ends, O_CLOEXEC) != 0) {
+        return local_failure(fmt::format("cannot make a pipe: {}", errno_text()));
+    }
+    const base::unique_fd reader(ends[0]);
+    base::unique_fd writer(ends[1]);
+    fcntl(reader.get(), F_SETFL, O_NONBLOCK);
     std::string bytes = request.SerializeAsString();
-    if (outcome_s outcome = send_request(socket.get(), &bytes, output_fd); !outcome.ok()) {
+    if (outcome_s outcome = send_request(socket.get(), &bytes, writer.get()); !outcome.ok()) {
         return outcome;
     }
-    std::string answer;
-    if (outcome_s outcome = read_to_end(socket.get(), deadline, &answer); !outcome.ok()) {
-        return outcome;
+    writer.reset();
+    std::string answer, output;
+    const outcome_s exchanged = read_to_end(socket.get(), reader.get(), deadline, &answer, &output);
+    const outcome_s written = write_output(output_fd, output);
+    if (!exchanged.ok() || !written.ok()) {
+        return exchanged.ok() ? written : exchanged;
     }
     if (!response->ParseFromString(answer)) {
         return local_failure(

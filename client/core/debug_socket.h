@@ -15,10 +15,12 @@ namespace nyxctl {
 // deadline (the agent accepts no connections).
 outcome_s debug_connect(const std::string &path, deadline_t deadline, base::unique_fd *socket);
 
-// Sends the request with `output_fd` in one piece and reads the answer to its end. `response` is set only
-// on success, and then has an api_status of any value. Failures: deadline, and local when the agent
-// closes without an answer or its answer is not a types.ServiceResponseMessage. `output_fd` stays open here
-// and belongs to the caller.
+// Sends the request in one piece and reads the answer to its end. The agent gets a pipe for its output, which is copied to
+// `output_fd` when the exchange is over: a command that hangs does not keep the reader of our own output waiting, and a
+// reader that is slow does not hold up the agent. `response` is set on success only, and then has an api_status of any
+// number. Failures: deadline, and local when the agent closes without an answer, when its answer is not a
+// types.ServiceResponseMessage, and when `output_fd` does not take the output. `output_fd` stays open and belongs to the
+// caller.
 outcome_s debug_exchange(const base::unique_fd &socket, const types::ServiceRequestMessage &request,
                          int output_fd, deadline_t deadline, types::ServiceResponseMessage *response);
 

@@ -28,6 +28,15 @@ bool names(const std::string &path, int fd) {
     return stat(path.c_str(), &named) == 0 && fstat(fd, &open) == 0 && same_file(named, open);
 }
 
+// Whether another user owns what is at `path`. Keeps errno.
+bool is_foreign(const std::string &path) {
+    const int error = errno;
+    struct stat status;
+    const bool foreign = lstat(path.c_str(), &status) == 0 && status.st_uid != geteuid();
+    errno = error;
+    return foreign;
+}
+
 bool somebody_listens(const std::string &path) {
     const sockaddr_un address = to_unix_address(path);
     const base::unique_fd probe(socket(AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0));
@@ -58,10 +67,20 @@ socket_file::~socket_file() {
     }
 }
 
+// A lock file of another user does not keep us from starting, in a folder like /tmp where anybody can make one: then
+// nothing but the look for a listener keeps two agents apart that start at the same instant.
 void socket_file::lock() {
     base::unique_fd lock;
     do {
-        lock.reset(open(lock_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW, 0600));
+        // Without O_CREAT first: the kernel refuses to create what another user has made in a sticky folder.
+        lock.reset(open(lock_path_.c_str(), O_RDWR | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK));
+        if (!lock.valid() && errno == ENOENT) {
+            lock.reset(
+                open(lock_path_.c_str(), O_RDWR | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
+        }
+        if (is_foreign(lock_path_)) {
+            return;
+        }
         if (!lock.valid()) {
             throw setup_error(lock_path_ + ": can't be created: " + strerror(errno));
         }

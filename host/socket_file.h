@@ -11,7 +11,7 @@
 namespace host {
 
 // Claims a path for this process: no other agent gets it while this object lives, and a file that is not this
-// process's is never removed. Beside the socket stands PATH.lock for as long. Owned by one thread.
+// process's is never removed. PATH.lock is beside the socket for as long, unless another user has made one. Owned by one thread.
 class socket_file {
  public:
     // Throws setup_error when another agent has the path, when somebody else listens there, when something that is

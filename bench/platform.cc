@@ -7,7 +7,7 @@
 #include <cstring>
 #include <memory>
 
-#include "agent_api/debug.h"
+#include "agent_api/debug_command.h"
 #include "agent_api/nyx_tbl.h"
 #include "bench/entries.h"
 #include "bench/ratio_table.h"

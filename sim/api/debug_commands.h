@@ -4,7 +4,7 @@
 
 #include <optional>
 
-#include "agent_api/debug.h"
+#include "agent_api/debug_command.h"
 
 namespace sim {
 

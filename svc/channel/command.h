@@ -4,7 +4,7 @@
 
 #include <cstdint>
 
-#include "agent_api/debug.h"
+#include "agent_api/debug_command.h"
 #include "agent_api/sdk_ret.h"
 #include "nyx/types/service.pb.h"
 

@@ -5,7 +5,7 @@
 #include <optional>
 #include <string_view>
 
-#include "agent_api/debug.h"
+#include "agent_api/debug_command.h"
 #include "google/protobuf/any.pb.h"
 
 // The type name of a packed message: all that follows the first "/" of its type URL; none without a "/".

@@ -2,7 +2,7 @@
 
 #include <cstdio>
 
-#include "agent_api/debug.h"
+#include "agent_api/debug_command.h"
 #include "agent_api/debug_stats.h"
 #include "agent_api/internal_switch.h"
 #include "agent_api/pipeline.h"

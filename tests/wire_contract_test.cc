@@ -76,11 +76,11 @@ void add(const pb::FileDescriptor &file, contract_s *contract) {
     }
 }
 
-// What the message library holds, less what belongs to others: gRPC's health service, and the faults of the stand-in.
+// What the message library holds, apart from gRPC's health service.
 contract_s library_contract() {
     contract_s contract;
     for (const std::string path : nyx::proto_files()) {
-        if (path.starts_with("nyx/") && path != "nyx/fault.proto") {
+        if (path.starts_with("nyx/")) {
             add(*pb::DescriptorPool::generated_pool()->FindFileByName(path), &contract);
         }
     }

@@ -6,13 +6,15 @@
 #include <cstddef>
 #include <cstdint>
 #include <string>
+#include <type_traits>
 
 #include "agent_api/sdk_ret.h"
 
 struct lldp_capability_s {
     uint32_t type;  // 1 to 7
     uint8_t enabled;
-};
+} __attribute__((packed));
+static_assert(sizeof(lldp_capability_s) == 5);
 
 struct lldp_unknown_tlv_s {
     char text_1[64];
@@ -20,6 +22,7 @@ struct lldp_unknown_tlv_s {
     uint32_t number_2;
     char text_2[64];
 };
+static_assert(std::has_unique_object_representations_v<lldp_unknown_tlv_s>);  // no gaps
 
 // One side of the link.
 struct lldp_if_status_s {
@@ -42,11 +45,16 @@ struct lldp_if_status_s {
     uint32_t num_unknown_tlv;
 };
 
-// Not packed, because it holds text objects.
+// Without the attribute, because the compiler cannot pack text objects; but no byte is padding.
 struct nyx_if_lldp_status_s {
     lldp_if_status_s local;
     lldp_if_status_s neighbor;
 };
+static_assert(offsetof(lldp_if_status_s, text) == 72);
+static_assert(offsetof(lldp_if_status_s, system_name) == 72 + sizeof(std::string));
+static_assert(offsetof(lldp_if_status_s, num_capability) == 720 + sizeof(std::string) + 8 * sizeof(lldp_capability_s));
+static_assert(sizeof(lldp_if_status_s) == 2440 + sizeof(std::string));
+static_assert(sizeof(nyx_if_lldp_status_s) == 2 * sizeof(lldp_if_status_s));
 
 struct nyx_if_lldp_stats_s {
     uint64_t counter_1;

@@ -12,17 +12,20 @@
 #include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <type_traits>
 
 struct link_event_time_s {
     int64_t seconds;
     int64_t nanoseconds;
 };
+static_assert(std::has_unique_object_representations_v<link_event_time_s>);  // no gaps
 
 // A record: this header, then the record data. Records follow each other without gaps.
 struct link_event_header_s {
     link_event_time_s wall_clock;
     link_event_time_s elapsed_clock;  // for the time between records
 };
+static_assert(std::has_unique_object_representations_v<link_event_header_s>);  // no gaps
 static_assert(sizeof(link_event_header_s) == 32);
 
 struct link_event_buffer_s {

@@ -3,20 +3,24 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "agent_api/sdk_ret.h"
 
 struct nyx_flow_stats_summary_s {
     uint64_t word[10];
 };
+static_assert(std::has_unique_object_representations_v<nyx_flow_stats_summary_s>);  // no gaps
 
 struct nyx_datapath_assist_stats_s {
     uint64_t word[16];  // 13 are in use
 };
+static_assert(std::has_unique_object_representations_v<nyx_datapath_assist_stats_s>);  // no gaps
 
 struct session_stats_entry_s {
     uint64_t word[4];
 };
+static_assert(std::has_unique_object_representations_v<session_stats_entry_s>);  // no gaps
 
 struct nyx_meter_stats_entry_s;  // the agent's own
 

@@ -3,24 +3,29 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 #include "agent_api/sdk_ret.h"
 
 struct nyx_system_voltage_s {
     uint32_t value[3];
 };
+static_assert(std::has_unique_object_representations_v<nyx_system_voltage_s>);  // no gaps
 
 struct nyx_system_power_s {
     uint32_t value[3];
 };
+static_assert(std::has_unique_object_representations_v<nyx_system_power_s>);  // no gaps
 
 struct nyx_system_clock_freq_s {
     uint32_t value[3];
 };
+static_assert(std::has_unique_object_representations_v<nyx_system_clock_freq_s>);  // no gaps
 
 struct nyx_system_temperature_s {
     uint32_t value[3];
 };
+static_assert(std::has_unique_object_representations_v<nyx_system_temperature_s>);  // no gaps
 
 // Getters: each fills a zeroed record. Any thread.
 sdk::sdk_ret_t nyx_get_system_voltage(nyx_system_voltage_s *voltage);

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <type_traits>
 
 namespace sdk::platform {
 
@@ -16,6 +17,7 @@ enum xcvr_type_e : uint32_t {
 struct xcvr_s {
     uint32_t type;
 };
+static_assert(std::has_unique_object_representations_v<xcvr_s>);  // no gaps
 
 // Descriptors by transceiver number minus 1; null where there is none. The platform defines the array with as many places
 // as it likes: its size is that of the symbol, and numbers beyond it have no descriptor. Neither the array nor the type in

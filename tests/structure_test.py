@@ -34,6 +34,15 @@ MAY_INCLUDE = {
     "client/cli": {"sim/proto", "client/core", "client/table", "client/view", "base", "nyx/types", "nyx"},
 }
 
+# Records of agent_api/ that a compiler can neither pack nor prove to have no gaps, and why.
+NOT_PACKED = {
+    "lldp_if_status_s": "holds std::string",
+    "nyx_if_lldp_status_s": "holds std::string",
+    "nyx_table_stats_s": "holds std::string",
+    "link_event_buffer_s": "holds an atomic",
+    "link_event_tracer_s": "holds an atomic",
+}
+
 OWN_FOLDER = re.compile(r'#include "((?:base|agent_api|svc|sim|host|client|nyx|tests)/[^"]+)"')
 
 
@@ -69,6 +78,14 @@ class StructureTest(unittest.TestCase):
         symbols = subprocess.run(["nm", "-DC", messages], capture_output=True, text=True, check=True).stdout
         self.assertIn("nyx::PortGetRequest", symbols)
         self.assertNotRegex(symbols, "nyx::Fault")
+
+    def test_records_exchanged_with_the_agent_have_no_gaps(self):
+        headers = [*sorted((ROOT / "agent_api").glob("*.h")), TABLES]
+        code = "\n".join(header.read_text(encoding="utf-8") for header in headers)
+        records = re.findall(r"^struct (\w+_s_?) \{.*?^\}( __attribute__\(\(packed\)\))?;", code, re.M | re.S)
+        self.assertGreater(len(records), 100)
+        proved = re.findall(r"^static_assert\(std::has_unique_object_representations_v<(\w+)>\);", code, re.M)
+        self.assertEqual({name for name, packed in records if not packed} - set(proved), NOT_PACKED.keys())
 
     def test_operations_are_those_that_the_contracts_declare(self):
         operations = (ROOT / "agent_api/operations.txt").read_text(encoding="utf-8").splitlines()

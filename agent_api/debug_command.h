@@ -1,4 +1,6 @@
-// The agent's debug library: commands that write text to a descriptor.
+// Debug commands of the agent's debug library, which write text to a descriptor. They arrive over the service request
+// socket. Rules for all operations: sdk_ret.h, but nyx_handle_cmd is called on the service request thread and nowhere
+// else.
 
 #pragma once
 
@@ -8,11 +10,13 @@
 #include "agent_api/nyx_types.h"
 #include "agent_api/sdk_ret.h"
 
-// Argument area of a command context, one layout for each kind of argument. Which one a command takes follows
-// from the command. Offsets in comments count from the start of the context.
+// Argument area of a command context, one layout for each kind of argument. The client chooses the kind, not the
+// command: a command finds the arguments of another one in `args` when a client sends them, and must cope with any
+// bytes there. What the selectors, scalars and values mean is defined by the debug library. Offsets in comments count
+// from the start of the context.
 
 struct mapping_dump_args_s {
-    uint8_t key_present;  // 16
+    uint8_t key_present;  // 16: 0 or 1; with 0 only dump_type is set
     uint8_t reserved_1[3];
     uint32_t key_kind;  // 20: 1 L2 key, 2 L3 key
     uint32_t hw_id;     // 24
@@ -21,12 +25,12 @@ struct mapping_dump_args_s {
         ip_addr_s ip;    // 28, of an L3 key
     } address;
     uint8_t reserved_2[3];
-    uint32_t dump_type;  // 48
+    uint32_t dump_type;  // 48: 0 to 3; 0 and 2 go with an L2 key, 1 and 3 with an L3 key
 } __attribute__((packed));
 
 struct interface_dump_args_s {
-    uint32_t if_type;   // 16: interface type of the agent API, 0 none
-    nyx_obj_key_s key;  // 20
+    uint32_t if_type;   // 16: interface type of the agent API; 0 when the client gave a key, or neither
+    nyx_obj_key_s key;  // 20: all zero when the client gave a type, or neither
 } __attribute__((packed));
 
 struct flow_trace_args_s {
@@ -43,12 +47,12 @@ struct flow_trace_args_s {
         struct {
             uint16_t src_port;            // 118
             uint16_t dst_port;            // 120
-        } __attribute__((packed)) ports;  // TCP and UDP
+        } __attribute__((packed)) ports;  // for ip_proto 6 (TCP) and 17 (UDP)
         struct {
-            uint8_t type;         // 118
-            uint8_t code;         // 119
-            uint16_t identifier;  // 120
-        } __attribute__((packed)) icmp;
+            uint8_t type;                // 118
+            uint8_t code;                // 119
+            uint16_t identifier;         // 120
+        } __attribute__((packed)) icmp;  // for ip_proto 1 (ICMP)
     } l4;
 } __attribute__((packed));
 
@@ -58,12 +62,12 @@ struct datapath_assist_cps_args_s {
     uint32_t value;  // 20
 } __attribute__((packed));
 
-// Command context. Zeroed, then filled by the caller, whose both descriptors stay its own.
+// Command context. Both descriptors belong to the caller, which closes them after the command.
 struct cmd_ctxt_s {
-    int32_t sock_fd;     // connection of the requester
-    int32_t io_fd;       // where the command writes its text; -1 when the requester passed no descriptor
-    uint32_t cmd;        // the debug library's command number, 0 none
-    uint8_t args_valid;  // 1 when args holds the command's arguments
+    int32_t sock_fd;     // connection of the client; the reply follows there after the command
+    int32_t io_fd;       // where the command writes its text; -1 when the client passed no descriptor
+    uint32_t cmd;        // number of the command, 0 to 35; 0 for a number that clients don't have
+    uint8_t args_valid;  // 1 when args holds arguments; 0: none, of an unknown type, or an all-zero id
     uint8_t reserved[3];
     union {
         mapping_dump_args_s mapping_dump;
@@ -113,8 +117,13 @@ static_assert(sizeof(cmd_ctxt_s) == 122);
 
 namespace debug {
 
-// Runs one command on the calling thread and writes its text to io_fd. Returns SDK_RET_OK or why the command
-// did not run or did not finish. Closes neither descriptor.
+// Runs one command on the calling thread, and writes its text to io_fd. The client receives the translated code,
+// after whatever was written. Any code will do for an unknown command, arguments that don't fit, or a missing
+// descriptor.
+//
+// Whatever the command waits for holds up all other connections of the socket and the heartbeat, so bound it: the
+// descriptor can be a pipe or socket of a stranger who never reads, a file on a slow disk, or not open for writing.
+// SIGPIPE, SIGXFSZ and SIGTTOU are blocked while the command runs: writing to a peer that has gone fails with EPIPE.
 sdk::sdk_ret_t nyx_handle_cmd(cmd_ctxt_s *ctxt);
 
 }  // namespace debug

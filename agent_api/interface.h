@@ -1,6 +1,5 @@
-// The interface API: interfaces of all kinds and their records, which it shares with the port API.
-//
-// Records are packed, integers in the processor's byte order. A record is zeroed by the one who passes it in.
+// The interface API: interfaces of all kinds, and their records, which it shares with the port API (port.h). Rules
+// for all operations: sdk_ret.h.
 
 #pragma once
 
@@ -11,7 +10,8 @@
 #include "agent_api/nyx_types.h"
 #include "agent_api/sdk_ret.h"
 
-// Other types than these exist in the agent.
+// The types that the services know. The agent has others: the services report such an interface with its key, states
+// and index only, and never create one.
 enum nyx_if_type_e : uint32_t {
     NYX_IF_TYPE_NONE = 0,
     NYX_IF_TYPE_ETH = 1,  // a physical Ethernet port
@@ -22,7 +22,8 @@ enum nyx_if_type_e : uint32_t {
     NYX_IF_TYPE_HOST = 10,
 };
 
-// Administrative and operational states of interfaces and LIFs.
+// Administrative and operational states of interfaces and LIFs. Clients see 1 and 2 exchanged, and 0 for other
+// values.
 enum nyx_state_e : uint32_t {
     NYX_STATE_NONE = 0,
     NYX_STATE_DOWN = 1,
@@ -39,7 +40,8 @@ enum port_type_t : uint32_t {
 
 }  // namespace sdk::types
 
-// What goes with the encapsulation types: 0 nothing, 1 vlan, 2 qinq, 3 to 5 word.
+// Encapsulation. The member of `value` follows from the type: 1 vlan, 2 qinq, 3 to 5 word; type 0 has none, and a
+// client's type above 5 arrives as type 0.
 struct encap_s {
     uint32_t type;
     union {
@@ -53,12 +55,13 @@ struct encap_s {
 } __attribute__((packed));
 
 struct uplink_spec_s {
-    nyx_obj_key_s port;
+    nyx_obj_key_s port;  // of the port that the uplink belongs to
 } __attribute__((packed));
 
 struct l3_if_spec_s {
     nyx_obj_key_s vpc;
-    ip_prefix_s prefix[2];  // family 0: none
+    // Family 0: none, or one that the client gave wrongly. The services have refused two prefixes of one family.
+    ip_prefix_s prefix[2];
     nyx_obj_key_s port;
     encap_s encap;
     mac_addr_s mac;
@@ -71,7 +74,7 @@ struct bgp_community_s {
 
 struct loopback_if_spec_s {
     ip_prefix_s prefix;
-    uint8_t num_bgp_community;
+    uint8_t num_bgp_community;  // 0 or 1 in a spec that the services pass in
     bgp_community_s bgp_community[16];
 } __attribute__((packed));
 
@@ -80,23 +83,25 @@ struct control_if_spec_s {
     mac_addr_s mac;
 } __attribute__((packed));
 
+// The meaning of the flags, and of the numbered actions and modes, is defined by the agent.
 struct host_if_spec_s {
     uint8_t flag_1;
     uint8_t flag_2;
-    nyx_obj_key_s ref;
+    nyx_obj_key_s ref;  // an object that the interface refers to; all zero: none
     mac_addr_s mac;
     uint32_t flow_log_action;   // 0, 1 or 2
-    uint8_t has_flow_log_spec;  // 1: log_flag counts
+    uint8_t has_flow_log_spec;  // 1: log_flag holds the interface's own flow-log settings; only with action 2
     uint8_t log_flag[3];
-    uint32_t learn_mode;     // 0, 1 or 2; 0: the next two don't count
-    uint32_t aging_timeout;  // seconds
-    uint8_t learn_source[3];
+    uint32_t learn_mode;        // 0, 1 or 2; with 0 the next two are all zero
+    uint32_t aging_timeout;     // in seconds
+    uint8_t learn_source[3];    // 0 or 1 each
     uint8_t reserved;
     uint8_t flag_3;
     char name[16];  // zero-terminated
 } __attribute__((packed));
 
-// What the settings mean is the port API's. Three-valued: 0 (none), 1 or 2.
+// Settings of a port, whose meaning is defined by the port API. Three-valued: 0 (none), 1 or 2; all other values are
+// reported as 0.
 struct port_spec_s {
     uint32_t setting_a;  // three-valued
     sdk::types::port_type_t port_type;
@@ -112,7 +117,7 @@ struct port_spec_s {
     uint32_t number_c;
 } __attribute__((packed));
 
-// Specification of an interface: the type chooses the member of the union.
+// Specification of an interface. The type selects the member of the union. Only host interfaces have mirror sessions.
 struct nyx_if_spec_s {
     nyx_obj_key_s key;
     nyx_if_type_e type;
@@ -181,11 +186,11 @@ static_assert(offsetof(nyx_if_spec_s, rx_mirror_session) == 247);
 static_assert(sizeof(nyx_if_spec_s) == 383);
 
 struct uplink_status_s {
-    uint16_t lldp_if_index;
+    uint16_t lldp_if_index;  // for interface_lldp.h
 } __attribute__((packed));
 
 struct host_if_status_s {
-    uint8_t num_member;
+    uint8_t num_member;  // at most 8; a larger number is read as 8
     nyx_obj_key_s member[8];
     char name[16];  // zero-terminated
     mac_addr_s mac;
@@ -200,14 +205,17 @@ struct port_status_s {
     uint32_t xcvr_number;     // index into sdk::platform::g_xcvr plus 1
     uint32_t xcvr_value[6];
     uint8_t xcvr_id[256];    // identification memory: SFF-8472 A0h, or SFF-8636 upper page 00h from offset 0
-    uint32_t link_sm_state;  // 1 to 24
+    uint32_t link_sm_state;  // 1 to 24; all other values are reported as 0
     uint32_t status_word_1;
     uint32_t status_word_2;
-    const link_event_tracer_s *link_event_tracer;  // the port API's; null when there is none
+    // Null when the port has none. The port API's, which keeps it in place as long as services run: it is read after
+    // the operation that filled this record has returned.
+    const link_event_tracer_s *link_event_tracer;
 } __attribute__((packed));
 
+// Status of an interface: the type in its spec selects the member of the union.
 struct nyx_if_status_s {
-    uint32_t if_index;  // bits 16 to 23: number of the port
+    uint32_t if_index;  // of a port: bits 16 to 23 are the number of the port
     nyx_state_e oper_state;
     union {
         uplink_status_s uplink;
@@ -237,15 +245,17 @@ static_assert(offsetof(nyx_if_status_s, port.status_word_2) == 317);
 static_assert(offsetof(nyx_if_status_s, port.link_event_tracer) == 321);
 static_assert(sizeof(nyx_if_status_s) == 329);
 
-// Statistics of a port.
+// Statistics of a port; those of other interfaces are not read. The meaning of counters and words is defined by the
+// port API.
 struct nyx_if_stats_s {
-    uint64_t mac_counter[89];  // of a management port only the first 32
+    uint64_t mac_counter[89];  // a management port has the first 32
     uint32_t stats_word;
     char timing_text[30];  // zero-terminated
     uint64_t timing_word_1;
     uint64_t timing_word_2;
 } __attribute__((packed));
 
+// All that is known of an interface.
 struct nyx_if_info_s {
     nyx_if_spec_s spec;
     nyx_if_status_s status;
@@ -262,14 +272,26 @@ static_assert(offsetof(nyx_if_info_s, stats.timing_word_1) == 1458);
 static_assert(offsetof(nyx_if_info_s, stats.timing_word_2) == 1466);
 static_assert(sizeof(nyx_if_info_s) == 1474);
 
-// All operations: any thread. Changes take effect when the batch is committed; the records stay the caller's.
-
-// Fills `info`; SDK_RET_LOOKUP_FAILURE when there is no such interface.
+// Fills `info` for the interface with this key. SDK_RET_LOOKUP_FAILURE when there is none, and for nothing else:
+// InterfaceCreate takes every other result, failures included, to mean that the key is in use. All failures end an
+// update with their code, a delete with SDK_RET_LOOKUP_FAILURE, and a read with their code.
 sdk::sdk_ret_t nyx_if_read(nyx_obj_key_s *key, nyx_if_info_s *info);
 
-// Passes the nyx_if_info_s of every interface to the callback.
+// Walks over all interfaces; the record is a nyx_if_info_s.
 sdk::sdk_ret_t nyx_if_read_all(nyx_read_cb_t callback, void *ctxt);
 
+// Adds the creation of an interface to the batch. `spec` has the type uplink, L3, loopback or control: host
+// interfaces are not created here, the services store their MAC addresses for the agent's next start. nyx_if_read has
+// just failed to find the key; all the same it can be in use by now, or an earlier entry of the batch can have
+// created it, which is refused at once or at commit (SDK_RET_ALREADY_PRESENT fits). A refusal at once ends the
+// request and destroys its own batch.
 sdk::sdk_ret_t nyx_if_create(nyx_if_spec_s *spec, uint64_t batch);
+
+// Adds to the batch that the interface with the key of `spec` takes all settings of `spec`, zeros included: there is
+// no mask. nyx_if_read has just found it. The type can be that of a host interface, and can differ from the type that
+// the interface has: whether that is allowed is up to the agent. Refusals as for nyx_if_create.
 sdk::sdk_ret_t nyx_if_update(nyx_if_spec_s *spec, uint64_t batch);
+
+// Adds the deletion of the interface with this key to the batch. nyx_if_read has just found it; a key that appears
+// twice in the request comes twice. Refusals as for nyx_if_create.
 sdk::sdk_ret_t nyx_if_delete(nyx_obj_key_s *key, uint64_t batch);

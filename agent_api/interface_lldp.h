@@ -1,5 +1,8 @@
-// LLDP state of uplinks. Texts are the neighbour's own words: up to the first zero byte or the end of the array,
-// in any encoding.
+// LLDP state of uplinks. Rules for all operations: sdk_ret.h.
+//
+// Texts are the neighbour's own words: up to the first zero byte or the end of the array, in any encoding. Clients
+// see U+FFFD for each byte that is not UTF-8. The meaning of the number, the kinds and the types is defined by the
+// agent; a kind or type out of its range is reported as 0, and a count above 8 is read as 8.
 
 #pragma once
 
@@ -24,7 +27,8 @@ struct lldp_unknown_tlv_s {
 };
 static_assert(std::has_unique_object_representations_v<lldp_unknown_tlv_s>);  // no gaps
 
-// One side of the link.
+// One side of the link. Without the attribute, because a compiler can't pack text objects, yet without padding. Agent
+// and services must be built with the same C++ ABI for std::string.
 struct lldp_if_status_s {
     char if_name[64];
     uint32_t number;
@@ -45,7 +49,6 @@ struct lldp_if_status_s {
     uint32_t num_unknown_tlv;
 };
 
-// Without the attribute, because the compiler cannot pack text objects; but no byte is padding.
 struct nyx_if_lldp_status_s {
     lldp_if_status_s local;
     lldp_if_status_s neighbor;
@@ -56,6 +59,7 @@ static_assert(offsetof(lldp_if_status_s, num_capability) == 720 + sizeof(std::st
 static_assert(sizeof(lldp_if_status_s) == 2440 + sizeof(std::string));
 static_assert(sizeof(nyx_if_lldp_status_s) == 2 * sizeof(lldp_if_status_s));
 
+// Frame counters; which one counts what is defined by the agent.
 struct nyx_if_lldp_stats_s {
     uint64_t counter_1;
     uint64_t counter_2;
@@ -67,8 +71,9 @@ static_assert(sizeof(nyx_if_lldp_stats_s) == 28);
 
 namespace core {
 
-// Fill an empty record for the LLDP interface index of an uplink's status; after a failure it is still empty.
-// Any thread.
+// Each fills an empty record for the LLDP interface index of an uplink's status (uplink_status_s). The code is
+// ignored and the record reported in any case, so a failing operation leaves it empty. Called once for each uplink
+// that a client reads, also within the callback of nyx_if_read_all.
 sdk::sdk_ret_t interface_lldp_status_get(uint16_t lldp_if_index, nyx_if_lldp_status_s *status);
 sdk::sdk_ret_t interface_lldp_stats_get(uint16_t lldp_if_index, nyx_if_lldp_stats_s *stats);
 

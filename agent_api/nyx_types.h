@@ -1,4 +1,5 @@
-// Plain values that records of several libraries hold. All packed, integers in the processor's byte order.
+// Plain values that records of several libraries hold, and the callback of walks. Packed, integers in the processor's
+// byte order.
 
 #pragma once
 
@@ -6,14 +7,14 @@
 #include <cstdio>
 #include <cstring>
 
-// Object key: 16 bytes of identifier and a terminating byte, compared and copied as raw bytes. All zero is
-// the invalid key.
+// Object key: 16 bytes of identifier and a terminating byte that is zero; compared and copied as raw bytes. A shorter
+// identifier of a client is followed by zeros. All zero is the invalid key.
 struct nyx_obj_key_s {
     uint8_t id[16];
     uint8_t terminator;
 
-    // The identifier as 36 characters, "00112233-4455-6677-8899-aabbccddeeff". The text is the thread's own and
-    // holds until the fourth call after this one.
+    // Returns the identifier as 36 characters, "00112233-4455-6677-8899-aabbccddeeff". The text belongs to the
+    // calling thread and is overwritten by the fourth call after this one.
     const char *str() const;
 
     // False for the all-zero identifier.
@@ -23,8 +24,8 @@ static_assert(sizeof(nyx_obj_key_s) == 17);
 
 inline constexpr nyx_obj_key_s k_nyx_obj_key_invalid = {};
 
-// Callback of a walk over objects: called once per object with its record, before the walk returns and on the
-// walk's own thread. The record is gone when it returns. It may throw std::bad_alloc: the walk holds no lock meanwhile. `ctxt` is what the walk was given.
+// Callback of a walk over objects. `record` is what the walk's comment names, `ctxt` what the walk was given. It may
+// throw std::bad_alloc. Rules for walks: sdk_ret.h.
 using nyx_read_cb_t = void (*)(void *record, void *ctxt);
 
 // Address families of ip_addr_s.
@@ -37,12 +38,13 @@ enum ip_af_e : uint8_t {
 // IP address. IPv4: a 32-bit integer in the processor's byte order in the first 4 bytes of addr. IPv6: 16
 // bytes in network order.
 struct ip_addr_s {
-    uint8_t af;  // ip_af_e
+    uint8_t af;  // ip_af_e; other values are read as IP_AF_NIL
     uint8_t addr[16];
 } __attribute__((packed));
 static_assert(sizeof(ip_addr_s) == 17);
 
-// Prefix: an address and the number of its leading bits that count.
+// Prefix: an address and how many of its leading bits belong to the prefix. Without a family there is no prefix,
+// whatever `len` holds. The services check `len`: at most 32 for IPv4, 128 for IPv6.
 struct ip_prefix_s {
     ip_addr_s addr;
     uint8_t len;

@@ -1,4 +1,40 @@
-// Return codes of the agent's libraries.
+// Return codes of the agent's libraries, and the rules that all operations of agent_api/ share. Each header adds what
+// is particular to its operations, and names every exception.
+//
+// Threads. Any number of threads may call an operation at once, also with the same key. The agent does the locking.
+// Only event_thread.h, thread.h and debug_command.h are called on the service request thread and nowhere else.
+// docs/integrating.md says on which threads the services run, and how long an operation may take there.
+//
+// Arguments. Pointers are not null, and point to records that live until the operation returns; the operation copies
+// what it keeps. Keys, ranges, ports, handles of batches and the values in records come from clients: the services
+// check only what a header says they check, so the operation refuses what it cannot use. A key is all zero when the
+// client sent an empty id, zeros, or more than 16 bytes.
+//
+// Errors. SDK_RET_OK is success, every other value a failure, values without an enumerator included. Where a header
+// names a code for a case, the services treat that code in a particular way. In all other cases any code will do: the
+// client receives its translation to types.ApiStatus, in which every code without a row of its own is
+// API_STATUS_ERROR.
+//
+// Outputs. The caller zeroes a record before it passes it in. After a failure the services ignore what is in it,
+// unless the header says otherwise.
+//
+// Exceptions. An operation throws nothing of its own. It lets through, or turns into a code, the std::bad_alloc that
+// a callback may throw.
+//
+// Walks, the operations with a callback. The walk calls it once per record, on its own thread and before it returns,
+// without holding a lock that another operation needs, and in the order in which the client shall see the records.
+// The record needs to live until the callback returns. After a failure the records that were passed on stay in the
+// response.
+//
+// Changes. An operation with a batch adds a change to it, which takes effect when the batch is committed (batch.h);
+// one without makes the change before it returns. An operation with a batch may refuse a change at once or leave that
+// to the commit. Reads see what has been committed, so not the changes of a batch that is open.
+//
+// Records. Packed, integers in the processor's byte order; a static_assert holds each offset that both sides rely on.
+// Reserved members are zero. The few records that are not packed say why.
+//
+// Classes. The services use the members that the headers declare, and never make or copy an object: what else a class
+// holds, and what derives from it, belongs to the agent.
 
 #pragma once
 
@@ -55,8 +91,7 @@
 
 namespace sdk {
 
-// Outcome of a call into the agent's libraries; SDK_RET_OK is success. Other values than the listed ones can
-// occur and count as failures.
+// Outcome of a call into the agent's libraries.
 enum [[nodiscard]] sdk_ret_t : uint32_t{
 #define SDK_RET_ENUMERATOR(name, value, text) name = value,
     SDK_RET_CODES(SDK_RET_ENUMERATOR)

@@ -1,4 +1,4 @@
-"""Emits the C++ that repeats for every table: records, bindings, the service's methods, the stand-in's entry points."""
+"""Emits the C++ of every table: records, bindings, the methods of the service, the entry points of the stand-in."""
 
 from model import families
 
@@ -52,7 +52,9 @@ def _records(table):
     else:
         members += "    uint8_t data;  // always 0: no action carries data\n"
     parts.append(_packed_struct(f"nyx_tbl_{name}_spec_s", members))
-    return "".join(parts) + _layout_proofs(table) + "\n"
+    kind = "ternary" if table.ternary else "exact match"
+    comment = f"// {name}: {kind}, key record {table.key_size} bytes, entry record {table.record_size} bytes.\n\n"
+    return comment + "".join(parts) + _layout_proofs(table) + "\n"
 
 
 def _table_api(table):
@@ -69,16 +71,28 @@ sdk::sdk_ret_t nyx_tbl_{name}_read(const nyx_tbl_{name}_key_s *key, nyx_tbl_{nam
 def _records_header(tables):
     return f"""\
 {HEADER}
-// The pipeline's P4 tables: entry and key records, and the operations on single entries.
+// The pipeline's P4 tables: key records, entry records, and the operations on single entries. Rules for all operations:
+// sdk_ret.h.
 //
-// A record is packed, with integers in the processor's byte order and byte arrays as they travel in packets.
-// In each table
-//   _create  installs an entry,
-//   _update  changes the entry with that key,
-//   _delete  removes the entry with that key,
-//   _read    fills the record with action, key, mask and data of the entry with that key.
-// Each returns SDK_RET_OK or the reason why nothing was done; the records are the caller's. The operations may
-// be called on any number of threads at once; ordering and locking are the table library's business.
+// A key record holds the key's fields. An entry record holds the action, the key, in a ternary table a mask with its
+// flag, and the data of the action. Byte arrays are passed on byte for byte. The services cut what a client sent to the
+// width of the record field and check nothing: any value can be in any field, also an action that the table does not
+// have. The data of an action that carries none, and the mask when key_mask_valid is 0, are zero.
+//
+//   _create(spec)      installs the entry; a key that exists already may be refused
+//   _update(spec)      changes the entry with the key of `spec`: action, mask and data, zeros included
+//   _delete(key)       removes the entry with this key
+//   _read(key, spec)   fills `spec` with action, key, mask and data of the entry with this key
+//
+// Each acts at once, without a batch, and returns SDK_RET_OK or a code. All codes are the same to the services: they go
+// on with the next entry of the request, don't undo earlier ones, and answer API_STATUS_ERROR for the whole request,
+// without the code or the entry that failed.
+//
+// A record that _read leaves after a failure is answered to the client all the same, in the place of its key: so a
+// failed _read leaves `spec` zero, as it was passed in.
+//
+// Requests of thousands of entries call these operations in a row, on a thread that serves other clients too: they
+// should wait for nothing but a lock that is held briefly.
 
 #pragma once
 

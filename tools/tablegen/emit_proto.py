@@ -37,15 +37,15 @@ def _spec_message(table):
     ]
     if table.ternary:
         lines += [
-            f"  {name}_key_mask_t key_mask = {next(numbers)};  // read when key_mask_valid is set\n",
+            f"  {name}_key_mask_t key_mask = {next(numbers)};  // read if key_mask_valid is not 0\n",
             f"  uint32 key_mask_valid = {next(numbers)} [(types.record_width) = 1,"
             f" (types.record_offset) = {table.mask_offset}];"
-            "  // a flag: 0 is no mask, all else a mask\n",
+            "  // 0: no mask; any other number: a mask\n",
         ]
     lines += [
         f"  uint32 action_id = {next(numbers)} [(types.record_width) = 1, (types.record_offset) = 0];  // {_action_ids(table)}\n",
         f"  uint64 client_tag = {next(numbers)};"
-        "  // free for the client: the service neither reads nor writes it\n",
+        "  // for the client's own use: the service neither reads nor writes it\n",
     ]
     if table.actions:
         lines.append("  oneof Data {\n")
@@ -56,7 +56,7 @@ def _spec_message(table):
             )
         lines.append("  }\n")
     return (
-        f"// One entry of {name}: what its key is, which action it takes, and that action's data.\n"
+        f"// One entry of {name}: its key, its action and the data of that action.\n"
         f"message {name}Spec {{\n{''.join(lines)}}}\n\n"
     )
 
@@ -72,13 +72,13 @@ message {name} {{
   {name}Spec spec = 1;
 }}
 
-// Entries to create or to update, each by itself and in this order.
+// Entries to create or update, one by one in this order.
 message {name}Request {{
   repeated {name}Spec request = 1;
 }}
 
 message {name}Response {{
-  types.ApiStatus api_status = 1;  // API_STATUS_ERROR when any of the entries failed
+  types.ApiStatus api_status = 1;  // API_STATUS_ERROR if any entry failed
   repeated {name} response = 2;    // left empty by this service
 }}
 
@@ -87,16 +87,16 @@ message {name}DeleteRequest {{
 }}
 
 message {name}DeleteResponse {{
-  types.ApiStatus api_status = 1;  // API_STATUS_ERROR when any of the keys failed
+  types.ApiStatus api_status = 1;  // API_STATUS_ERROR if any key failed
 }}
 
 message {name}GetRequest {{
-  repeated {name}_key_t key = 1;  // none reads nothing
+  repeated {name}_key_t key = 1;  // empty: nothing is read
 }}
 
 message {name}GetResponse {{
-  repeated {name} response = 1;    // one for each key, in the order of the keys; all zero where the read failed
-  types.ApiStatus api_status = 2;  // API_STATUS_ERROR when any of the keys could not be read
+  repeated {name} response = 1;    // one for each key, in the order of the keys; all zero if that read failed
+  types.ApiStatus api_status = 2;  // API_STATUS_ERROR if any key could not be read
 }}
 
 """
@@ -142,9 +142,10 @@ def _service_file(tables):
   rpc {name}Delete({name}DeleteRequest) returns ({name}DeleteResponse) {{}}
 """)
     comment = """\
-// Entries of the P4 tables. A request is a list of entries or keys that are handled one by one, in order and
-// without rollback: a failure does not stop the rest, and the response says only that something failed.
-// Values are not checked: each is cut to the width of its record field.
+// Entries of the P4 tables. A request is a list of entries or keys, which are handled one by one, in order and without
+// rollback: a failure does not stop the rest, and the response reports only that something failed. A request without
+// entries or keys succeeds. Values are not checked: each is cut to the width of its record field, and of action_id the low
+// 8 bits are used.
 """
     return f"{HEADER}{imports}\n{comment}service NyxTblSvc {{\n" + "\n".join(methods) + "}\n"
 

@@ -166,7 +166,7 @@ contract_s expected_contract() {
 TEST(wire_contract, HoldsForAllMessagesEnumerationsAndServices) {
     const auto library = library_contract();
     const auto expected = expected_contract();
-    ASSERT_GT(expected.size(), 400U);  // the listing was found
+    ASSERT_EQ(test::table_layouts().size(), 37U);
     for (const auto &[name, items] : expected) {
         const auto found = library.find(name);
         EXPECT_TRUE(found != library.end()) << name << " is gone: clients use it";

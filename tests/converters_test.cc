@@ -59,7 +59,7 @@ TEST(mac_addresses, TextStartsWithTheFirstByte) {
     EXPECT_STREQ(macaddr2str(mac, false), "00:1a:2b:3c:4d:5e");
 }
 
-// Texts of the kind that the thread's next call makes, each of another value.
+// Texts, each of another value, of the kind that the thread's next call makes.
 using next_text = const char *(*)(uint8_t value);
 const char *next_key_text(uint8_t value) { return key_of(static_cast<char>(value)).str(); }
 const char *next_mac_text(uint8_t value) {
@@ -76,7 +76,7 @@ TEST(texts, FourOfAThreadCanBeUsedTogether) {
             copies[i] = texts[i];
         }
         std::thread([&] {
-            for (int i = 0; i < 301; i++) {  // a counter shared with this thread would be at another slot
+            for (int i = 0; i < 301; i++) {  // if the threads shared a counter, it would be at another slot
                 next(0xff);
             }
         }).join();
@@ -167,7 +167,7 @@ TEST(text_out_of_records, EachByteThatIsNotUtf8IsReplaced) {
     }
 }
 
-// What a receiver says: puts the bytes on the wire, where bytes and strings look the same.
+// Whether a receiver accepts the text. Bytes and strings look the same on the wire, so that any bytes can be sent.
 bool is_taken_as_text(const std::string &bytes) {
     types::Id as_bytes;
     as_bytes.set_id(bytes);
@@ -176,7 +176,7 @@ bool is_taken_as_text(const std::string &bytes) {
 }
 
 void check_continuations(std::string *bytes, size_t size, size_t *refused) {
-    // The first and last byte of every range that the encoding tells apart.
+    // The first and last byte of every range that the encoding distinguishes.
     constexpr unsigned char k_bytes[] = {0x00, 0x7f, 0x80, 0x8f, 0x90, 0x9f, 0xa0, 0xbf,
                                          0xc0, 0xc1, 0xc2, 0xdf, 0xe0, 0xe1, 0xec, 0xed,
                                          0xee, 0xef, 0xf0, 0xf1, 0xf3, 0xf4, 0xf5, 0xff};

@@ -133,7 +133,7 @@ TEST_F(debug_service, SlabRecordIsReportedFieldByField) {
 
 TEST_F(debug_service, NamesInAnyEncodingMakeAResponse) {
     static const std::pair<std::string, std::string> names[] = {
-        // static: descriptions stay in place for ever
+        // static: descriptions stay in place as long as services run
         {std::string(28, 'n'), std::string(28, 'n')},
         {std::string("ab\0cd", 5), "ab"},
         {"na\xff\xc3", "na\xef\xbf\xbd\xef\xbf\xbd"},
@@ -143,7 +143,7 @@ TEST_F(debug_service, NamesInAnyEncodingMakeAResponse) {
         sim::debug_stats_state_s state;
         state.slabs = {{}};
         bytes.copy(state.slabs[0].name, sizeof(state.slabs[0].name));
-        state.slabs[0].value_1 = UINT32_MAX;  // the bytes behind the name
+        state.slabs[0].value_1 = UINT32_MAX;  // the bytes after the name
         state.tables = {{.table_id = 0, .table_name = bytes.c_str(), .api_counter = {}, .table_counter = {}}};
         sim::put_debug_stats_state(state);
         auto ports = sim::default_switch_ports();

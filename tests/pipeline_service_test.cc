@@ -88,7 +88,7 @@ TEST_F(pipeline_service, MetersAreNotReported) {
     add_fault("nyx_meter_stats_get:code=10,key=02");
     EXPECT_THAT(call<nyx::MeterStatsGetResponse>("MeterStatsGet", req),
                 IsMessage("api_status: API_STATUS_RETRY"));
-    // Proves that the range arrives: the third meter lies outside of this one.
+    // Shows that the range arrives: the third meter is outside of this one.
     req.set_stats_index_low(3);
     EXPECT_THAT(call<nyx::MeterStatsGetResponse>("MeterStatsGet", req), IsMessage(""));
 }

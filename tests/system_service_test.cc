@@ -54,7 +54,7 @@ TEST_F(system_service, ValuesOutOfRangeAreReplaced) {
     }
 }
 
-TEST_F(system_service, FirstGetterThatFails_IsAllThatIsTold) {
+TEST_F(system_service, FirstGetterThatFails_IsAllThatIsReported) {
     const std::pair<std::string, std::string> getters[] = {{"voltage", "voltage"},
                                                            {"power", "power"},
                                                            {"die_id", "die id"},
@@ -78,7 +78,7 @@ class clock_update : public system_service {
  protected:
     clock_update() { trace_.log().trace_level = 1; }
 
-    // What the clocks run at afterwards; they start at 1100, 2000 and 1500.
+    // Returns the frequencies afterwards; the clocks start at 1100, 2000 and 1500 MHz.
     std::vector<uint32_t> update(uint32_t core, uint32_t arm, uint32_t p4_stage, types::ApiStatus status) {
         nyx::ClockFrequencyRequest req;
         req.set_clock_frequency(core);

@@ -20,7 +20,7 @@ const FieldDescriptor *field(const Message &message, const std::string &name) {
 void set_bytes(Message *message, const std::string &name, const std::string &value) {
     const auto *member = field(*message, name);
     if (member->type() != FieldDescriptor::TYPE_BYTES) {
-        throw std::runtime_error(member->full_name() + " is no bytes field");
+        throw std::runtime_error(member->full_name() + " is not a bytes field");
     }
     message->GetReflection()->SetString(message, member, value);
 }
@@ -124,7 +124,7 @@ void put_number(Message *message, const field_layout_s &layout, fit_e fit, const
     set_number(message, layout.name, value);
 }
 
-// Makes up values for fields: in the record and in the message that stands for it.
+// Makes up values for fields, in the record and in the message.
 void put_fields(Message *message, const std::vector<field_layout_s> &fields, uint8_t *next_byte, fit_e fit,
                 record *rec) {
     for (const auto &layout : fields) {
@@ -262,7 +262,7 @@ void set_number(Message *message, const std::string &name, uint64_t value) {
     } else if (member->type() == FieldDescriptor::TYPE_UINT32) {
         reflection->SetUInt32(message, member, static_cast<uint32_t>(value));
     } else {
-        throw std::runtime_error(member->full_name() + " is no unsigned number");
+        throw std::runtime_error(member->full_name() + " is not an unsigned number");
     }
 }
 

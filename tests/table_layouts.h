@@ -1,6 +1,5 @@
-// What tests expect of the P4 tables: layouts read from data/table_layouts.txt, and entries made up from
-// them, each as message and as record. Nothing here uses the code of the table service or the schema that it
-// is made from.
+// What tests expect of the P4 tables: layouts read from data/table_layouts.txt, and entries made up from them, each as
+// message and as record. Nothing here uses the code of the table service, or the schema.
 
 #pragma once
 

@@ -63,10 +63,10 @@ class TablegenTest(unittest.TestCase):
             (("actions = [", 'actions = [{ id = 0, data = "u", fields = "1" }, '), ["field 'actions'", "id 0", "twice"]),
             (("actions = [", 'actions = [{ id = 1, data = "t", fields = "1" }, '), ["data 't'", "twice"]),
             (("actions = [{", "actions = [5, {"), ["table 't'"]),
-            (("\n[[table]]", GOOD + "[[table]]"), ["table 't' stands twice"]),
+            (("\n[[table]]", GOOD + "[[table]]"), ["table 't' appears twice"]),
             (("[[table]]", "[table]"), ["field 'table'"]),
             (("[[table]]", "[[tables]]"), ["field 'tables'"]),
-            (("[[table]]", "[[table"), ["no TOML"]),
+            (("[[table]]", "[[table"), ["not valid TOML"]),
         ]
         for (old, new), words in mistakes:
             with self.subTest(new=new):

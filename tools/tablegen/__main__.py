@@ -1,10 +1,10 @@
-"""tablegen: writes everything per-table from the schema of the pipeline's tables.
+"""tablegen: writes everything that repeats per table, from the schema of the pipeline's tables.
 
-    python3 tools/tablegen SCHEMA --write DIR  what is checked in, below the repository DIR: .proto files, docs/tables.md
-    python3 tools/tablegen SCHEMA --check DIR  exit 1 and name the files of these that are not up to date
-    python3 tools/tablegen SCHEMA --cpp DIR    the C++ (build tree only)
+    python3 tools/tablegen SCHEMA --write DIR  writes the checked-in files of the repository DIR: .proto, docs/tables.md
+    python3 tools/tablegen SCHEMA --check DIR  compares these files, and names those that are out of date
+    python3 tools/tablegen SCHEMA --cpp DIR    writes the C++ (into a build tree)
 
-A file that is up to date is left untouched. Exit code: 0 done, 1 out of date, 2 the schema can't be used.
+Files that are up to date are not touched. Exit code: 0 done, 1 out of date, 2 the schema can't be used.
 """
 
 import argparse
@@ -38,7 +38,7 @@ def _stale(folder, files):
 
 
 def main():
-    parser = argparse.ArgumentParser(prog="tablegen", description="Writes everything per-table from the schema.")
+    parser = argparse.ArgumentParser(prog="tablegen", description="Writes everything that repeats per table from the schema.")
     parser.add_argument("schema", type=pathlib.Path)
     parser.add_argument("--write", type=pathlib.Path, metavar="DIR", help="write what is checked in below DIR")
     parser.add_argument("--cpp", type=pathlib.Path, metavar="DIR", help="write the C++ below DIR")
@@ -56,7 +56,7 @@ def main():
         _write(arguments.cpp, emit_cpp.emit(tables))
     stale = _stale(arguments.check, checked_in) if arguments.check else []
     for path in stale:
-        print(f"tablegen: {path} does not follow from {arguments.schema}: run ./dev generate", file=sys.stderr)
+        print(f"tablegen: {path} is out of date with {arguments.schema}: run ./dev generate", file=sys.stderr)
     return 1 if stale else 0
 
 

@@ -1,4 +1,4 @@
-"""Emits docs/tables.md: the tables, their keys, actions and records, for people."""
+"""Emits docs/tables.md, which describes the tables, their keys, actions and records."""
 
 from model import families
 
@@ -7,11 +7,12 @@ HEADER = """\
 
 # The tables
 
-The {count} P4 tables of the pipeline `quill`, as `nyx.NyxTblSvc` serves them. A field is written name:width, with the width
-in bytes of its place in the record; fields follow each other without gaps. Widths of 1, 2 and 4 are `uint32` in the
-messages and 8 is `uint64`; a width with b is that of a `bytes` field, of which b6 is taken for a MAC and b16 for an IPv6
-address. The entry record is the action (1 byte), the key, in a ternary table a flag (1 byte) and the mask (as the key), and
-the data of the action; the key record is the key alone. `nyxctl explain TABLE` draws both.
+The {count} P4 tables of the pipeline `quill`, as `nyx.NyxTblSvc` serves them. A field is written name:width, where the width
+is the number of bytes in the record; fields follow each other without gaps. Widths 1, 2 and 4 are `uint32` in the messages,
+8 is `uint64`, and a width with b is a `bytes` field. `nyxctl` treats b6 as a MAC address and b16 as an IPv6 address.
+
+The entry record holds the action (1 byte), the key, in a ternary table a flag (1 byte) and the mask (laid out as the key),
+and the data of the action. The key record holds only the key. `nyxctl explain TABLE` draws both.
 
 """
 

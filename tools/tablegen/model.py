@@ -1,6 +1,6 @@
 """The schema of the pipeline's tables, read from TOML and validated.
 
-Everything that is wrong with a schema is reported as a SchemaError that names file, table and field.
+Errors in a schema are reported as a SchemaError that names file, table and field.
 """
 
 import re
@@ -108,7 +108,7 @@ class _Place:
         value = stanza[key]
         if not isinstance(value, str) or not IDENTIFIER.match(value):
             raise self.at(f"field '{key}'").error(
-                f"{value!r} is no name: lower-case letters, digits and '_', a letter first"
+                f"{value!r} is not a valid name: use lower-case letters, digits and '_', and begin with a letter"
             )
         return value
 
@@ -142,7 +142,7 @@ def _refuse_repeated(place, what, values):
     seen = set()
     for value in values:
         if value in seen:
-            raise place.error(f"{what} {value!r} stands twice")
+            raise place.error(f"{what} {value!r} appears twice")
         seen.add(value)
 
 
@@ -173,7 +173,7 @@ def _parse_table(place, stanza, number):
 
 
 def read_schema(path):
-    """Returns the tables of the schema at `path`, in the order in which they stand there."""
+    """Returns the tables of the schema at `path`, in the order of the file."""
     place = _Place(path)
     try:
         with open(path, "rb") as file:
@@ -181,7 +181,7 @@ def read_schema(path):
     except OSError as error:
         raise place.error(error.strerror) from error
     except (tomllib.TOMLDecodeError, UnicodeDecodeError) as error:
-        raise place.error(f"no TOML: {error}") from error
+        raise place.error(f"not valid TOML: {error}") from error
     place.expect_keys(document, {"table"})
     if not isinstance(document["table"], list) or not document["table"]:
         raise place.at("field 'table'").error("must be one or more [[table]] stanzas")

@@ -121,9 +121,10 @@ namespace debug {
 // after whatever was written. Any code will do for an unknown command, arguments that don't fit, or a missing
 // descriptor.
 //
-// Whatever the command waits for holds up all other connections of the socket and the heartbeat, so bound it: the
-// descriptor can be a pipe or socket of a stranger who never reads, a file on a slow disk, or not open for writing.
-// SIGPIPE, SIGXFSZ and SIGTTOU are blocked while the command runs: writing to a peer that has gone fails with EPIPE.
+// Whatever the command waits for holds up other commands and the heartbeat, so bound it. In an agent that gave no
+// executor (svc/executor.h) the descriptor can be a pipe or socket of a stranger who never reads, a file on a slow
+// disk, or not open for writing. SIGPIPE, SIGXFSZ and SIGTTOU are blocked while the command runs: writing to a peer
+// that has gone fails with EPIPE.
 sdk::sdk_ret_t nyx_handle_cmd(cmd_ctxt_s *ctxt);
 
 }  // namespace debug

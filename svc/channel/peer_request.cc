@@ -70,7 +70,10 @@ void finish_request(peer_request_s *request, int sock_fd) {
         const auto ret = copy_output(&request->output, request->io_fd.get());
         command.ret = command.ret == sdk::SDK_RET_OK ? ret : command.ret;
     }
-    answer(command, sock_fd);
+    try {
+        answer(command, sock_fd);
+    } catch (const std::bad_alloc &) {  // the peer sees a connection that ends without an answer
+    }
 }
 
 }  // namespace svc

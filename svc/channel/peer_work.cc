@@ -5,6 +5,7 @@
 #include <chrono>
 #include <list>
 #include <mutex>
+#include <new>
 #include <utility>
 
 #include "base/unique_fd.h"
@@ -82,15 +83,20 @@ bool peer_work::may_run(uid_t uid, const queue_s &queue) const {
                               : queue.running < k_running_of_user && running_of_others_ < k_running_of_others;
 }
 
+// Memory that is short counts as an executor that takes nothing: what waits is started later.
 void peer_work::start_waiting_of(uid_t uid, queue_s &queue) {
     while (!queue.waiting.empty() && may_run(uid, queue)) {
         piece_s &piece = queue.waiting.front();
-        auto last = std::make_shared<std::list<finished_work_s::piece_s>>();
-        last->push_back({uid, piece.end});
-        if (!hand_over([finished = finished_, last, work = piece.work] {
-                work();
-                finished->add(last.get());
-            })) {
+        try {
+            auto last = std::make_shared<std::list<finished_work_s::piece_s>>();
+            last->push_back({uid, piece.end});
+            if (!hand_over([finished = finished_, last, work = piece.work] {
+                    work();
+                    finished->add(last.get());
+                })) {
+                return;
+            }
+        } catch (const std::bad_alloc &) {
             return;
         }
         piece.begin();

@@ -1,13 +1,6 @@
-#include "client/cli/commands.h"
-
-#include <fcntl.h>
-
-#include <cerrno>
-#include <cstring>
 #include <iostream>
 
-#include "client/cli/debug_command.h"
-#include "client/core/debug_socket.h"
+#include "client/cli/commands.h"
 #include "client/core/field_words.h"
 #include "client/core/grpc_call.h"
 #include "client/core/json.h"
@@ -78,20 +71,6 @@ outcome_s show_response(const pb::MethodDescriptor *method, const pb::Message &r
     return {};
 }
 
-outcome_s open_output(const std::string &path, base::unique_fd *file) {
-    if (path.empty()) {
-        // The agent's writes to a descriptor that takes none would vanish without a word.
-        const int flags = fcntl(STDOUT_FILENO, F_GETFL);
-        const bool writable = flags >= 0 && (flags & O_ACCMODE) != O_RDONLY;
-        return writable ? outcome_s() : local_failure("stdout is closed; open it or give -o FILE");
-    }
-    // A FIFO that nobody reads is an error at once with O_NONBLOCK; the agent's writes then block as usual.
-    *file = base::unique_fd(open(path.c_str(), O_CREAT | O_TRUNC | O_WRONLY | O_CLOEXEC | O_NONBLOCK, 0666));
-    return file->valid() && fcntl(file->get(), F_SETFL, 0) == 0
-               ? outcome_s()
-               : local_failure("cannot open \"" + path + "\": " + std::strerror(errno));
-}
-
 }  // namespace
 
 outcome_s run_list(const global_options_s &global, const std::string &name) {
@@ -149,32 +128,6 @@ outcome_s run_call(const global_options_s &global, const call_options_s &options
     const auto response = new_message(method->output_type());
     outcome_s outcome = grpc_call(global, method, *request, response.get());
     return outcome.ok() ? show_response(method, *response, style_of(options)) : outcome;
-}
-
-outcome_s run_debug(const global_options_s &global, const debug_options_s &options) {
-    types::ServiceRequestMessage request;
-    if (outcome_s outcome = build_debug_request(options, &request); !outcome.ok()) {
-        return outcome;
-    }
-    const deadline_t deadline = std::chrono::steady_clock::now() + global.timeout();
-    base::unique_fd socket;
-    if (outcome_s outcome = debug_connect(global.socket, deadline, &socket); !outcome.ok()) {
-        return outcome;
-    }
-    base::unique_fd file;
-    if (outcome_s outcome = open_output(options.output, &file); !outcome.ok()) {
-        return outcome;
-    }
-    types::ServiceResponseMessage response;
-    const int output_fd = file.valid() ? file.get() : STDOUT_FILENO;
-    if (outcome_s outcome = debug_exchange(socket, request, output_fd, deadline, &response); !outcome.ok()) {
-        return outcome;
-    }
-    std::cerr << "status: " << api_status_text(response.api_status()) << std::endl;
-    if (file.close() != 0) {
-        return local_failure("cannot finish \"" + options.output + "\": " + std::strerror(errno));
-    }
-    return {response.api_status() == types::API_STATUS_OK ? NYXCTL_EXIT_OK : NYXCTL_EXIT_API_STATUS, ""};
 }
 
 }  // namespace nyxctl

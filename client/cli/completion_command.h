@@ -5,7 +5,7 @@
 #include <string>
 #include <vector>
 
-#include "client/cli/command.h"
+#include "client/cli/parser_command.h"
 
 namespace nyxctl {
 

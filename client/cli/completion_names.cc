@@ -2,9 +2,6 @@
 
 #include <google/protobuf/descriptor.h>
 
-#include <algorithm>
-
-#include "client/cli/debug_command.h"
 #include "client/core/field_value.h"
 #include "client/core/symbols.h"
 #include "client/table/record_layout.h"
@@ -129,15 +126,6 @@ void add_entry_fields(const std::string &table, bool only_key, names_t *found) {
     }
 }
 
-void add_debug_commands(names_t *found) {
-    const std::string all = debug_command_names();
-    for (size_t at = 0; at < all.size();) {
-        const size_t end = std::min(all.find(", ", at), all.size());
-        found->push_back(all.substr(at, end - at));
-        at = end + 2;
-    }
-}
-
 }  // namespace
 
 void add_names(const std::string &command, const std::string &argument, const names_t &positionals,
@@ -153,8 +141,6 @@ void add_names(const std::string &command, const std::string &argument, const na
     } else if (argument == "TABLE" || (argument == "NAME" && command.ends_with(" table"))) {
         const names_t tables = table_names();
         found->insert(found->end(), tables.begin(), tables.end());
-    } else if (command == "debug" && argument == "COMMAND") {
-        add_debug_commands(found);
     } else if (argument == "SETTING") {
         add_fields(nyx::PortSpec::descriptor(), current, found);
     } else if (positionals.empty()) {

@@ -6,7 +6,7 @@
 #include <memory>
 #include <string>
 
-#include "client/cli/command.h"
+#include "client/cli/parser_command.h"
 #include "client/view/shown.h"
 
 namespace nyxctl {

@@ -2,7 +2,7 @@
 
 #pragma once
 
-#include "client/cli/command.h"
+#include "client/cli/parser_command.h"
 
 namespace nyxctl {
 

@@ -114,7 +114,7 @@ outcome_s ask_socket(const global_options_s &global, deadline_t deadline) {
     types::ServiceRequestMessage request;
     base::unique_fd socket;
     const base::unique_fd nowhere(open("/dev/null", O_WRONLY | O_CLOEXEC));
-    outcome_s outcome = build_debug_request({.command = "help", .args = {}, .output = {}}, &request);
+    outcome_s outcome = build_debug_request("help", {}, &request);
     if (outcome.ok()) {
         outcome = debug_connect(global.socket, deadline, &socket);
     }

@@ -4,7 +4,7 @@
 
 #include <CLI/CLI.hpp>
 
-#include "client/cli/command.h"
+#include "client/cli/parser_command.h"
 
 namespace nyxctl {
 

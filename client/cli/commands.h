@@ -12,7 +12,10 @@ commands_t all_commands();
 // What the program's own options say.
 global_options_s global_options(const given_s &given);
 
-commands_t call_commands();   // list, describe, call
-commands_t debug_commands();  // debug
+commands_t call_commands();      // list, describe, call
+commands_t debug_commands();     // debug
+commands_t fault_commands();     // fault
+commands_t snapshot_commands();  // snapshot, diff
+commands_t status_commands();    // status
 
 }  // namespace nyxctl

@@ -1,11 +1,10 @@
-#include "client/cli/fault_commands.h"
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <cctype>
-#include <memory>
 #include <string>
-#include <vector>
 
+#include "client/cli/commands.h"
 #include "client/core/grpc_call.h"
 #include "client/core/rows.h"
 #include "client/core/symbols.h"
@@ -25,30 +24,28 @@ constexpr char k_footer[] = R"(Examples:
   nyxctl fault list
   nyxctl fault clear)";
 
-std::string add_footer() {
-    return "SPEC is one of\n" + std::string(sim::k_fault_grammar) +
-           R"(
+constexpr char k_add_footer[] = R"(SPEC is one of
+{}
 Examples:
-  nyxctl fault add nyx_tbl_flow_create:code=SDK_RET_RETRY_OPERATION,chance=20,seed=7
+  nyxctl fault add nyx_tbl_flow_create:code=SDK_RET_RETRY_OPERATION,chance=20
   nyxctl fault add nyx_tbl_flow_create:full=1000
   nyxctl fault add nyx_if_read_all:code=10,walk=2
   nyxctl fault add debug::nyx_handle_cmd:delay=300)";
-}
 
 constexpr char k_list_footer[] =
-    R"(CALLS are those of the operation, for the key if one was given, since the fault was added; STRIKES are
-those of them that failed or were delayed.
+    R"(CALLS counts the calls of the operation since the fault was added, only those
+for its key if it has one; STRIKES counts those that failed or were delayed.
 
 Examples:
   nyxctl fault list
   nyxctl fault list --operations          what can fail
-  nyxctl fault list --operations port     with "port" in it)";
+  nyxctl fault list --operations port     with "port" in the name)";
 
 constexpr char k_clear_footer[] = R"(Shows the faults that were removed, with their last counts.
 
 Examples:
-  nyxctl fault clear        all
-  nyxctl fault clear 2 3)";
+  nyxctl fault clear        all of them
+  nyxctl fault clear 1      the one with this id)";
 
 outcome_s call(const global_options_s &global, const char *name, const google::protobuf::Message &request,
                google::protobuf::Message *response) {
@@ -58,9 +55,10 @@ outcome_s call(const global_options_s &global, const char *name, const google::p
         outcome = grpc_call(global, method, request, response);
     }
     if (outcome.exit_code == k_unimplemented) {
-        outcome.text =
-            "the agent at " + global.grpc +
-            " does not offer fault injection; nyx-agent does, over TCP with its option --fault-service";
+        outcome.text = fmt::format(
+            "the agent at {} does not offer fault injection; nyx-agent does, over TCP with its option "
+            "--fault-service",
+            global.grpc);
     }
     return outcome;
 }
@@ -73,21 +71,16 @@ outcome_s show_faults(const global_options_s &global, const nyx::FaultListRespon
     return write_rows(global, rows);
 }
 
-outcome_s run_add(const global_options_s &global, const std::string &spec) {
+outcome_s run_add(const given_s &given) {
     nyx::FaultAddRequest request;
-    request.set_fault(spec);
+    request.set_fault(given.one("SPEC"));
     nyx::FaultAddResponse response;
-    if (outcome_s outcome = call(global, "FaultAdd", request, &response); !outcome.ok()) {
+    if (outcome_s outcome = call(given.global, "FaultAdd", request, &response); !outcome.ok()) {
         return outcome;
     }
-    return write_rows(global,
-                      {.subject = "faults", .columns = {"id", "fault"}, .rows = {{response.id(), spec}}});
-}
-
-outcome_s run_list_faults(const global_options_s &global) {
-    nyx::FaultListResponse response;
-    outcome_s outcome = call(global, "FaultList", types::Empty(), &response);
-    return outcome.ok() ? show_faults(global, response) : outcome;
+    return write_rows(
+        given.global,
+        {.subject = "faults", .columns = {"id", "fault"}, .rows = {{response.id(), request.fault()}}});
 }
 
 bool contains(std::string_view text, std::string_view part) {
@@ -96,7 +89,7 @@ bool contains(std::string_view text, std::string_view part) {
            std::search(text.begin(), text.end(), part.begin(), part.end(), same) != text.end();
 }
 
-outcome_s run_list_operations(const global_options_s &global, const std::string &part) {
+outcome_s list_operations(const global_options_s &global, const std::string &part) {
     nyx::FaultOperationsGetResponse response;
     if (outcome_s outcome = call(global, "FaultOperationsGet", types::Empty(), &response); !outcome.ok()) {
         return outcome;
@@ -110,63 +103,47 @@ outcome_s run_list_operations(const global_options_s &global, const std::string 
     return write_rows(global, rows);
 }
 
-outcome_s run_clear(const global_options_s &global, const std::vector<uint32_t> &ids) {
-    nyx::FaultClearRequest request;
-    request.mutable_id()->Add(ids.begin(), ids.end());
+outcome_s run_list(const given_s &given) {
+    if (given.has("--operations")) {
+        return list_operations(given.global, given.one("--operations"));
+    }
     nyx::FaultListResponse response;
-    outcome_s outcome = call(global, "FaultClear", request, &response);
-    return outcome.ok() ? show_faults(global, response) : outcome;
+    outcome_s outcome = call(given.global, "FaultList", types::Empty(), &response);
+    return outcome.ok() ? show_faults(given.global, response) : outcome;
 }
 
-void add_add(CLI::App *app, context_s *context) {
-    CLI::App *command = add_command(app, "add", "Arm a fault, and show its id", add_footer());
-    const auto spec = std::make_shared<std::string>();
-    command->add_option("SPEC", *spec, "The fault")->required();
-    command->callback(
-        [context, spec] { context->run = [context, spec] { return run_add(context->global, *spec); }; });
-}
-
-void add_list(CLI::App *app, context_s *context) {
-    CLI::App *command =
-        add_command(app, "list", "Show the faults that are armed, or what can fail", k_list_footer);
-    const auto part = std::make_shared<std::string>();
-    CLI::Option *operations = command->add_option(
-        "--operations", *part, "What can fail: operations with TEXT in their name, or all");
-    operations->expected(0, 1)->type_name("[TEXT]");
-    command->callback([context, part, operations] {
-        const bool wanted = operations->count() > 0;
-        context->run = [context, part, wanted] {
-            return wanted ? run_list_operations(context->global, *part) : run_list_faults(context->global);
-        };
-    });
-}
-
-std::string check_id(const std::string &text) {
-    uint32_t id = 0;
-    return CLI::detail::lexical_cast(text, id) && id > 0
-               ? ""
-               : "\"" + text + "\" is no id; give numbers that nyxctl fault list shows";
-}
-
-void add_clear(CLI::App *app, context_s *context) {
-    CLI::App *command = add_command(app, "clear", "Remove faults", k_clear_footer);
-    const auto ids = std::make_shared<std::vector<uint32_t>>();
-    command->add_option("ID", *ids, "Ids as fault list shows them; without any all faults")
-        ->type_name("[ID...]")
-        ->check(check_id);
-    command->callback(
-        [context, ids] { context->run = [context, ids] { return run_clear(context->global, *ids); }; });
+outcome_s run_clear(const given_s &given) {
+    nyx::FaultClearRequest request;
+    for (const uint32_t id : given.numbers("ID")) {
+        request.add_id(id);
+    }
+    nyx::FaultListResponse response;
+    outcome_s outcome = call(given.global, "FaultClear", request, &response);
+    return outcome.ok() ? show_faults(given.global, response) : outcome;
 }
 
 }  // namespace
 
-void add_fault_commands(CLI::App *app, context_s *context) {
-    CLI::App *group =
-        add_command(app, "fault", "Rehearse failures, on an agent that runs on the stand-in", k_footer);
-    group->require_subcommand(1);
-    add_add(group, context);
-    add_list(group, context);
-    add_clear(group, context);
+commands_t fault_commands() {
+    return {
+        {"fault", "Rehearse failures, on an agent that runs on the stand-in", k_footer},
+        {"fault add",
+         "Arm a fault, and show its id",
+         fmt::format(k_add_footer, sim::k_fault_grammar),
+         {{"SPEC", "The fault"}},
+         run_add},
+        {"fault list",
+         "Show the faults that are armed, or what can fail",
+         k_list_footer,
+         {{"--operations", "What can fail: operations with TEXT in their name, or all", KIND_TEXT,
+           COUNT_OPTIONAL, "[TEXT]"}},
+         run_list},
+        {"fault clear",
+         "Remove faults",
+         k_clear_footer,
+         {{"ID", "Ids that fault list shows; without any, all faults", KIND_NUMBER, COUNT_ANY, "", {}, 1}},
+         run_clear},
+    };
 }
 
 }  // namespace nyxctl

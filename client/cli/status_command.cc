@@ -1,6 +1,5 @@
-#include "client/cli/status_command.h"
-
 #include <fcntl.h>
+#include <fmt/format.h>
 
 #include <algorithm>
 #include <chrono>
@@ -10,6 +9,7 @@
 #include <vector>
 
 #include "base/request_limits.h"
+#include "client/cli/commands.h"
 #include "client/cli/debug_command.h"
 #include "client/core/debug_socket.h"
 #include "client/core/grpc_call.h"
@@ -31,16 +31,20 @@ constexpr int k_unimplemented = NYXCTL_EXIT_GRPC_BASE + 12;
 constexpr char k_stand_in_service[] = "nyx.FaultSvc";
 
 constexpr char k_footer[] = R"(Rows:
-  grpc, socket   whether the agent answers there, and in how many milliseconds from connecting on: a health
-                 check, and the debug command help
-  health         what grpc.health.v1.Health says of each service
-  version        this client's
-  limit          largest requests in bytes: what nyx-agent takes over gRPC, and what any agent reads
-                 from its socket
-STATE is ok, info, unknown (the agent can't tell), warning or unreachable. --timeout is for all together.
+  grpc     whether a health check is answered, and after how many milliseconds,
+           connecting included
+  health   what grpc.health.v1.Health says of each service
+  socket   whether the debug command help is answered, and after how many
+           milliseconds
+  version  this client's
+  limit    the largest requests in bytes: what nyx-agent takes over gRPC, and
+           what any agent reads from its socket
+STATE is ok, info, unknown (the agent does not say), warning or unreachable.
+--timeout is for all of them together.
 
-Exit codes: 0 when nothing is warning or unreachable, 3 when the agent answers at neither address, 1 when
-something else is not well; stderr names it, its row tells why.
+Exit codes: 0 when nothing is warning or unreachable, 3 when the agent answers
+at neither address, 1 otherwise; stderr names what is not well, its row has the
+reason.
 
 Examples:
   nyxctl status
@@ -61,8 +65,8 @@ struct report_s {
     }
 };
 
-// A door of the agent: how asking there ended, and how long that took.
-struct door_s {
+// How asking at one address of the agent ended, and how long that took.
+struct answer_s {
     outcome_s outcome;
     double milliseconds = 0;
 
@@ -72,7 +76,7 @@ struct door_s {
 };
 
 template <class Ask>
-door_s timed(Ask ask) {
+answer_s timed(Ask ask) {
     const auto start = steady_clock::now();
     outcome_s outcome = ask();
     const std::chrono::duration<double, std::milli> taken = steady_clock::now() - start;
@@ -99,7 +103,7 @@ outcome_s ask_health(const global_options_s &options, const std::string &service
     return grpc_call(options, method, request, response);
 }
 
-// An agent without health service answers all the same.
+// An agent without a health service answers, too.
 outcome_s ask_grpc(const global_options_s &global) {
     HealthCheckResponse response;
     const outcome_s outcome = ask_health(global, "", &response);
@@ -128,10 +132,11 @@ outcome_s ask_socket(const global_options_s &global, deadline_t deadline) {
     return outcome;
 }
 
-void report_door(const char *check, const std::string &address, const door_s &door, report_s *report) {
-    const char *state = door.outcome.ok() ? "ok" : door.answers() ? "warning" : "unreachable";
-    report->add(check, address, state, door.outcome.ok() ? "answers" : door.outcome.text, door.milliseconds);
-    if (!door.outcome.ok()) {
+void report_address(const char *check, const std::string &address, const answer_s &answer, report_s *report) {
+    const char *state = answer.outcome.ok() ? "ok" : answer.answers() ? "warning" : "unreachable";
+    report->add(check, address, state, answer.outcome.ok() ? "answers" : answer.outcome.text,
+                answer.milliseconds);
+    if (!answer.outcome.ok()) {
         report->problems.emplace_back(check);
     }
 }
@@ -142,7 +147,7 @@ void report_health(const global_options_s &options, const std::string &service, 
     if (outcome.exit_code == k_not_found && service == k_stand_in_service) {
         report->add("health", service, "info", "not served; nyx-agent --fault-service does");
     } else if (outcome.exit_code == k_not_found || outcome.exit_code == k_unimplemented) {
-        report->add("health", service, "unknown", "the agent does not tell");
+        report->add("health", service, "unknown", "the agent does not say");
     } else if (!outcome.ok()) {
         report->warn("health", service, outcome.text);
     } else if (response.status() != HealthCheckResponse::SERVING) {
@@ -170,14 +175,13 @@ outcome_s conclusion(const report_s &report, bool reachable) {
     if (report.problems.empty()) {
         return {};
     }
-    std::string text = reachable ? "degraded" : "no agent reachable";
-    for (const std::string &problem : report.problems) {
-        text += (&problem == &report.problems.front() ? ": " : ", ") + problem;
-    }
-    return {reachable ? NYXCTL_EXIT_LOCAL : NYXCTL_EXIT_UNREACHABLE, text};
+    return {reachable ? NYXCTL_EXIT_LOCAL : NYXCTL_EXIT_UNREACHABLE,
+            fmt::format("{}: {}", reachable ? "degraded" : "no agent reachable",
+                        fmt::join(report.problems, ", "))};
 }
 
-outcome_s run_status(const global_options_s &global) {
+outcome_s run_status(const given_s &given) {
+    const global_options_s &global = given.global;
     std::shared_ptr<grpc::Channel> unused;
     if (outcome_s outcome = grpc_channel(global, &unused); !outcome.ok()) {
         return outcome;  // address and files are wrong; nothing is sent
@@ -186,17 +190,17 @@ outcome_s run_status(const global_options_s &global) {
     // At the same time, so that one that hangs leaves the other its time.
     auto socket_asked =
         std::async(std::launch::async, [&] { return timed([&] { return ask_socket(global, deadline); }); });
-    const door_s rpc = timed([&] { return ask_grpc(global); });
+    const answer_s rpc = timed([&] { return ask_grpc(global); });
     report_s report;
-    report_door("grpc", global.grpc, rpc, &report);
+    report_address("grpc", global.grpc, rpc, &report);
     if (rpc.answers()) {
         report_all_health(global, deadline, &report);
     }
-    const door_s socket = socket_asked.get();
+    const answer_s socket = socket_asked.get();
     if (socket.outcome.exit_code == NYXCTL_EXIT_USAGE) {
         return socket.outcome;
     }
-    report_door("socket", global.socket, socket, &report);
+    report_address("socket", global.socket, socket, &report);
     report_constants(&report);
     outcome_s written = write_rows(global, report.rows);
     return written.ok() ? conclusion(report, rpc.answers() || socket.answers()) : written;
@@ -204,10 +208,8 @@ outcome_s run_status(const global_options_s &global) {
 
 }  // namespace
 
-void add_status_command(CLI::App *app, context_s *context) {
-    CLI::App *command =
-        add_command(app, "status", "Tell whether the agent is reachable and healthy", k_footer);
-    command->callback([context] { context->run = [context] { return run_status(context->global); }; });
+commands_t status_commands() {
+    return {{"status", "Check whether the agent is reachable and healthy", k_footer, {}, run_status}};
 }
 
 }  // namespace nyxctl

@@ -74,7 +74,7 @@ class ShowTest(agent.SharedAgentTestCase):
         self.assertEqual(self.rows("show", "interface", "0b")[0]["value"], "0b000000-0000-0000-0000-000000000000")
         for words, code, text in ((("port", "77"), 5, "known: 1, 2"), (("lif", "host0-li"), 5, "host0-lif"),
                                   (("prots",), 2, "nearest: ports"), (("ports", "1"), 2, 'unexpected "1"'),
-                                  ((), 2, "views: ports"), (("table", "flow_inf"), 2, "flow_info"),
+                                  ((), 2, "give one of ports"), (("table", "flow_inf"), 2, "flow_info"),
                                   (("table", "flow_info", "k1=8"), 5, "flow_info")):
             result = self.ctl("show", *words)
             self.assertEqual((result.returncode, result.stdout), (code, ""), words)

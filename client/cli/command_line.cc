@@ -10,9 +10,6 @@
 #include "client/cli/alias_commands.h"
 #include "client/cli/commands.h"
 #include "client/cli/completion_command.h"
-#include "client/cli/show_commands.h"
-#include "client/cli/table_commands.h"
-#include "client/cli/watch_command.h"
 #include "client/core/text_io.h"
 
 namespace nyxctl {
@@ -186,9 +183,6 @@ outcome_s run_command_line(int argc, char **argv) {
     context_s context;  // of the commands that are not rows yet
     add_alias_commands(&app, &context);
     add_completion_commands(&app, &context);
-    add_table_commands(&app, &context);
-    add_show_commands(&app, &context);
-    add_watch_command(&app, &context);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {

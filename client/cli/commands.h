@@ -17,5 +17,8 @@ commands_t debug_commands();     // debug
 commands_t fault_commands();     // fault
 commands_t snapshot_commands();  // snapshot, diff
 commands_t status_commands();    // status
+commands_t record_commands();    // explain, encode, decode
+commands_t table_commands();     // table
+commands_t view_commands();      // show, watch
 
 }  // namespace nyxctl

@@ -1,11 +1,9 @@
-#include "client/cli/table_commands.h"
+#include <fmt/format.h>
 
 #include <chrono>
 #include <iostream>
-#include <memory>
 
-#include "base/nearest_names.h"
-#include "client/cli/record_commands.h"
+#include "client/cli/commands.h"
 #include "client/core/json.h"
 #include "client/core/text_io.h"
 #include "client/table/entry_args.h"
@@ -28,20 +26,20 @@ struct operation_s {
 
 constexpr operation_s k_operations[] = {
     {"add", "Create", "Add entries to a P4 table", "added",
-     "there is one with this key, or the table is full",
+     "the table has an entry with this key, or is full",
      "  nyxctl table add flow_info k1=7 action=0 d1=5 d2=0102030405060708\n"
      "  nyxctl table add checksum k1=1 mask.k1=255 action=2\n"
      "  nyxctl table add flow_info @entries.jsonl",
      false},
-    {"update", "Update", "Replace entries of a P4 table", "updated", "there is none with this key",
+    {"update", "Update", "Replace entries of a P4 table", "updated", "no entry has this key",
      "  nyxctl table update flow_info k1=7 action=0 d1=6\n"
      "  nyxctl table update flow_info @entries.jsonl",
      false},
-    {"del", "Delete", "Delete entries of a P4 table", "deleted", "there is none with this key",
+    {"del", "Delete", "Delete entries of a P4 table", "deleted", "no entry has this key",
      "  nyxctl table del flow_info k1=7\n"
      "  printf '{\"k1\": 7}\\n{\"k1\": 8}\\n' | nyxctl table del flow_info -",
      true},
-    {"get", "Get", "Show entries of a P4 table", "read", "there is none with this key",
+    {"get", "Get", "Show entries of a P4 table", "read", "no entry has this key",
      "  nyxctl table get flow_info k1=7\n"
      "  nyxctl table get flow_info @keys.jsonl >entries.jsonl",
      true},
@@ -50,9 +48,10 @@ constexpr operation_s k_operations[] = {
 constexpr char k_specs_help[] =
     R"(
 
-@FILE, or - for stdin, holds many entries: one JSON object of the message TABLESpec in each line, or one
-JSON array of them; nyxctl describe TABLESpec shows its fields. All are checked before the first is sent.
-They go in requests of 1000; one that fails does not stop the others.
+@FILE, or - for stdin, holds many entries: one JSON object of the message
+TABLESpec in each line, or one JSON array of them; nyxctl describe TABLESpec
+shows its fields. All are checked before the first is sent. They go in requests
+of 1000; one that fails does not stop the others.
 
 Examples:
 )";
@@ -60,23 +59,21 @@ Examples:
 constexpr char k_keys_help[] =
     R"(
 
-Here the words are fields of the key alone. @FILE, or - for stdin, holds many keys: one JSON object of the
-message TABLE_key_t in each line, or one JSON array of them. All are checked before the first is sent. They
-go in requests of 1000; one that fails does not stop the others. get shows many entries as JSON lines that
-add and update take.
+Here the words are only fields of the key. @FILE, or - for stdin, holds many
+keys: one JSON object of the message TABLE_key_t in each line, or one JSON array
+of them. All are checked before the first is sent. They go in requests of 1000;
+one that fails does not stop the others. get shows many entries as JSON lines
+that add and update take.
 
 Examples:
 )";
 
-struct table_options_s {
-    std::string table;
-    std::vector<std::string> words;
-    bool cut = false;
+// WORDS name a file of entries, not one entry.
+bool is_bulk(const std::vector<std::string> &words) {
+    return words.size() == 1 && (words[0] == "-" || words[0].starts_with('@'));
+}
 
-    bool bulk() const { return words.size() == 1 && (words[0] == "-" || words[0].starts_with('@')); }
-};
-
-// Tells people how far a long operation has come, from the first second on and then once in a second.
+// Shows people how far a long operation has come, once a second.
 class progress_lines {
  public:
     explicit progress_lines(std::string subject) : subject_(std::move(subject)) {}
@@ -94,27 +91,29 @@ class progress_lines {
     std::chrono::steady_clock::time_point last_ = std::chrono::steady_clock::now();
 };
 
-// What scripts read on stderr is failures alone.
+// Scripts get nothing but failures on stderr.
 progress_t progress_of(const global_options_s &global, progress_lines *lines, const std::string &what) {
     return global.json ? progress_t() : [=](size_t done) { lines->show(done, what); };
 }
 
-outcome_s read_entries(const table_layout_s &layout, const operation_s &operation,
-                       const table_options_s &options, const progress_t &progress, message_list_t *entries) {
+outcome_s read_entries(const given_s &given, const table_layout_s &layout, const operation_s &operation,
+                       const progress_t &progress, message_list_t *entries) {
     const auto *type = operation.by_key ? layout.key : layout.spec;
-    if (!options.bulk()) {
+    const std::vector<std::string> &words = given.all("WORDS");
+    const bool cut = given.has("--cut");
+    if (!is_bulk(words)) {
         auto entry = new_message(type);
         const auto fill = operation.by_key ? fill_key : fill_spec;
-        outcome_s outcome = fill(layout, options.words, options.cut, entry.get());
+        outcome_s outcome = fill(layout, words, cut, entry.get());
         entries->push_back(std::move(entry));
         return outcome;
     }
     std::string text;
-    if (outcome_s outcome = read_argument(options.words[0], &text); !outcome.ok()) {
+    if (outcome_s outcome = read_argument(words[0], &text); !outcome.ok()) {
         return outcome;
     }
-    outcome_s outcome = parse_entries(text, type, options.cut, progress, entries);
-    return outcome.ok() && entries->empty() ? usage_failure("\"" + options.words[0] + "\" holds no entries")
+    outcome_s outcome = parse_entries(text, type, cut, progress, entries);
+    return outcome.ok() && entries->empty() ? usage_failure(fmt::format("\"{}\" holds no entries", words[0]))
                                             : outcome;
 }
 
@@ -138,8 +137,8 @@ size_t count_done(const rows_s &answers) {
 }
 
 std::string count_text(size_t done, size_t all, const table_layout_s &layout, const operation_s &operation) {
-    return layout.name + ": " + std::to_string(done) + (done == all ? "" : " of " + std::to_string(all)) +
-           (all == 1 ? " entry " : " entries ") + operation.done;
+    return fmt::format("{}: {}{} {} {}", layout.name, done, done == all ? "" : fmt::format(" of {}", all),
+                       all == 1 ? "entry" : "entries", operation.done);
 }
 
 // `entry` is a Spec or a key.
@@ -147,15 +146,15 @@ std::string failure_of_one(const table_layout_s &layout, const operation_s &oper
                            const google::protobuf::Message &entry, const std::string &status) {
     const auto *field = entry.GetDescriptor()->FindFieldByName("key");
     const auto &key = operation.by_key ? entry : entry.GetReflection()->GetMessage(entry, field);
-    return layout.name + ": the entry with " + key_text(layout, key) + " was not " + operation.done + ": " +
-           status + "; the service does not say why, most often " + operation.reason;
+    return fmt::format("{}: the entry with {} was not {}: {}; the service does not say why, most often {}",
+                       layout.name, key_text(layout, key), operation.done, status, operation.reason);
 }
 
 outcome_s send_all(const global_options_s &global, const table_layout_s &layout, const operation_s &operation,
                    const message_list_t &entries, progress_lines *lines) {
     rows_s answers;
     message_list_t specs;
-    const std::string what = " of " + std::to_string(entries.size()) + " entries " + operation.done;
+    const std::string what = fmt::format(" of {} entries {}", entries.size(), operation.done);
     const progress_t progress = progress_of(global, lines, what);
     outcome_s outcome = send_entries(global, layout, operation.rpc, entries, progress, &answers, &specs);
     if (outcome.exit_code == NYXCTL_EXIT_API_STATUS && entries.size() == 1) {
@@ -181,71 +180,44 @@ outcome_s show_one(const global_options_s &global, const table_layout_s &layout,
     return outcome.ok() ? write_rows(global, spec_rows(layout, *spec)) : outcome;
 }
 
-outcome_s run_table(const global_options_s &global, const operation_s &operation,
-                    const table_options_s &options) {
+outcome_s run_table(const given_s &given, const operation_s &operation) {
     table_layout_s layout{};
-    if (outcome_s outcome = find_table(options.table, &layout); !outcome.ok()) {
+    if (outcome_s outcome = find_table(given.one("TABLE"), &layout); !outcome.ok()) {
         return outcome;
     }
     progress_lines lines(layout.name);
     message_list_t entries;
-    const progress_t checked = progress_of(global, &lines, " entries checked, none sent");
-    if (outcome_s outcome = read_entries(layout, operation, options, checked, &entries); !outcome.ok()) {
+    const progress_t checked = progress_of(given.global, &lines, " entries checked, none sent");
+    if (outcome_s outcome = read_entries(given, layout, operation, checked, &entries); !outcome.ok()) {
         return outcome;
     }
-    const bool one = operation.rpc == std::string_view("Get") && !options.bulk();
-    return one ? show_one(global, layout, *entries.front())
-               : send_all(global, layout, operation, entries, &lines);
+    const bool one = operation.rpc == std::string_view("Get") && !is_bulk(given.all("WORDS"));
+    return one ? show_one(given.global, layout, *entries.front())
+               : send_all(given.global, layout, operation, entries, &lines);
 }
 
-void add_operation(CLI::App *app, context_s *context, const operation_s &operation) {
-    const auto options = std::make_shared<table_options_s>();
-    const char *help = operation.by_key ? k_keys_help : k_specs_help;
-    CLI::App *command = add_command(app, operation.name, operation.about,
-                                    std::string(k_entry_words_help) + help + operation.examples);
-    command->add_option("TABLE", options->table, "The table")->required();
-    command->add_option("WORDS", options->words, "The entry, or a file of entries")
-        ->type_name("FIELD=VALUE ...|@FILE|-")
-        ->required();
-    command->add_flag("--cut", options->cut, "Send values that do not fit, for the agent to cut");
-    command->callback([=, &operation] {
-        context->run = [=, &operation] { return run_table(context->global, operation, *options); };
-    });
-}
-
-outcome_s unknown_operation(const std::string &name) {
-    std::vector<std::string> names;
-    for (const operation_s &operation : k_operations) {
-        names.push_back(operation.name);
-    }
-    const std::string given = name.empty() ? "what to do is missing" : "no operation \"" + name + "\"";
-    return usage_failure("table: " + given + base::nearest_names_text(name, names) +
-                         "; give add, update, del or get, such as nyxctl table get flow_info k1=7");
-}
-
-// The parser alone would only say that a subcommand is missing.
-void refuse_other_operations(CLI::App *table, context_s *context) {
-    const auto words = std::make_shared<std::vector<std::string>>();
-    table->require_subcommand(0, 1);
-    table->add_option("WORDS", *words)->group("");
-    table->callback([=] {
-        if (table->get_subcommands().empty()) {
-            context->run = [=] { return unknown_operation(words->empty() ? "" : words->front()); };
-        }
-    });
+command_s command_of(const operation_s &operation) {
+    return {fmt::format("table {}", operation.name),
+            operation.about,
+            fmt::format("{}{}{}", k_entry_words_help, operation.by_key ? k_keys_help : k_specs_help,
+                        operation.examples),
+            {{"TABLE", "The table", KIND_TABLE},
+             {"WORDS", "The entry, or a file of entries",
+              operation.by_key ? KIND_KEY_FIELD : KIND_ENTRY_FIELD, COUNT_SOME, "FIELD=VALUE|@FILE|-"},
+             {"--cut", "Send values that do not fit; the agent cuts them", KIND_FLAG}},
+            [&operation](const given_s &given) { return run_table(given, operation); }};
 }
 
 }  // namespace
 
-void add_table_commands(CLI::App *app, context_s *context) {
-    add_record_commands(app, context);
-    CLI::App *table = add_command(app, "table", "Add, update, delete and show entries of P4 tables",
-                                  "Examples:\n  nyxctl table add flow_info k1=7 d1=5\n"
-                                  "  nyxctl table get flow_info k1=7\n  nyxctl table add --help");
-    refuse_other_operations(table, context);
+commands_t table_commands() {
+    commands_t commands = {{"table", "Add, update, delete and show entries of P4 tables",
+                            "Examples:\n  nyxctl table add flow_info k1=7 d1=5\n"
+                            "  nyxctl table get flow_info k1=7\n  nyxctl table add --help"}};
     for (const operation_s &operation : k_operations) {
-        add_operation(table, context, operation);
+        commands.push_back(command_of(operation));
     }
+    return commands;
 }
 
 }  // namespace nyxctl

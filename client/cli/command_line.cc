@@ -7,7 +7,6 @@
 #include <utility>
 
 #include "base/nearest_names.h"
-#include "client/cli/alias_commands.h"
 #include "client/cli/commands.h"
 #include "client/cli/completion_command.h"
 #include "client/core/text_io.h"
@@ -181,7 +180,6 @@ outcome_s run_command_line(int argc, char **argv) {
     app.get_formatter()->column_width(k_help_column);
     const added_t added = add_commands(&app, commands);
     context_s context;  // of the commands that are not rows yet
-    add_alias_commands(&app, &context);
     add_completion_commands(&app, &context);
     try {
         app.parse(argc, argv);

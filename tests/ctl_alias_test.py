@@ -136,7 +136,7 @@ class AliasTest(agent.SharedAgentTestCase):
                               (["call", "flow_infoCreate", "request[0].ke"], "request[0].key."),
                               (["show", "table", "flow_inf"], "flow_info"),
                               (["table", "add", "flow_info", "k1"], "k1="),
-                              (["debug", "--args", "IntrDump"], "IntrDumpArgs")):
+                              (["debug", "--args", "IntrDump"], "IntrDumpArgs"), (["debug", "tabl"], "tables")):
             self.assertEqual(self.complete(*words), [wanted])
         self.assertNotIn("__complete", self.complete(""))
         self.assertIn("completion", self.complete(""))

@@ -8,7 +8,6 @@
 
 #include "base/nearest_names.h"
 #include "client/cli/commands.h"
-#include "client/cli/completion_command.h"
 #include "client/core/text_io.h"
 
 namespace nyxctl {
@@ -148,23 +147,19 @@ std::string parse_error_text(const CLI::App &app, const std::vector<std::string>
 }
 
 // Help and version leave the parser as exceptions too, with exit code 0.
-outcome_s parse_error(const CLI::App &app, const CLI::ParseError &error) {
+outcome_s parse_error(const CLI::App &app, const added_t &added, const CLI::ParseError &error) {
     if (error.get_exit_code() == 0) {
         std::ostringstream out;
         std::ostringstream err;
         app.exit(error, out, err);
         return write_stdout(out.str());
     }
-    const CLI::App *command = &app;
-    std::string path;
-    while (!command->get_subcommands().empty()) {
-        command = command->get_subcommands().front();
-        path += (path.empty() ? "" : " ") + command->get_name();
-    }
+    given_s unused;
+    const std::string path = read_values(added, &unused).path;
     std::vector<std::string> names;
-    for (const CLI::App *below : command->get_subcommands([](const CLI::App *) { return true; })) {
-        if (!below->get_group().empty()) {
-            names.push_back(below->get_name());
+    for (const auto &[command, parser] : added) {
+        if (!command->path.empty() && command->group() == path && !command->hidden) {
+            names.push_back(command->name());
         }
     }
     return usage_failure(fmt::format("{}; see nyxctl {}{}--help", parse_error_text(app, names, error), path,
@@ -179,18 +174,15 @@ outcome_s run_command_line(int argc, char **argv) {
     app.set_version_flag("--version", std::string("nyxctl ") + NYX_VERSION);
     app.get_formatter()->column_width(k_help_column);
     const added_t added = add_commands(&app, commands);
-    context_s context;  // of the commands that are not rows yet
-    add_completion_commands(&app, &context);
     try {
         app.parse(argc, argv);
     } catch (const CLI::ParseError &error) {
-        return parse_error(app, error);
+        return parse_error(app, added, error);
     }
     given_s given;
     const command_s &command = read_values(added, &given);
     given.global = global_options(given);
-    context.global = given.global;
-    return context.run ? context.run() : command.run(given);
+    return command.run(given);
 }
 
 }  // namespace nyxctl

@@ -12,15 +12,16 @@ commands_t all_commands();
 // What the program's own options say.
 global_options_s global_options(const given_s &given);
 
-commands_t call_commands();       // list, describe, call
-commands_t debug_commands();      // debug
-commands_t fault_commands();      // fault
-commands_t interface_commands();  // set, add, del interface
-commands_t record_commands();     // explain, encode, decode
-commands_t setting_commands();    // set, clear
-commands_t snapshot_commands();   // snapshot, diff
-commands_t status_commands();     // status
-commands_t table_commands();      // table
-commands_t view_commands();       // show, watch
+commands_t call_commands();        // list, describe, call
+commands_t completion_commands();  // completion
+commands_t debug_commands();       // debug
+commands_t fault_commands();       // fault
+commands_t interface_commands();   // set, add, del interface
+commands_t record_commands();      // explain, encode, decode
+commands_t setting_commands();     // set, clear
+commands_t snapshot_commands();    // snapshot, diff
+commands_t status_commands();      // status
+commands_t table_commands();       // table
+commands_t view_commands();        // show, watch
 
 }  // namespace nyxctl

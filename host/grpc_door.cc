@@ -17,11 +17,13 @@
 #include <climits>
 
 #include "base/accept_reserve.h"
+#include "host/connections.h"
 #include "host/credentials.h"
 #include "host/fault_service.h"
 #include "host/server_settings.h"
 #include "host/setup_error.h"
 #include "proto/proto_files.h"
+#include "sim/api/tables.h"
 #include "svc/debug.h"
 #include "svc/interface.h"
 #include "svc/lif.h"
@@ -136,29 +138,49 @@ void grpc_door::stop() {
     workers_.clear();
 }
 
-// False when it is time to stop.
-bool grpc_door::wait_for(int fd, int timeout_ms) const {
+// What a wait ended with; none of them when time was up.
+struct grpc_door::waited_s {
+    bool has_client, must_stop;
+};
+
+grpc_door::waited_s grpc_door::wait(bool for_clients, int or_fd, int timeout_ms) const {
     pollfd waiting[] = {{.fd = stop_.get(), .events = POLLIN, .revents = 0},
-                        {.fd = fd, .events = POLLIN, .revents = 0}};
-    poll(waiting, 2, timeout_ms);
-    return waiting[0].revents == 0;
+                        {.fd = for_clients ? listener_.fd.get() : -1, .events = POLLIN, .revents = 0},
+                        {.fd = or_fd, .events = POLLIN, .revents = 0}};
+    poll(waiting, std::size(waiting), timeout_ms);
+    return {.has_client = waiting[1].revents != 0, .must_stop = waiting[0].revents != 0};
 }
 
 void grpc_door::accept_until_stopped() {
-    constexpr int k_for_ever = -1, k_no_fd = -1, k_pause_ms = 50;
     base::accept_reserve reserve;
-    while (wait_for(listener_.fd.get(), k_for_ever)) {
-        grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
-        connection.fd = accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-        if (connection.fd >= first_reserved_fd()) {
-            close(connection.fd);
-        } else if (connection.fd >= 0) {
-            acceptor_->HandleNewConnection(&connection);  // owns the descriptor from here on
-        } else if (errno == EMFILE || errno == ENFILE) {
-            reserve.turn_one_away(listener_.fd.get());
-        } else if (errno == ENOBUFS || errno == ENOMEM) {
-            wait_for(k_no_fd, k_pause_ms);  // clients wait in the backlog until there is memory again
+    connections open(sim::table_bytes);
+    int pause_ms = -1;
+    for (;;) {
+        const waited_s waited = wait(open.may_accept(), open.ended_fd(), pause_ms);
+        if (waited.must_stop) {
+            return;
         }
+        if (waited.has_client) {
+            accept_one(&reserve, &open);
+        }
+        open.forget_ended();
+        pause_ms = open.look();
+    }
+}
+
+void grpc_door::accept_one(base::accept_reserve *reserve, connections *open) {
+    constexpr int k_pause_ms = 50;
+    grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
+    connection.fd = accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    if (connection.fd >= first_reserved_fd()) {
+        close(connection.fd);
+    } else if (connection.fd >= 0) {
+        open->add(connection.fd);
+        acceptor_->HandleNewConnection(&connection);  // owns the descriptor from here on
+    } else if (errno == EMFILE || errno == ENFILE) {
+        reserve->turn_one_away(listener_.fd.get());
+    } else if (errno == ENOBUFS || errno == ENOMEM) {
+        wait(false, -1, k_pause_ms);  // clients wait in the backlog until there is memory again
     }
 }
 

@@ -20,7 +20,13 @@ class ExternalConnectionAcceptor;
 }
 }  // namespace grpc
 
+namespace base {
+class accept_reserve;
+}
+
 namespace host {
+
+class connections;
 
 // Serves from construction to destruction. Clients are accepted by a loop of its own, because gRPC's listener
 // never accepts again once the process was out of descriptors. Owned by one thread.
@@ -38,8 +44,10 @@ class grpc_door {
     const std::string &address() const { return listener_.address; }
 
  private:
+    struct waited_s;
     void accept_until_stopped();
-    bool wait_for(int fd, int timeout_ms) const;
+    void accept_one(base::accept_reserve *reserve, connections *open);
+    waited_s wait(bool for_clients, int or_fd, int timeout_ms) const;
 
     listener_s listener_;
     base::unique_fd stop_;

@@ -168,6 +168,18 @@ size_t table_entry_count(size_t table) {
     return at(table).entries.size();
 }
 
+size_t table_bytes() {
+    // The node of the hash table with its text and its vector, and each of their blocks on the heap.
+    constexpr size_t k_node = 112, k_longest_inline_key = 15, k_heap = 24;
+    size_t bytes = 0;
+    for (size_t table = 0; table < table_infos().size(); table++) {
+        const auto &info = table_infos()[table];
+        const size_t key = info.key_size > k_longest_inline_key ? info.key_size + k_heap : 0;
+        bytes += table_entry_count(table) * (k_node + key + info.record_size + k_heap);
+    }
+    return bytes;
+}
+
 std::vector<std::vector<uint8_t>> table_entries(size_t table) {
     std::shared_lock guard(at(table).lock);
     std::vector<record> records;

@@ -22,6 +22,9 @@ sdk::sdk_ret_t table_read(size_t table, const void *key,
 
 size_t table_entry_count(size_t table);
 
+// About how much memory all entries take.
+size_t table_bytes();
+
 struct operation_counts_s {
     uint64_t done, failed;
 };

@@ -99,13 +99,15 @@ class call_server::state {
     bool poll();
     bool begin_polling();
     void await_calls(served_method_s *method);
-    void arrived(served_method_s *method);
+    bool arrived(served_method_s *method);
+    void did_not_begin(served_method_s *method);
     void has_run(served_method_s *method);
 
     void begin_sending(call *sent, size_t bytes);
     void end_sending(call *sent);
     void unlist(call *sent);
-    void cancel_first();
+    call *largest_sending() const;
+    void cancel(call *sent);
     void look_after_calls();
 
     const call_limits_s limits_;
@@ -162,17 +164,30 @@ class call_server::state::call final : event {
         if (answered_) {
             server_->end_sending(this);
             release();
-        } else if (ok) {
+        } else if (waits_for_left_) {
             serve();
+        } else if (ok) {
+            arrive();
         } else {
-            delete this;  // the server stops; gRPC announces no end of a call that never began
+            server_->did_not_begin(method_);
+            delete this;  // gRPC announces no end of a call that never began
         }
     }
 
-    bool takes_long(bool ok) const final { return ok && !answered_; }
+    bool takes_long(bool ok) const final { return !answered_ && (ok || waits_for_left_); }
+
+    // A call that had to wait for others may be of a client that has left: gRPC announces that by an event which is in the
+    // queue by now, before the alarm's.
+    void arrive() {
+        if (server_->arrived(method_)) {
+            serve();
+            return;
+        }
+        waits_for_left_ = true;
+        alarm_.Set(server_->queue_.get(), std::chrono::system_clock::now(), static_cast<event *>(this));
+    }
 
     void serve() {
-        server_->arrived(method_);
         grpc::ByteBuffer bytes;
         const grpc::Status status = status_of([&] { return run(&bytes); });
         request_.Clear();
@@ -250,7 +265,8 @@ class call_server::state::call final : event {
     grpc::ByteBuffer request_;
     grpc::ServerAsyncResponseWriter<grpc::ByteBuffer> answer_{&context_};
     left left_{this};
-    bool answered_ = false;
+    grpc::Alarm alarm_;
+    bool waits_for_left_ = false, answered_ = false;
     std::atomic<int> references_ = 2;
 
     // In the list of answers that are being sent.
@@ -365,11 +381,24 @@ void call_server::state::await_calls(served_method_s *method) {
     }
 }
 
-void call_server::state::arrived(served_method_s *method) {
+// False when as many calls of the method run as may, so that this one may have waited.
+bool call_server::state::arrived(served_method_s *method) {
+    bool has_room = true;
     {
         const std::lock_guard lock(method->mutex);
         method->awaited--;
         method->running++;
+        has_room = method->running + 1 < limits_.calls_of_a_method;
+    }
+    await_calls(method);
+    return has_room;
+}
+
+// The server stops, or the client left before its request was read.
+void call_server::state::did_not_begin(served_method_s *method) {
+    {
+        const std::lock_guard lock(method->mutex);
+        method->awaited--;
     }
     await_calls(method);
 }
@@ -391,7 +420,7 @@ void call_server::state::begin_sending(call *sent, size_t bytes) {
         throw budget_exceeded();
     }
     while (sending_bytes_ + all > most) {
-        cancel_first();
+        cancel(largest_sending());
     }
     sent->bytes_.take(all);
     sending_bytes_ += all;
@@ -416,11 +445,19 @@ void call_server::state::unlist(call *sent) {
     sent->bytes_.give_back_all();
 }
 
-// Its memory is free as soon as gRPC has told its stream.
-void call_server::state::cancel_first() {
-    call *first = first_sending_;
-    unlist(first);
-    first->context_.TryCancel();
+// Of equals, the one that waits longest.
+call_server::state::call *call_server::state::largest_sending() const {
+    call *largest = first_sending_;
+    for (call *each = first_sending_; each; each = each->after_) {
+        largest = each->bytes_.bytes() > largest->bytes_.bytes() ? each : largest;
+    }
+    return largest;
+}
+
+// gRPC frees its memory as soon as it has cancelled the stream.
+void call_server::state::cancel(call *sent) {
+    unlist(sent);
+    sent->context_.TryCancel();
 }
 
 void call_server::state::look_after_calls() {
@@ -430,7 +467,7 @@ void call_server::state::look_after_calls() {
     const std::lock_guard lock(sending_mutex_);
     const auto since = clock::now() - limits_.send_time;
     while (first_sending_ && first_sending_->since_ < since) {
-        cancel_first();
+        cancel(first_sending_);
     }
 }
 

@@ -29,8 +29,8 @@
 namespace svc {
 
 struct call_limits_s {
-    // Bytes of all requests that run and of all answers that wait for their clients. Answers take at most half of it: the
-    // one that waits longest is then cancelled.
+    // Bytes of all requests that run and of all answers that wait for their clients. Answers take at most half of it: beyond
+    // that, the largest one that waits is cancelled.
     size_t memory = 256 * 1024 * 1024;
     // Calls of one method that run at once; others wait in the gRPC server. Fewer than there are workers, so that one
     // slow operation can't take them all.

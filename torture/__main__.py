@@ -9,6 +9,7 @@ import sys
 import time
 
 import grpc_door
+import grpc_memory
 import life
 import socket_door
 import soak
@@ -22,8 +23,7 @@ LONGEST_ANSWER_S = 5  # hostile clients take their share of the processor
 MOST_THREADS = 600
 
 # Amounts of the whole attack and of the short form, which leaves out what has none. `files`: descriptors of an agent of its own; `starves`: clients need
-# not be served while it lasts; `memory_mb`: how much more may be taken. gRPC limits neither streams that are reset nor
-# responses that wait for their readers.
+# not be served while it lasts; `memory_mb`: how much more may be taken.
 Attack = collections.namedtuple("Attack", "run whole short files options starves memory_mb",
                                 defaults=(None, (), False, 400))
 
@@ -55,11 +55,15 @@ ATTACKS = {
     "silent-clients": Attack(grpc_door.silent_clients, 8000, 400),
     "silent-clients-few-files": Attack(grpc_door.silent_clients, 400, 400, 200, (), True),
     "http2-garbage": Attack(grpc_door.http2_garbage, 10_000, 200),
-    "floods": Attack(grpc_door.floods, 5, None, 20000, (), True, 20_000),  # this gRPC bounds no backlog of streams
+    "floods": Attack(grpc_door.floods, 5, None, 20000, (), True, 512),
     "large-metadata": Attack(grpc_door.large_metadata, 20, 1),
     "message-limits": Attack(grpc_door.message_limits, 2, 1),
     "many-streams": Attack(grpc_door.many_streams, 5000, 400, 20000, SLOW_PORTS, True),
-    "slow-readers": Attack(grpc_door.slow_readers, 100, 10, memory_mb=2500),
+    "slow-readers": Attack(grpc_door.slow_readers, 100, 10, memory_mb=512),
+    "closed-windows": Attack(grpc_memory.closed_windows, 100, 4, memory_mb=512),
+    "blocked-operations": Attack(grpc_memory.blocked_operations, 8, 8, 20000, grpc_memory.BLOCKED),
+    "half-sent-requests": Attack(grpc_memory.half_sent_requests, 8, None, 20000, (), True, 512),
+    "unknown-methods": Attack(grpc_memory.unknown_methods, 8, None, 20000, (), True, 512),
 }
 
 

@@ -1,0 +1,141 @@
+"""Attacks on the memory and the threads behind the gRPC server: what is begun and never ends."""
+
+import itertools
+import struct
+import time
+
+import processes
+import wire
+from agent import check
+
+STREAMS = 128  # the agent's limit for a connection
+LIF_MAPPING_CREATE = "/nyx.NyxTblSvc/lif_mappingCreate"
+BLOCKED_S = 3
+BLOCKED = ("--fault", f"nyx_tbl_lif_mapping_create:delay={1000 * BLOCKED_S}")
+
+
+class Windows:
+    """How much the agent takes: of each stream and of the connection, by what it sends."""
+
+    def __init__(self, peer):
+        self.peer, self.unread, self.initial = peer, b"", 65535
+        self.streams = dict.fromkeys(range(1, 2 * STREAMS, 2), self.initial)
+        self.connection = self.initial
+
+    def read(self, wait_s):
+        self.peer.settimeout(wait_s)
+        try:
+            block = self.peer.recv(1 << 20)
+        except (TimeoutError, BlockingIOError):
+            return
+        if not block:
+            raise ConnectionError("the agent closed the connection")
+        self.unread += block
+        while len(self.unread) >= 9 and len(self.unread) >= 9 + (size := int.from_bytes(self.unread[:3], "big")):
+            head, payload = self.unread[:9], self.unread[9:9 + size]
+            self.unread = self.unread[9 + size:]
+            self.take(head[3], head[4], int.from_bytes(head[5:9], "big"), payload)
+
+    def take(self, kind, flags, stream, payload):
+        if kind == wire.WINDOW_UPDATE:
+            more = int.from_bytes(payload, "big")
+            if stream:
+                self.streams[stream] = self.streams.get(stream, 0) + more
+            else:
+                self.connection += more
+        elif kind == wire.RST_STREAM:
+            self.streams.pop(stream, None)
+        elif kind in (wire.PING, wire.SETTINGS) and not flags & 1:
+            for setting, value in struct.iter_unpack(">HI", payload if kind == wire.SETTINGS else b""):
+                if setting == 4:
+                    self.streams = {each: left + value - self.initial for each, left in self.streams.items()}
+                    self.initial = value
+            self.peer.settimeout(wire.TIMEOUT_S)
+            self.peer.sendall(wire.frame(kind, 1, 0, payload if kind == wire.PING else b""))
+
+
+def send_half(number, agent, seconds):
+    """Requests of 16 MiB, of each of which the last bytes are never sent. Returns how many MB were taken."""
+    sent, deadline = 0, time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        try:
+            with wire.connect(agent.grpc) as peer:
+                windows = Windows(peer)
+                peer.sendall(wire.opening() + b"".join(
+                    wire.frame(wire.HEADERS, wire.END_HEADERS, stream, wire.headers(wire.PORT_GET))
+                    + wire.data_frames(stream, struct.pack(">xI", 16 << 20), 0) for stream in windows.streams))
+                sent += fill(windows, deadline)
+        except OSError:
+            time.sleep(0.05)
+    return sent >> 20
+
+
+def fill(windows, deadline):
+    piece, sent = bytes(16384), 0
+    left = dict.fromkeys(windows.streams, (16 << 20) - 1000)
+    while time.monotonic() < deadline:
+        before = sent
+        for stream in left:
+            if min(windows.streams.get(stream, 0), windows.connection, left[stream]) >= len(piece):
+                windows.peer.settimeout(1)
+                windows.peer.sendall(wire.frame(wire.DATA, 0, stream, piece))
+                windows.streams[stream] -= len(piece)
+                windows.connection -= len(piece)
+                left[stream] -= len(piece)
+                sent += len(piece)
+        windows.read(0 if sent > before else 0.05)
+    return sent
+
+
+def half_sent_requests(agent, seconds):
+    """Requests that are almost complete, 128 on a connection."""
+    return f"{sum(processes.at_once(3, send_half, agent, seconds))} MB taken"
+
+
+def send_unknown(number, agent, seconds):
+    calls, deadline = 0, time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        try:
+            with wire.connect(agent.grpc) as peer:
+                peer.settimeout(0.5)
+                peer.sendall(wire.opening())
+                for stream in itertools.count(1, 2):
+                    if time.monotonic() > deadline:
+                        break
+                    peer.sendall(wire.call(stream, f"/x.Y/Z{stream}", bytes(1000)))
+                    calls += 1
+        except OSError:
+            pass
+    return calls
+
+
+def unknown_methods(agent, seconds):
+    """Calls of methods that do not exist, by clients that never read."""
+    return f"{sum(processes.at_once(2, send_unknown, agent, seconds))} calls"
+
+
+def call_slowly(number, agent, _):
+    answer = wire.grpc_ask(agent.grpc, LIF_MAPPING_CREATE, wire.field(1, b""))
+    check(answer, "a call that waited for the card was not answered")
+    return 1
+
+
+def blocked_operations(agent, count):
+    """Table calls that wait for the card while others want answers: see the slowest of these."""
+    return f"{sum(processes.at_once(count, call_slowly, agent, None))} calls of {BLOCKED_S} s at once"
+
+
+def never_read(number, agent, connections, seconds):
+    peers = []
+    for _ in range(connections):
+        peer = wire.connect(agent.grpc)
+        peer.sendall(wire.opening(window=0) + b"".join(
+            wire.call(stream, wire.PORT_GET) for stream in range(1, 2 * STREAMS, 2)))
+        peers.append(peer)
+    time.sleep(seconds)
+    return len(peers) * STREAMS
+
+
+def closed_windows(agent, connections):
+    """Calls whose answers nobody takes, 128 on a connection."""
+    return f"{sum(processes.at_once(2, never_read, agent, connections // 2, 3))} answers"

@@ -14,7 +14,7 @@
 #include "svc/debug.h"
 #include "svc/interface.h"
 #include "svc/interface_info.h"
-#include "svc/lif.h"
+#include "svc/lif_classic.h"
 #include "svc/pipeline.h"
 #include "svc/port_record.h"
 #include "svc/system.h"

@@ -18,7 +18,7 @@
 #include "svc/debug.h"
 #include "svc/host_if_mac.h"
 #include "svc/interface.h"
-#include "svc/lif.h"
+#include "svc/lif_classic.h"
 #include "svc/nyx_tbl_functions.h"
 #include "svc/pipeline.h"
 #include "svc/port.h"

@@ -26,7 +26,7 @@
 #include "sim/api/tables.h"
 #include "svc/debug.h"
 #include "svc/interface.h"
-#include "svc/lif.h"
+#include "svc/lif_classic.h"
 #include "svc/pipeline.h"
 #include "svc/port.h"
 #include "svc/system.h"

@@ -2,7 +2,7 @@
 
 #include "sim/api/lifs.h"
 #include "svc/interface.h"
-#include "svc/lif.h"
+#include "svc/lif_classic.h"
 #include "tests/card_fixture.h"
 #include "tests/record_bytes.h"
 

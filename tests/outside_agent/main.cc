@@ -20,7 +20,7 @@
 #include "svc/grpc_nyx_tbl.h"
 #include "svc/host_if_mac.h"
 #include "svc/interface.h"
-#include "svc/lif.h"
+#include "svc/lif_classic.h"
 #include "svc/pipeline.h"
 #include "svc/port.h"
 #include "svc/system.h"

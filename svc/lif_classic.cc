@@ -1,4 +1,4 @@
-#include "svc/lif.h"
+#include "svc/lif_classic.h"
 
 #include <algorithm>
 #include <cstddef>

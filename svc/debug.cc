@@ -11,10 +11,12 @@
 #include "svc/common/ret_code.h"
 #include "svc/common/text.h"
 #include "svc/common/trace.h"
+#include "svc/debug_internal_port.h"
+#include "svc/debug_statistics.h"
 
 namespace {
 
-// By the messages' level.
+// Indexed by the messages' level, whose order is another one.
 constexpr sdk::types::trace_level_e k_trace_levels[] = {
     sdk::types::TRACE_LEVEL_NONE, sdk::types::TRACE_LEVEL_ERROR, sdk::types::TRACE_LEVEL_DEBUG,
     sdk::types::TRACE_LEVEL_WARN, sdk::types::TRACE_LEVEL_INFO,  sdk::types::TRACE_LEVEL_VERBOSE,
@@ -24,7 +26,7 @@ constexpr uint32_t k_all_llc_types = 0xffffffff;
 constexpr uint32_t k_max_llc_type = 32;
 constexpr uint32_t k_max_reported_llc_type = 10;
 
-// The response has 32 bits for a figure, so that mallinfo2() would tell no more.
+// The response has 32 bits for each figure, so mallinfo2() would report no more.
 struct mallinfo heap_figures() {
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdeprecated-declarations"
@@ -32,13 +34,13 @@ struct mallinfo heap_figures() {
 #pragma GCC diagnostic pop
 }
 
-// The lowest type of those that are reported; 0 when there is none, or all are counted.
+// The lowest of the reported types; 0 when there is none, or when all types are counted.
 uint32_t llc_type_of(uint32_t mask) {
     const uint32_t type = mask == k_all_llc_types ? 0 : static_cast<uint32_t>(std::countr_zero(mask)) + 1;
     return type <= k_max_reported_llc_type ? type : 0;
 }
 
-// Named as the methods that their log lines report.
+// Named after the methods: log lines start with the function's name.
 
 void StartAacsServer(const nyx::AacsRequest *req, types::Empty *) {
     SVC_TRACE_VERBOSE("Received AACS Server Start");
@@ -184,4 +186,43 @@ grpc::Status DebugSvcImpl::StartAacsServer(grpc::ServerContext *context, const n
 grpc::Status DebugSvcImpl::StopAacsServer(grpc::ServerContext *context, const types::Empty *req,
                                           types::Empty *rsp) {
     return svc::call(context, req, rsp, ::StopAacsServer);
+}
+
+grpc::Status DebugSvcImpl::PbStatsGet(grpc::ServerContext *context, const types::Empty *req,
+                                      nyx::PbStatsGetResponse *rsp) {
+    return svc::call(context, req, rsp, [&] {
+        rsp->set_api_status(sdk_ret_to_api_status(debug::nyx_pb_stats_get(nyx_pb_stats_entry_to_proto, rsp)));
+    });
+}
+
+grpc::Status DebugSvcImpl::PbDropStatsReset(grpc::ServerContext *context, const types::Empty *req,
+                                            types::Empty *rsp) {
+    return svc::call(context, req, rsp, [&] { (void)debug::nyx_pb_stats_reset(true, false); });
+}
+
+grpc::Status DebugSvcImpl::TableStatsGet(grpc::ServerContext *context, const types::Empty *req,
+                                         nyx::TableStatsGetResponse *rsp) {
+    return svc::call(context, req, rsp, [&] {
+        rsp->set_api_status(
+            sdk_ret_to_api_status(debug::nyx_table_stats_get(nyx_table_stats_entry_to_proto, rsp)));
+    });
+}
+
+grpc::Status DebugSvcImpl::InternalPortGet(grpc::ServerContext *context,
+                                           const nyx::InternalPortRequestMsg *req,
+                                           nyx::InternalPortResponseMsg *rsp) {
+    return svc::call(context, req, rsp, [&]() -> grpc::Status {
+        if (req->request().empty()) {
+            return {grpc::StatusCode::INVALID_ARGUMENT, "Empty Request"};
+        }
+        for (const auto &request : req->request()) {
+            if (svc::client_has_left()) {
+                return grpc::Status::CANCELLED;
+            }
+            if (!svc::append_internal_ports(static_cast<uint8_t>(request.port_number()), rsp)) {
+                return {grpc::StatusCode::INVALID_ARGUMENT, "Internal port number must be between 1-7"};
+            }
+        }
+        return grpc::Status::OK;
+    });
 }

@@ -8,9 +8,9 @@
 #include "nyx/debug.grpc.pb.h"
 #include "svc/served.h"
 
-// Methods of the service that are not here answer UNIMPLEMENTED. Each one here ends with gRPC status OK, and the
-// outcome is the response's api_status, where it has one; only InternalPortGet ends with INVALID_ARGUMENT for a bad
-// request. No state: any thread.
+// The service's other methods answer UNIMPLEMENTED. These end with gRPC status OK, and the outcome is the response's
+// api_status, where it has one; only InternalPortGet ends with INVALID_ARGUMENT for a bad request. No state: any
+// thread.
 class DebugSvcImpl final : public svc::served<nyx::DebugSvc> {
  public:
     DebugSvcImpl();
@@ -43,10 +43,5 @@ class DebugSvcImpl final : public svc::served<nyx::DebugSvc> {
                                  nyx::InternalPortResponseMsg *rsp) override;
 };
 
-// Callbacks of the debug library's walks: each appends one record to the response of its method.
-bool nyx_slab_to_proto(void *info, void *ctxt);  // a nyx_slab_info_s; false: go on
-void nyx_pb_stats_entry_to_proto(nyx_pb_debug_stats_s *stats, void *ctxt);
-void nyx_table_stats_entry_to_proto(nyx_table_stats_s *stats, void *ctxt);
-
-// Appends one port of the internal switch, counted from 0.
-void marvell_get_port_info(uint8_t port, nyx::InternalPortResponseMsg *rsp);
+// A callback of the debug library's walk: appends a nyx_slab_info_s to a nyx::SlabGetResponse. False: the walk goes on.
+bool nyx_slab_to_proto(void *info, void *ctxt);

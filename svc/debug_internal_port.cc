@@ -1,9 +1,9 @@
+#include "svc/debug_internal_port.h"
+
 #include <algorithm>
 
 #include "agent_api/internal_switch.h"
-#include "svc/common/call.h"
 #include "svc/common/text.h"
-#include "svc/debug.h"
 
 namespace {
 
@@ -36,20 +36,6 @@ void stats_to_proto(nyx::InternalPortStats *proto, const iswitch_port_stats_s_ &
     proto->set_counter_13(stats.counter[12]);
 }
 
-// All ports for port number 0. False when the switch has no such port.
-bool append_ports(uint8_t port_number, nyx::InternalPortResponseMsg *rsp) {
-    const uint32_t count = sdk::iswitch::iswitch_get_max_ports();
-    if (port_number > count) {
-        return false;
-    }
-    const uint32_t first = port_number ? port_number - 1 : 0;
-    const uint32_t last = port_number ? port_number : std::min<uint32_t>(count, UINT8_MAX + 1);
-    for (uint32_t port = first; port < last; port++) {
-        marvell_get_port_info(static_cast<uint8_t>(port), rsp);
-    }
-    return true;
-}
-
 }  // namespace
 
 void marvell_get_port_info(uint8_t port, nyx::InternalPortResponseMsg *rsp) {
@@ -66,21 +52,15 @@ void marvell_get_port_info(uint8_t port, nyx::InternalPortResponseMsg *rsp) {
     stats_to_proto(proto->mutable_stats(), stats);
 }
 
-grpc::Status DebugSvcImpl::InternalPortGet(grpc::ServerContext *context,
-                                           const nyx::InternalPortRequestMsg *req,
-                                           nyx::InternalPortResponseMsg *rsp) {
-    return svc::call(context, req, rsp, [&]() -> grpc::Status {
-        if (req->request().empty()) {
-            return {grpc::StatusCode::INVALID_ARGUMENT, "Empty Request"};
-        }
-        for (const auto &request : req->request()) {
-            if (svc::client_has_left()) {
-                return grpc::Status::CANCELLED;
-            }
-            if (!append_ports(static_cast<uint8_t>(request.port_number()), rsp)) {
-                return {grpc::StatusCode::INVALID_ARGUMENT, "Internal port number must be between 1-7"};
-            }
-        }
-        return grpc::Status::OK;
-    });
+bool svc::append_internal_ports(uint8_t port_number, nyx::InternalPortResponseMsg *rsp) {
+    const uint32_t count = sdk::iswitch::iswitch_get_max_ports();
+    if (port_number > count) {
+        return false;
+    }
+    const uint32_t first = port_number ? port_number - 1 : 0;
+    const uint32_t last = port_number ? port_number : std::min<uint32_t>(count, UINT8_MAX + 1);
+    for (uint32_t port = first; port < last; port++) {
+        marvell_get_port_info(static_cast<uint8_t>(port), rsp);
+    }
+    return true;
 }

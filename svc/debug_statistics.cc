@@ -1,10 +1,11 @@
+#include "svc/debug_statistics.h"
+
 #include <iterator>
 #include <type_traits>
 
-#include "svc/common/call.h"
+#include "nyx/debug.pb.h"
 #include "svc/common/ret_code.h"
 #include "svc/common/text.h"
-#include "svc/debug.h"
 
 namespace {
 
@@ -95,18 +96,6 @@ void nyx_pb_stats_entry_to_proto(nyx_pb_debug_stats_s *stats, void *ctxt) {
     rsp->set_api_status(types::API_STATUS_OK);
 }
 
-grpc::Status DebugSvcImpl::PbStatsGet(grpc::ServerContext *context, const types::Empty *req,
-                                      nyx::PbStatsGetResponse *rsp) {
-    return svc::call(context, req, rsp, [&] {
-        rsp->set_api_status(sdk_ret_to_api_status(debug::nyx_pb_stats_get(nyx_pb_stats_entry_to_proto, rsp)));
-    });
-}
-
-grpc::Status DebugSvcImpl::PbDropStatsReset(grpc::ServerContext *context, const types::Empty *req,
-                                            types::Empty *rsp) {
-    return svc::call(context, req, rsp, [&] { (void)debug::nyx_pb_stats_reset(true, false); });
-}
-
 void nyx_table_stats_entry_to_proto(nyx_table_stats_s *stats, void *ctxt) {
     auto *rsp = static_cast<nyx::TableStatsGetResponse *>(ctxt);
     auto *proto = rsp->add_response();
@@ -119,12 +108,4 @@ void nyx_table_stats_entry_to_proto(nyx_table_stats_s *stats, void *ctxt) {
         count_to_proto(proto->mutable_table_stats()->add_entry(), type, stats->table_counter[type]);
     }
     rsp->set_api_status(types::API_STATUS_OK);
-}
-
-grpc::Status DebugSvcImpl::TableStatsGet(grpc::ServerContext *context, const types::Empty *req,
-                                         nyx::TableStatsGetResponse *rsp) {
-    return svc::call(context, req, rsp, [&] {
-        rsp->set_api_status(
-            sdk_ret_to_api_status(debug::nyx_table_stats_get(nyx_table_stats_entry_to_proto, rsp)));
-    });
 }

@@ -4,6 +4,7 @@
 
 #include "agent_api/control_plane.h"
 #include "agent_api/interface.h"
+#include "agent_api/lif.h"
 #include "svc/common/batch.h"
 #include "svc/common/call.h"
 #include "svc/common/object_read.h"
@@ -12,6 +13,7 @@
 #include "svc/host_if_mac_changes.h"
 #include "svc/interface_info.h"
 #include "svc/interface_spec.h"
+#include "svc/lif.h"
 
 namespace {
 
@@ -44,7 +46,7 @@ void log_failed_create(const host_if_spec_s &host) {
                   macaddr2str(host.mac.bytes, false));
 }
 
-// A host interface is not created in the agent: it will find name and MAC address when it starts.
+// A host interface is not created in the agent, which reads its name and MAC address from the file at its next start.
 sdk::sdk_ret_t create_host(const host_if_spec_s &host, request_s *request) {
     auto ret = sdk::SDK_RET_INVALID_ARG;
     if (!has_name(host) || !svc::is_set(host.mac)) {
@@ -161,8 +163,8 @@ sdk::sdk_ret_t write_entries(const nyx::InterfaceRequest &req, const operation_s
 sdk::sdk_ret_t write_all(const nyx::InterfaceRequest &req, uint64_t batch, const operation_s &operation) {
     request_s request = {.batch = batch, .macs = {}, .first_host = {}};
     const auto ret = write_entries(req, operation, &request);
-    // Also after a failure: the MAC addresses before it are stored. The first host interface fails when they can't be, and
-    // was before whatever else failed.
+    // After a failure, too: what comes before it is stored. If the file can't be written, the first host interface has
+    // failed, and that came before any other failure.
     const auto macs_ret = request.macs.write();
     if (macs_ret != sdk::SDK_RET_OK) {
         operation.log_failed_host(*request.first_host);
@@ -267,4 +269,16 @@ grpc::Status IfSvcImpl::InterfaceDelete(grpc::ServerContext *context, const nyx:
 grpc::Status IfSvcImpl::InterfaceGet(grpc::ServerContext *context, const nyx::InterfaceGetRequest *req,
                                      nyx::InterfaceGetResponse *rsp) {
     return svc::call(context, req, rsp, nyx_svc_interface_get);
+}
+
+grpc::Status IfSvcImpl::LifGet(grpc::ServerContext *context, const nyx::LifGetRequest *req,
+                               nyx::LifGetResponse *rsp) {
+    return svc::call(context, req, rsp, nyx_svc_lif_get);
+}
+
+grpc::Status IfSvcImpl::LifStatsReset(grpc::ServerContext *context, const types::Id *req, types::Empty *rsp) {
+    return svc::call(context, req, rsp, [&] {
+        nyx_obj_key_s key = svc::key_to_api(req->id());
+        (void)nyx_lif_stats_reset(req->id().empty() ? nullptr : &key);
+    });
 }

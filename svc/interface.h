@@ -32,12 +32,8 @@ class IfSvcImpl final : public svc::served<nyx::IfSvc> {
 sdk::sdk_ret_t nyx_svc_interface_create(const nyx::InterfaceRequest *req, nyx::InterfaceResponse *rsp);
 sdk::sdk_ret_t nyx_svc_interface_update(const nyx::InterfaceRequest *req, nyx::InterfaceResponse *rsp);
 
-// With an own batch the response holds one status per id, all the same; with the caller's none.
+// With an own batch the response gets the same status for each id; with the caller's batch it gets none.
 sdk::sdk_ret_t nyx_svc_interface_delete(const nyx::InterfaceDeleteRequest *req,
                                         nyx::InterfaceDeleteResponse *rsp);
 
 void nyx_svc_interface_get(const nyx::InterfaceGetRequest *req, nyx::InterfaceGetResponse *rsp);
-sdk::sdk_ret_t nyx_svc_lif_get(const nyx::LifGetRequest *req, nyx::LifGetResponse *rsp);
-
-// Appends a nyx_lif_info_s to a nyx::LifGetResponse.
-void nyx_lif_api_info_to_proto(void *info, void *ctxt);

@@ -1,15 +1,15 @@
+#include "svc/lif.h"
+
 #include <iterator>
 
 #include "agent_api/lif.h"
-#include "svc/common/call.h"
 #include "svc/common/converters.h"
 #include "svc/common/object_read.h"
 #include "svc/common/text.h"
-#include "svc/interface.h"
 
 namespace {
 
-// By the object API's type.
+// Indexed by the object API's type.
 constexpr nyx::LifType k_types[] = {
     nyx::LIF_TYPE_NONE, nyx::LIF_TYPE_1,    nyx::LIF_TYPE_3, nyx::LIF_TYPE_4,
     nyx::LIF_TYPE_6,    nyx::LIF_TYPE_5,    nyx::LIF_TYPE_7, nyx::LIF_TYPE_NONE,
@@ -44,16 +44,4 @@ void nyx_lif_api_info_to_proto(void *info, void *ctxt) {
 sdk::sdk_ret_t nyx_svc_lif_get(const nyx::LifGetRequest *req, nyx::LifGetResponse *rsp) {
     return svc::read_objects<nyx_lif_info_s>(req, rsp, nyx_lif_read, nyx_lif_read_all,
                                              nyx_lif_api_info_to_proto);
-}
-
-grpc::Status IfSvcImpl::LifGet(grpc::ServerContext *context, const nyx::LifGetRequest *req,
-                               nyx::LifGetResponse *rsp) {
-    return svc::call(context, req, rsp, nyx_svc_lif_get);
-}
-
-grpc::Status IfSvcImpl::LifStatsReset(grpc::ServerContext *context, const types::Id *req, types::Empty *rsp) {
-    return svc::call(context, req, rsp, [&] {
-        nyx_obj_key_s key = svc::key_to_api(req->id());
-        (void)nyx_lif_stats_reset(req->id().empty() ? nullptr : &key);
-    });
 }

@@ -22,8 +22,8 @@ namespace base {
 // A text_source (base/json_scanner.h) that copies share. For one thread.
 class file_source {
  public:
-    // Throws std::system_error when the file can't be opened, std::runtime_error when it is not a regular file. Never waits
-    // for a writer, as opening a FIFO would.
+    // Throws std::system_error when the file can't be opened, std::runtime_error when it is not a regular file. Never
+    // waits for a writer, as opening a FIFO would.
     explicit file_source(const std::string &path) : state_(std::make_shared<state_s>()) {
         state_->path = path;
         state_->fd.reset(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));

@@ -14,8 +14,8 @@
 
 namespace base {
 
-// One element of a list: the texts of the members that were asked for. A member that is itself an object or array has an
-// empty text.
+// One element of a list: the texts of the members that were asked for. A member that is itself an object or array has
+// an empty text.
 template <size_t N>
 using json_row = std::array<std::optional<std::string>, N>;
 
@@ -91,8 +91,8 @@ class json_list_visitor {
     json_row<N> row_;
 };
 
-// Calls `on_row` with the json_row of each element of the list, in order. Throws std::runtime_error when the text is not JSON;
-// `on_row` has then been called with what comes before.
+// Calls `on_row` with the json_row of each element of the list, in order. Throws std::runtime_error when the text is
+// not JSON; `on_row` has then been called with what comes before.
 template <size_t N, class OnRow>
 json_list_e read_json_list(text_source source, std::string_view list,
                            const std::array<std::string_view, N> &members, OnRow on_row) {

@@ -1,5 +1,5 @@
-// Reads JSON (RFC 8259) of any size and depth, piece by piece. No recursion: a file of nothing but brackets must not overflow
-// the stack of the thread that reads it.
+// Reads JSON (RFC 8259) of any size and depth, piece by piece. No recursion: a file of nothing but brackets must not
+// overflow the stack of the thread that reads it.
 
 #pragma once
 
@@ -23,8 +23,8 @@ using text_source = std::function<std::string_view()>;
 //     void end();                                               it ends
 //     void value(std::string_view key, std::string_view text);  a string without its escapes, a number, or a literal
 //
-// The key is empty in an array and at the top. Both texts hold until the visitor returns. Memory is taken for the longest
-// string, and a byte for each level of nesting. For one thread.
+// The key is empty in an array and at the top. Both texts hold until the visitor returns. Memory is taken for the
+// longest string, and a byte for each level of nesting. For one thread.
 template <class Visitor>
 class json_scanner {
  public:
@@ -172,7 +172,8 @@ class json_scanner {
 
     static bool is_plain(char c) { return c >= 0x20 && c < 0x7f && c != '"' && c != '\\'; }
 
-    // A lead byte is followed by as many continuation bytes as it announces. Overlong forms pass, as they do with Boost.
+    // A lead byte is followed by as many continuation bytes as it announces. Overlong forms pass, as they do with
+    // Boost.
     void read_character(char lead, std::string *text) {
         const auto byte = static_cast<uint8_t>(lead);
         const int tails = byte < 0x80 ? 0 : byte < 0xe0 ? 1 : byte < 0xf0 ? 2 : 3;

@@ -1,4 +1,5 @@
-// A MAC file with anything in it, and one update of it, which must make of it what Boost.PropertyTree's reader and writer would.
+// A MAC file with anything in it, and one update of it, which must make of it what Boost.PropertyTree's reader and
+// writer would.
 
 #define BOOST_BIND_GLOBAL_PLACEHOLDERS  // the parser's own header is noisy without it
 

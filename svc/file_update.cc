@@ -39,8 +39,8 @@ int follow_links(std::string *path) {
     return ELOOP;
 }
 
-// Errors that stand in the way of a new file, and not of writing the old one. With any other error, a full disk above all,
-// writing in place would risk what the file holds.
+// Errors that stand in the way of a new file, and not of writing the old one. With any other error, a full disk above
+// all, writing in place would risk what the file holds.
 bool is_obstacle(int error) {
     constexpr int k_obstacles[] = {EACCES, EPERM, EROFS, EBUSY, EISDIR, ELOOP, ENXIO, ENAMETOOLONG};
     return std::ranges::find(k_obstacles, error) != std::end(k_obstacles);
@@ -188,8 +188,8 @@ void file_update::write(std::string_view text) {
     }
 }
 
-// Returns an errno. The folder is not synced, which would cost as much again: a power cut within seconds can bring the old
-// file back, whole.
+// Returns an errno. The folder is not synced, which would cost as much again: a power cut within seconds can bring the
+// old file back, whole.
 int file_update::replace(std::string_view text, const struct stat *old) {
     const int fd = new_file_.get();
     if (ftruncate(fd, 0) != 0) {  // of one that was killed

@@ -16,12 +16,12 @@ namespace svc {
 
 // Waits for the other updates, for at most 5 seconds. Where the path is a symbolic link, the file is what it leads to.
 //
-// The file is replaced whole, by a rename: a reader, or whoever comes after a crash, finds the old or the new content. It
-// keeps its owner, group and permissions. Until then the new content stands in PATH.new. That file is the lock, too: a
-// writer holds it by flock(2), so that one that is killed leaves no lock.
+// The file is replaced whole, by a rename: a reader, or whoever comes after a crash, finds the old or the new content.
+// It keeps its owner, group and permissions. Until then the new content stands in PATH.new. That file is the lock, too:
+// a writer holds it by flock(2), so that one that is killed leaves no lock.
 //
-// Where replacing is not possible but writing is, the file is written in place: its folder can't be written, it is a mount
-// point, its owner can't be given to another file, or PATH.new is somebody else's and can't be removed.
+// Where replacing is not possible but writing is, the file is written in place: its folder can't be written, it is a
+// mount point, its owner can't be given to another file, or PATH.new is somebody else's and can't be removed.
 //
 // Blocking; for one thread.
 class file_update {

@@ -18,8 +18,8 @@ std::string host_if_mac_name(const char *name);
 // interfaces took 49 seconds. For one thread.
 class host_if_mac_changes {
  public:
-    // Adds what host_if_mac_update() would do at once. Returns its code when it can be known before the file is written: for
-    // a name that is empty, and for a file that can't be written, which the first change finds out.
+    // Adds what host_if_mac_update() would do at once. Returns its code when it can be known before the file is
+    // written: for a name that is empty, and for a file that can't be written, which the first change finds out.
     sdk::sdk_ret_t add(const char *name, mac_addr_s mac);
 
     // Makes all changes, or none when it returns a code other than SDK_RET_OK.

@@ -1,5 +1,6 @@
-// Boost.PropertyTree is the format's reference, but not used: its reader recurses once per level of nesting, which overflows
-// the stack of a gRPC thread, and reading and writing trees takes 1.5 seconds for a file of 10 MB, release build.
+// Boost.PropertyTree is the format's reference, but not used: its reader recurses once per level of nesting, which
+// overflows the stack of a gRPC thread, and reading and writing trees takes 1.5 seconds for a file of 10 MB, release
+// build.
 
 #include "svc/host_if_mac_list.h"
 

@@ -31,8 +31,8 @@ struct host_if_mac_change_s {
     mac_addr_s mac;
 };
 
-// Makes the changes one after the other. A change applies to every record with its name: it replaces their MAC address, or
-// removes them when its own is all zero. A name that is not there is appended, unless the address is all zero.
+// Makes the changes one after the other. A change applies to every record with its name: it replaces their MAC address,
+// or removes them when its own is all zero. A name that is not there is appended, unless the address is all zero.
 void change_host_if_mac_list(host_if_mac_list *list, std::span<const host_if_mac_change_s> changes);
 
 }  // namespace svc

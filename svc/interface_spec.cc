@@ -28,7 +28,7 @@ sdk::sdk_ret_t refuse_mirroring(const nyx::InterfaceSpec &proto, const nyx_if_sp
     return sdk::SDK_RET_OK;
 }
 
-// A prefix that is none is stored without a family, and counts as configured all the same.
+// An invalid prefix is stored with family 0, but still counts towards the limit.
 ip_prefix_s prefix_to_api(const types::IPPrefix &proto) {
     ip_prefix_s pfx{};
     (void)ippfx_proto_spec_to_api_spec(&pfx, proto);
@@ -114,7 +114,7 @@ sdk::sdk_ret_t control_to_api(nyx_if_spec_s *spec, const nyx::ControlIfSpec &pro
     return sdk::SDK_RET_OK;
 }
 
-// Returns the number of sessions.
+// Returns the number of sessions that were stored.
 uint8_t mirror_sessions_to_api(nyx_obj_key_s (&keys)[k_max_mirror_sessions],
                                const google::protobuf::RepeatedPtrField<std::string> &ids) {
     std::ranges::transform(ids, keys, svc::key_to_api);

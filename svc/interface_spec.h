@@ -6,6 +6,6 @@
 #include "agent_api/sdk_ret.h"
 #include "nyx/interface.pb.h"
 
-// Fills a zeroed record. SDK_RET_INVALID_ARG, logged, for a specification that breaks a rule of its kind; the record
-// is then filled in part. An interface of no kind is refused without a line.
+// Fills a zeroed record. Returns SDK_RET_INVALID_ARG and logs why when a specification breaks a rule of its kind; the
+// record is then filled in part. A specification without a kind is refused without a log line.
 sdk::sdk_ret_t nyx_if_proto_to_api_spec(nyx_if_spec_s *spec, const nyx::InterfaceSpec &proto);

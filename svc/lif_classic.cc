@@ -17,7 +17,8 @@ using api::impl::quill_lif_impl;
 
 constexpr uint32_t k_max_filters = 64;
 
-// Null when the pipeline has none, or one of another kind. The table gets the key in its place in the record.
+// Null when the pipeline has no implementation object for the LIF, or one of another pipeline's. The table takes the
+// address of the key, which is the one in the record.
 const quill_lif_impl *implementation(const nyx_lif_info_s &lif) {
     const auto *key = reinterpret_cast<const uint8_t *>(&lif) + offsetof(nyx_lif_info_s, lif_id);
     auto *impl = static_cast<api::impl::lif_impl *>(api::impl::lif_impl_db()->lookup(key));

@@ -1,4 +1,4 @@
-// The classic LIF service: LIFs with the receive-side configuration that the pipeline keeps of them.
+// The classic LIF service: LIFs with their receive-side configuration in the pipeline.
 
 #pragma once
 

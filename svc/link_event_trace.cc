@@ -38,7 +38,7 @@ class trace_reader {
     // Nothing when the writer has gone on to the record's buffer.
     std::optional<record_s> record(uint32_t generation, uint32_t index) const {
         const record_s record = copy(buffer_of(generation), index);
-        // Behind the copy: no load of it can move below, as each is an acquire.
+        // Checked after the copy, none of whose loads can move below this one, as each is an acquire.
         return this->generation() - generation > 1 ? std::nullopt : std::optional(record);
     }
 
@@ -61,7 +61,8 @@ class trace_reader {
     const link_event_tracer_s &tracer_;
 };
 
-// A short text made of numbers; what does not fit is cut.
+// A short text of numbers, cut where it is full. Cheaper than strftime() and snprintf(), for up to
+// hundreds of records a port.
 class number_text {
  public:
     // At least `width` digits.
@@ -124,7 +125,7 @@ bool is_later(const link_event_time_s &time, const link_event_time_s &other) {
     return std::tie(time.seconds, time.nanoseconds) > std::tie(other.seconds, other.nanoseconds);
 }
 
-// "1.500000000"; "0.000000000" for a time that is not later. Unsigned, so that absurd times can't overflow.
+// "1.500000000"; "0.000000000" when `time` is not later. Unsigned arithmetic, so that absurd times can't overflow.
 std::string elapsed_text(const link_event_time_s &time, const link_event_time_s &previous) {
     uint64_t seconds = 0, nanoseconds = 0;
     if (is_later(time, previous)) {

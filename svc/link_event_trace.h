@@ -11,9 +11,9 @@
 
 namespace svc {
 
-// Appends the previous and the current generation of the trace, oldest record first. What is overwritten meanwhile is
-// left out, never torn. A tracer whose records hold more than 4 bytes of data is not one of a port: nothing is
-// appended. Local times are those of the process's time zone. Any thread, no lock.
+// Appends the previous and the current generation of the trace, oldest record first. Records that are overwritten
+// meanwhile are left out. A tracer whose records hold more than 4 bytes of data is not a port's, and is not read.
+// Timestamps are in the process's time zone of the moment. Any thread, no lock.
 void link_event_trace_to_proto(google::protobuf::RepeatedPtrField<nyx::PortLinkSMRecord> *records,
                                const link_event_tracer_s &tracer);
 

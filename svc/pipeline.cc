@@ -33,7 +33,7 @@ grpc::Status PipelineSvcImpl::MeterStatsGet(grpc::ServerContext *context,
 
 void nyx_session_stats_to_proto(uint32_t index, session_stats_entry_s *entry, void *ctxt) {
     auto *proto = static_cast<nyx::SessionStatsGetResponse *>(ctxt)->add_response();
-    // The words of each pair change places.
+    // Records and messages order the words of a pair differently.
     proto->set_counter_a(entry->word[1]);
     proto->set_counter_b(entry->word[0]);
     proto->set_counter_c(entry->word[3]);

@@ -37,5 +37,5 @@ class PipelineSvcImpl final : public svc::served<nyx::PipelineSvc> {
 // Appends one session to a nyx::SessionStatsGetResponse.
 void nyx_session_stats_to_proto(uint32_t index, session_stats_entry_s *entry, void *ctxt);
 
-// Does nothing: meters are walked over, and not reported.
+// Does nothing: meters are walked, but not reported.
 void nyx_meter_stats_to_proto(nyx_meter_stats_entry_s *entry, void *ctxt);

@@ -9,10 +9,10 @@
 
 namespace {
 
-// Named as the method that its log line reports.
+// Named after the method: log lines start with the function's name.
 void PortStatsReset(const types::Id *req, types::Empty *) {
     if (req->id().size() > sizeof(nyx_obj_key_s::id)) {
-        // As the all-zero key it could reset more than was meant.
+        // It would become the all-zero key, which may stand for all ports.
         SVC_TRACE_ERR("Port statistics not reset, id of {} bytes names no port", req->id().size());
         return;
     }

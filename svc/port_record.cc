@@ -26,7 +26,7 @@ nyx::PortSettingB setting_b_to_proto(uint32_t setting) {
     return static_cast<nyx::PortSettingB>(known ? known + k_setting_b_offset : 0);
 }
 
-// Numbers below the offset come out huge, and are none too.
+// Values below the offset wrap around to large numbers and are rejected like them.
 uint32_t setting_b_to_api(nyx::PortSettingB setting) {
     return svc::known_or_none(static_cast<uint32_t>(setting) - k_setting_b_offset, k_last_setting_b);
 }

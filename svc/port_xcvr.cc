@@ -29,7 +29,7 @@ constexpr field_s k_vendor_revision_sfp = {56, 4};
 constexpr field_s k_vendor_revision_qsfp = {56, 2};
 constexpr field_s k_vendor_serial = {68, 16};
 
-// The field without the blanks that fill it up; what is not printable ASCII becomes an underscore.
+// The field without trailing blanks; each byte that is not printable ASCII becomes an underscore.
 std::string text_of(memory_t memory, field_s field) {
     const std::string_view bytes(reinterpret_cast<const char *>(memory.data()), memory.size());
     const std::string_view filled = bytes.substr(field.offset, field.size);
@@ -39,7 +39,8 @@ std::string text_of(memory_t memory, field_s field) {
     return text;
 }
 
-// How many places the platform's table has, by the symbol table of whoever defines it: its declaration leaves that open.
+// How many places the platform's table has. Its declaration leaves that open, so the size comes from the symbol table
+// of the library that defines it.
 size_t num_xcvrs() {
     Dl_info object;
     void *symbol = nullptr;
@@ -50,7 +51,7 @@ size_t num_xcvrs() {
 
 bool is_qsfp(uint32_t xcvr_number) {
     static const size_t count = num_xcvrs();
-    const uint32_t index = xcvr_number - 1;  // number 0 is none: its index is beyond any table
+    const uint32_t index = xcvr_number - 1;  // number 0 wraps around, beyond any table
     const xcvr_s *xcvr = index < count ? g_xcvr[index] : nullptr;
     return xcvr && (xcvr->type == XCVR_TYPE_QSFP || xcvr->type == XCVR_TYPE_QSFP28);
 }

@@ -7,8 +7,8 @@
 
 namespace svc {
 
-// Fills an empty message. A transceiver number outside sdk::platform::g_xcvr, or without a descriptor there, counts
-// as an SFP-class module.
+// Fills an empty message. A transceiver number beyond sdk::platform::g_xcvr, or without a descriptor there, counts as
+// an SFP-class module.
 void xcvr_to_proto(nyx::PortXcvrStatus *proto, const port_status_s &port);
 
 }  // namespace svc

@@ -49,7 +49,7 @@ void readings_to_proto(nyx::SystemGetResponse *rsp, const readings_s &readings) 
     values_to_proto(rsp->mutable_temperature(), readings.temperature);
 }
 
-// A value in MHz that a clock accepts.
+// A frequency that a clock accepts, and the system API's number for it.
 struct frequency_s {
     uint32_t mhz;
     nyx_clock_freq_e number;
@@ -65,7 +65,8 @@ constexpr frequency_s k_arm_frequencies[] = {{1667, NYX_CLOCK_FREQ_1667},
                                              {3000, NYX_CLOCK_FREQ_3000}};
 constexpr frequency_s k_p4_stage_frequencies[] = {{1137, NYX_CLOCK_FREQ_1137}, {1500, NYX_CLOCK_FREQ_1500}};
 
-// Changes a clock for which the request has a value, and keeps the outcome. False for a value it does not accept.
+// Changes a clock if the request has a frequency for it, and stores the outcome. False when the clock does not accept
+// it.
 bool update_clock(uint32_t mhz, std::span<const frequency_s> accepted,
                   sdk::sdk_ret_t (*update)(nyx_clock_freq_e), sdk::sdk_ret_t *ret) {
     if (mhz == 0) {
@@ -79,7 +80,7 @@ bool update_clock(uint32_t mhz, std::span<const frequency_s> accepted,
     return true;
 }
 
-// Named as the methods that their log lines report.
+// Named after the methods: log lines start with the function's name.
 
 void SystemGet(const types::Empty *, nyx::SystemGetResponse *rsp) {
     readings_s readings;

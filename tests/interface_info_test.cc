@@ -1,4 +1,4 @@
-// Records of interfaces as messages, also such as no sound library would give.
+// Records of interfaces as messages, invalid ones included.
 
 #include "svc/interface_info.h"
 
@@ -41,7 +41,7 @@ class interface_info : public test::card_service<nyx::IfSvc, IfSvcImpl> {
         return rsp.response_size() ? rsp.response(0) : nyx::Interface();
     }
 
-    // The interface of this type with these bytes besides.
+    // The interface of this type, with these bytes in its record.
     nyx::Interface get(uint32_t type, record_bytes parts) {
         parts.insert(parts.begin(), {{0, k_id}, {17, le(type, 4)}});
         return get(make_record<nyx_if_info_s>(parts));
@@ -239,7 +239,7 @@ TEST_F(interface_info, UplinkHasLldpStatusAndCounters) {
 TEST_F(interface_info, FailingLldpLibraryLeavesTheRestOfTheUplink) {
     const std::string empty = "lldp_status { local_if_status " + k_empty_lldp_side + "neighbor_if_status " +
                               k_empty_lldp_side + "} ";
-    for (const auto &index : {0x1234, 1}) {  // none known by this number, and one whose reading fails
+    for (const auto &index : {0x1234, 1}) {  // an unknown one, and one whose reading fails
         const auto entry = get(4, {{k_status + 8, le(static_cast<uint64_t>(index), 2)}});
         EXPECT_THAT(entry.status(), IsMessage("uplink_if_status { lldp_if_index: " + std::to_string(index) +
                                               " " + empty + "}"));

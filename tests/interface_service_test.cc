@@ -51,7 +51,7 @@ class interface_service : public test::card_service<nyx::IfSvc, IfSvcImpl> {
         trace_.log().trace_level = 1;
     }
 
-    // Make one call each, and give the response's statuses.
+    // Each makes one call and returns the response's statuses.
     statuses create(const std::vector<std::string> &ids, uint64_t batch = 0) {
         return write("Create", ids, 0, batch);
     }
@@ -150,7 +150,7 @@ TEST_F(interface_service, CallersBatchIsNeitherOpenedNorClosed) {
 struct failure_s {
     const char *operation;  // of the service
     const char *fault;      // what fails with SDK_RET_RETRY at the second of three entries
-    bool once;              // it is called once in a request, not for each entry
+    bool once;              // called once in a request, not once for each entry
     int status;
     const char *message;
 };
@@ -428,7 +428,7 @@ TEST_F(host_interface_service, WithoutNameOrMac_NoneIsCreated) {
     EXPECT_EQ(mac_file(), "");
 }
 
-// The first host interface finds out, and is the last entry of its request.
+// The first host interface finds out, and the entries after it are not handled.
 TEST_F(host_interface_service, UnwritableMacFileIsAnError) {
     g_host_if_mac_file = folder_ / "missing" + "/mac.json";
     EXPECT_EQ(create_host("name: 'h1' mac_address: 1"), 1);

@@ -25,7 +25,7 @@ using testing::IsEmpty;
 const std::string k_id = "id: 'ABCDEFGHIJKLMNOP' ";
 const std::string k_key_text = "41424344-4546-4748-494a-4b4c4d4e4f50";
 
-// The record that a specification leads to, after one that must be accepted or refused with these messages.
+// The record that a specification becomes; it must be accepted or refused with these messages.
 nyx_if_spec_s convert(const nyx::InterfaceSpec &proto, sdk::sdk_ret_t ret = sdk::SDK_RET_OK,
                       const std::vector<std::string> &messages = {}) {
     test::trace_capture trace(1);
@@ -63,7 +63,7 @@ std::string repeated(const std::string &text, int times) {
     return all;
 }
 
-// Enumerations outside of what is known, as a peer may send them.
+// Unknown enumerators, which a peer may send.
 constexpr int32_t k_unknown[] = {-1, 3, 6, 7, 256, 257, 258, INT32_MAX, INT32_MIN};
 
 TEST(interface_spec, IdsAboveSixteenBytesAreTheZeroKey) {

@@ -1,6 +1,4 @@
-// The link event trace in a port's status: as it stands, and while it is being written.
-
-#include "sim/card/link_event_writer.h"
+// The link event trace in a port's status, at rest and while it is being written.
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
@@ -16,6 +14,7 @@
 #include <vector>
 
 #include "agent_api/link_event_tracer.h"
+#include "sim/card/link_event_writer.h"
 #include "svc/port_record.h"
 
 namespace {
@@ -89,7 +88,7 @@ class link_event_trace : public testing::Test {
     }
 };
 
-// A time zone that is set while the process runs counts from the next trace on.
+// A new time zone is used from the next trace on.
 TEST_F(link_event_trace, TimeZoneIsThatOfTheMoment) {
     const still_trace_s trace(1, {}, events({1}));
     EXPECT_EQ(read(trace.tracer)[0].timestamp(), "1970-01-01 05:30:01.0");
@@ -176,7 +175,7 @@ TEST_F(link_event_trace, RecordsOfAnotherShapeAreNeverReadBeyondTheirEnd) {
     EXPECT_THAT(states(no_buffers.tracer), IsEmpty());
 }
 
-// Event number n of a trace in which each part of a record tells n.
+// Event number n of a trace in which each part of a record is made from n.
 uint32_t state_of(int64_t n) { return static_cast<uint32_t>(1 + n % 24); }
 link_event_time_s wall_clock_of(int64_t n) { return {n, n * 7919 % 1000 * 1'000'000}; }
 link_event_time_s elapsed_clock_of(int64_t n) { return {2 * n, n}; }
@@ -192,7 +191,7 @@ int64_t number_of(const nyx::PortLinkSMRecord &record, std::string *fault) {
     return n;
 }
 
-// What is wrong with the records; empty when nothing is. Returns the number of the last one.
+// Checks the records; `fault` takes what is wrong. Returns the number of the last one.
 int64_t check(const std::vector<nyx::PortLinkSMRecord> &records, std::string *fault) {
     int64_t last = 0;
     for (const auto &record : records) {
@@ -240,7 +239,7 @@ TEST_P(written_trace, ReadersFindWholeRecordsInTheirOrder) {
         trace.append(state_of(written), wall_clock_of(written), elapsed_clock_of(written));
     };
     while (written <= 2 * GetParam()) {
-        append();  // so that readers that are quicker than the writer's thread find something
+        append();  // so that readers find something before the writer's thread runs
     }
     std::thread writer([&] {
         while (!done || written < 5000) {
@@ -262,7 +261,7 @@ TEST_P(written_trace, ReadersFindWholeRecordsInTheirOrder) {
         EXPECT_EQ(each.fault, "");
         records += each.records;
     }
-    // Of small buffers a reader may never catch one.
+    // A reader may never catch a record of a small buffer.
     EXPECT_TRUE(records > 0 || GetParam() < 256);
     const auto at_the_end = read(*trace.tracer());
     EXPECT_GT(at_the_end.size(), GetParam());  // one buffer is full, the other has something

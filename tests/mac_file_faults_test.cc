@@ -1,5 +1,5 @@
-// The MAC file of host interfaces, while each system call and each allocation of an update fails in turn, and on a full disk.
-// Linked in, this replaces these calls in the whole process.
+// The MAC file of host interfaces, while each system call and each allocation of an update fails in turn, and on a full
+// disk. Linked in, this replaces these calls in the whole process.
 
 #include <dlfcn.h>
 #include <fcntl.h>

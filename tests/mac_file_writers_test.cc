@@ -48,8 +48,8 @@ class mac_file_writers : public test::mac_file {
         return status;
     }
 
-    // Starts a writer that goes on from update `first`, and is killed some time after that. Returns the last update that it
-    // acknowledged.
+    // Starts a writer that goes on from update `first`, and is killed some time after that. Returns the last update
+    // that it acknowledged.
     uint32_t write_until_killed(uint32_t first, suseconds_t after_us) {
         int pipe_ends[2];
         EXPECT_EQ(pipe(pipe_ends), 0);

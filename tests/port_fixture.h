@@ -1,4 +1,4 @@
-// Ports whose records are laid out by offset, behind the port service.
+// The port service, over ports whose records are laid out by offset.
 
 #pragma once
 
@@ -20,7 +20,7 @@ namespace test {
 inline constexpr size_t k_status = 383;  // where the status part starts
 inline constexpr size_t k_xcvr_id = 53;  // in the status part
 
-// The record of a port, zero but for what is put into it.
+// The record of a port, zero except for what is put into it.
 class port_record {
  public:
     explicit port_record(std::string_view id, uint32_t port_type = 1) {

@@ -1,4 +1,4 @@
-// Packed records as bytes at offsets, without the names of their members.
+// Packed records as bytes at offsets, independent of the names of their members.
 
 #pragma once
 
@@ -10,7 +10,7 @@
 
 namespace test {
 
-// An integer as it stands in a record.
+// An integer's bytes in a record.
 inline std::string le(uint64_t number, size_t width) {
     std::string bytes;
     for (size_t i = 0; i < width; i++) {
@@ -25,7 +25,7 @@ struct bytes_at_s {
 };
 using record_bytes = std::vector<bytes_at_s>;
 
-// A record that is zero but for these bytes; later ones replace earlier ones.
+// A record that is zero except for these bytes; later ones replace earlier ones.
 template <class Record>
 Record make_record(const record_bytes &parts) {
     std::string bytes(sizeof(Record), '\0');

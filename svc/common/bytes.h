@@ -21,7 +21,7 @@ template <size_t N>
     src.copy(reinterpret_cast<char *>(dst), N);
 }
 
-// Without the temporary string that the setter of a message makes.
+// Fills a message's string in place: its setter would make a temporary string.
 template <size_t N>
 void load_bytes(std::string *dst, const uint8_t (&src)[N]) {
     dst->assign(reinterpret_cast<const char *>(src), N);

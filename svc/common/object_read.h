@@ -12,8 +12,8 @@ namespace svc {
 
 // Reads the objects with the ids of the request, in order and up to the first failure, or all objects when it has no
 // ids. `read` is sdk_ret_t(nyx_obj_key_s *, Info *), `read_all` walks over all records, and `to_proto` appends a
-// record to the response, which takes the translated outcome. What was appended before a failure stays. A client that
-// has left is one.
+// record to the response, which gets the translated outcome. What was appended before a failure stays. A client that has
+// left counts as a failure.
 template <class Info, class Request, class Response, class Read, class ReadAll>
 sdk::sdk_ret_t read_objects(const Request *req, Response *rsp, Read read, ReadAll read_all,
                             nyx_read_cb_t to_proto) {

@@ -18,7 +18,7 @@ constexpr std::array<uint32_t, 7> k_tbl_svc_statuses = {
     API_STATUS_RESOURCE_EXHAUSTION,
 };
 
-// The first codes as the table service knows them, some with a status of their own, and all others an error.
+// The first codes as for the table service, three more with a status of their own; all others are an error.
 constexpr auto k_statuses = [] {
     std::array<uint8_t, SDK_RET_GENERIC_ERROR + 1> statuses{};
     statuses.fill(API_STATUS_ERROR);

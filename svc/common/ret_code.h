@@ -20,7 +20,7 @@ std::ostream &operator<<(std::ostream &out, sdk_ret_t ret);
 template <>
 struct fmt::formatter<sdk::sdk_ret_t> : fmt::ostream_formatter {};
 
-// The translation of all services but the table service. A code that it does not know is API_STATUS_ERROR.
+// The translation for all services except the table service. An unknown code is API_STATUS_ERROR.
 types::ApiStatus sdk_ret_to_api_status(sdk::sdk_ret_t ret);
 
 // The table service's translation: it knows the codes 0 to 6, and is API_STATUS_ERROR for all others.

@@ -1,4 +1,4 @@
-// Text out of records: names from hardware and from network neighbours, maybe unterminated, in any encoding.
+// Text in records: names from hardware and network neighbours, perhaps unterminated, in any encoding.
 
 #pragma once
 

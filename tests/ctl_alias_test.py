@@ -60,17 +60,17 @@ class AliasTest(agent.SharedAgentTestCase):
                                 (["show", "sessions", "0", "-1"], "see nyxctl show sessions --help"),
                                 (["add", "interface", "l4", "id=1"], "nearest: l3"),
                                 (["add", "interface", "l3", "encap.value.val_vlan=65536"], "largest is 65535"),
-                                (["del", "interface", "00" * 17], "17 bytes"),
                                 (["call", "InterfaceGet", "id=0"], "odd number of hex digits")):
             self.assertIn(text, self.ctl(*arguments, code=2, grpc=NOWHERE).stderr)
         self.ctl("set", "quiesce", "on", code=3, grpc=NOWHERE)
 
     def test_what_the_agent_refuses_is_exit_code_5(self):
-        for arguments, text in ((["set", "port", "99", "number_a=1"], "the agent has 1"),
-                                (["clear", "port-stats", "ffff"], "LOOKUP_FAILURE"),
-                                (["clear", "lif-stats", "ffff"], "LOOKUP_FAILURE"),
+        for arguments, text in ((["set", "port", "99", "number_a=1"], "known: 1, 2"),
+                                (["clear", "port-stats", "ffff"], "known: 1, 2"),
+                                (["clear", "lif-stats", "ffff"], "host0-lif"),
                                 (["set", "clock", "core=1"], "INVALID_ARG"),
-                                (["del", "interface", "ffff"], "LOOKUP_FAILURE")):
+                                (["del", "interface", "00" * 17], "host0"),
+                                (["del", "interface", "ffff"], "host0")):
             self.assertIn(text, self.ctl(*arguments, code=5).stderr)
 
     def test_interfaces_of_each_kind_come_change_and_go(self):
@@ -94,7 +94,8 @@ class AliasTest(agent.SharedAgentTestCase):
         self.assertEqual(self.call("ProcessRecoveryGet")["recovery_status"], "RECOVERY_STATUS_ENABLED")
         self.ctl("set", "clock", "p4=1137", "core=900")
         for arguments in (["set", "trace-level", "debug"], ["set", "statistics", "lifs", "off"],
-                          ["set", "quiesce", "off"], ["clear", "drop-stats"], ["clear", "lif-stats"]):
+                          ["set", "quiesce", "off"], ["clear", "drop-stats"], ["clear", "lif-stats"],
+                          ["clear", "lif-stats", "host0-lif"]):
             self.assertEqual(json.loads(self.ctl(*arguments, "-j").stdout), {"status": "ok"})
 
     def test_clear_port_stats_clears_one_port(self):

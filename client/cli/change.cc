@@ -6,7 +6,6 @@
 #include "client/core/grpc_call.h"
 #include "client/core/json.h"
 #include "client/core/text_io.h"
-#include "nyx/types/object.pb.h"
 
 namespace pb = google::protobuf;
 
@@ -31,17 +30,6 @@ outcome_s set_fields(std::span<pb::Message *const> messages, words_t words) {
 }
 
 outcome_s set_fields(pb::Message *message, words_t words) { return set_fields({&message, 1}, words); }
-
-outcome_s read_id(const std::string &text, std::string *id) {
-    if (text.empty()) {
-        return usage_failure("invalid id \"\"; give a UUID or hex digits");
-    }
-    types::Id message;
-    const std::string word = "id=" + text;
-    outcome_s outcome = set_fields(&message, {&word, 1});
-    *id = message.id();
-    return outcome;
-}
 
 outcome_s call(const global_options_s &global, const std::string &method, const pb::Message &request,
                pb::Message *response) {

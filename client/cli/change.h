@@ -19,10 +19,6 @@ using words_t = std::span<const std::string>;
 outcome_s set_fields(std::span<google::protobuf::Message *const> messages, words_t words);
 outcome_s set_fields(google::protobuf::Message *message, words_t words);
 
-// Reads an id, a UUID or hex digits. An empty one is refused: an unset variable of a script must not mean the object
-// with the all-zero id.
-outcome_s read_id(const std::string &text, std::string *id);
-
 // Calls a method by its full name, and checks the api_status of the response.
 outcome_s call(const global_options_s &global, const std::string &method,
                const google::protobuf::Message &request, google::protobuf::Message *response);

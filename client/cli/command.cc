@@ -65,6 +65,9 @@ std::string complaint(const argument_s &argument, const std::string &value) {
     if (argument.kind == KIND_NUMBER || argument.kind == KIND_SECONDS) {
         return range_complaint(argument, value);
     }
+    if (argument.kind == KIND_ID && value.empty()) {
+        return "invalid id \"\"; give the id or another name of the object";
+    }
     if (argument.kind == KIND_CHOICE && std::ranges::count(argument.choices, value) == 0) {
         return fmt::format("invalid \"{}\"; give one of {}{}", value, fmt::join(argument.choices, ", "),
                            base::nearest_names_text(value, argument.choices));

@@ -21,6 +21,7 @@ enum kind_e {
     KIND_CHOICE,   // one of `choices`, anything else is refused
     KIND_NUMBER,   // a whole number of `least` to `most`, decimal or 0x and hex digits
     KIND_SECONDS,  // of `least` to `most`
+    KIND_ID,  // of an object, or another name of it; never empty: an unset variable must not mean any object
     KIND_FILE,
     KIND_SERVICE,
     KIND_METHOD,

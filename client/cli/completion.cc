@@ -245,6 +245,7 @@ void add_names(const argument_s &argument, const names_t &before, const std::str
         case KIND_KEY_FIELD:
             return add_entry_fields(first, argument.kind == KIND_KEY_FIELD, found);
         case KIND_TEXT:
+        case KIND_ID:
         case KIND_FLAG:
         case KIND_CHOICE:
         case KIND_NUMBER:

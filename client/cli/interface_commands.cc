@@ -5,6 +5,7 @@
 #include "client/cli/change.h"
 #include "client/cli/commands.h"
 #include "client/core/field_value.h"
+#include "client/view/find_object.h"
 #include "nyx/interface.pb.h"
 
 namespace pb = google::protobuf;
@@ -79,7 +80,7 @@ outcome_s add_interface(const given_s &given) { return write_interface(given, "n
 outcome_s del_interface(const given_s &given) {
     nyx::InterfaceDeleteRequest request;
     for (const std::string &text : given.all("ID")) {
-        if (outcome_s outcome = read_id(text, request.add_id()); !outcome.ok()) {
+        if (outcome_s outcome = find_id(given.global, "interface", text, request.add_id()); !outcome.ok()) {
             return outcome;
         }
     }
@@ -101,9 +102,9 @@ commands_t interface_commands() {
          add_interface},
         {"del", "Delete interfaces", "Example:\n  nyxctl del interface 0a 0b"},
         {"del interface",
-         "Delete interfaces by their ids: all of them or none",
+         "Delete interfaces: all of them or none",
          "Example:\n  nyxctl del interface 0a 0b",
-         {{"ID", "Id as UUID or hex digits", KIND_TEXT, COUNT_SOME}},
+         {{"ID", "Id, name, MAC address or if_index", KIND_ID, COUNT_SOME}},
          del_interface},
     };
 }

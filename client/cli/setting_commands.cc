@@ -1,14 +1,13 @@
 #include <fmt/format.h>
 
 #include <algorithm>
-#include <charconv>
 
 #include "client/cli/change.h"
 #include "client/cli/commands.h"
 #include "client/core/field_value.h"
 #include "client/core/json.h"
+#include "client/view/find_object.h"
 #include "nyx/debug.pb.h"
-#include "nyx/lif.pb.h"
 #include "nyx/port.pb.h"
 #include "nyx/system.pb.h"
 #include "nyx/types/object.pb.h"
@@ -17,8 +16,6 @@ namespace pb = google::protobuf;
 
 namespace nyxctl {
 namespace {
-
-constexpr size_t k_port_number_digits = 3;
 
 constexpr char k_port_footer[] =
     R"(The service replaces all settings of a port. So nyxctl reads the port, changes
@@ -42,33 +39,18 @@ std::string quiet(const std::string &example) {
     return "The agent does not report failures.\n\nExample:\n  nyxctl " + example;
 }
 
-// The port of an id, or of a number of up to three digits.
+// The settings of a port, found by its number or id.
 outcome_s read_port(const global_options_s &global, const std::string &port, nyx::PortSpec *spec) {
-    uint32_t number = 0;
-    const char *end = port.data() + port.size();
-    const bool is_number = port.size() <= k_port_number_digits && !port.empty() &&
-                           std::from_chars(port.data(), end, number).ptr == end;
     nyx::PortGetRequest request;
-    if (!is_number) {
-        if (outcome_s outcome = read_id(port, request.add_id()); !outcome.ok()) {
-            return outcome;
-        }
-    }
     nyx::PortGetResponse response;
-    if (outcome_s outcome = call(global, "nyx.PortSvc.PortGet", request, &response); !outcome.ok()) {
-        outcome.text = fmt::format("port {}: {}", port, outcome.text);
-        return outcome;
+    outcome_s outcome = find_id(global, "port", port, request.add_id());
+    if (outcome.ok()) {
+        outcome = call(global, "nyx.PortSvc.PortGet", request, &response);
     }
-    std::vector<uint32_t> known;
-    for (const nyx::Port &found : response.response()) {
-        if (!is_number || found.spec().port_number() == number) {
-            *spec = found.spec();
-            return {};
-        }
-        known.push_back(found.spec().port_number());
+    if (outcome.ok() && response.response_size() > 0) {
+        *spec = response.response(0).spec();
     }
-    return {NYXCTL_EXIT_API_STATUS,
-            fmt::format("port {}: no such port; the agent has {}", port, fmt::join(known, ", "))};
+    return outcome;
 }
 
 outcome_s set_port(const given_s &given) {
@@ -89,34 +71,22 @@ outcome_s set_port(const given_s &given) {
     return outcome.ok() ? change(given.global, "nyx.PortSvc.PortUpdate", request) : outcome;
 }
 
-outcome_s clear_port_stats(const given_s &given) {
-    nyx::PortSpec spec;
-    if (given.has("PORT")) {
-        if (outcome_s outcome = read_port(given.global, given.one("PORT"), &spec); !outcome.ok()) {
-            return outcome;
-        }
-    }
+// The services report no failure, so that an object that does not exist is found out before.
+outcome_s clear_stats(const given_s &given, const char *kind, const char *method) {
     types::Id id;
-    id.set_id(spec.id());
-    return change(given.global, "nyx.PortSvc.PortStatsReset", id);
+    outcome_s outcome;
+    if (given.has("ID")) {
+        outcome = find_id(given.global, kind, given.one("ID"), id.mutable_id());
+    }
+    return outcome.ok() ? change(given.global, method, id) : outcome;
 }
 
-// The service reports no failure: whether there is such a LIF is asked first.
+outcome_s clear_port_stats(const given_s &given) {
+    return clear_stats(given, "port", "nyx.PortSvc.PortStatsReset");
+}
+
 outcome_s clear_lif_stats(const given_s &given) {
-    types::Id id;
-    if (given.has("ID")) {
-        if (outcome_s outcome = read_id(given.one("ID"), id.mutable_id()); !outcome.ok()) {
-            return outcome;
-        }
-        nyx::LifGetRequest request;
-        nyx::LifGetResponse response;
-        request.add_id(id.id());
-        if (outcome_s outcome = call(given.global, "nyx.IfSvc.LifGet", request, &response); !outcome.ok()) {
-            outcome.text = fmt::format("LIF {}: {}", given.one("ID"), outcome.text);
-            return outcome;
-        }
-    }
-    return change(given.global, "nyx.IfSvc.LifStatsReset", id);
+    return clear_stats(given, "lif", "nyx.IfSvc.LifStatsReset");
 }
 
 outcome_s clear_drop_stats(const given_s &given) {
@@ -198,7 +168,7 @@ commands_t setting_commands() {
         {"set port",
          "Change settings of a port and keep the others",
          k_port_footer,
-         {{"PORT", "Port number of up to 3 digits, or id", KIND_TEXT, COUNT_ONE, "ID|NUMBER"},
+         {{"PORT", "Port number or id", KIND_ID, COUNT_ONE, "ID|NUMBER"},
           {"SETTING", "A setting and its value", KIND_PORT_FIELD, COUNT_SOME, "SETTING=VALUE"}},
          set_port},
         {"set trace-level",
@@ -231,13 +201,13 @@ commands_t setting_commands() {
         {"clear port-stats",
          "Clear the counters of a port",
          quiet("clear port-stats 1"),
-         {{"PORT", "Port number of up to 3 digits, or id; without it the agent gets the all-zero id",
-           KIND_TEXT, COUNT_OPTIONAL, "ID|NUMBER"}},
+         {{"ID", "Port number or id; without it the agent gets the all-zero id", KIND_ID, COUNT_OPTIONAL,
+           "ID|NUMBER"}},
          clear_port_stats},
         {"clear lif-stats",
          "Clear the statistics of a LIF or of all LIFs",
-         quiet("clear lif-stats 0a000000-0000-4000-8000-000000040001"),
-         {{"ID", "Id as UUID or hex digits; without it all LIFs", KIND_TEXT, COUNT_OPTIONAL}},
+         quiet("clear lif-stats host0-lif"),
+         {{"ID", "Id, name or MAC address; without it all LIFs", KIND_ID, COUNT_OPTIONAL}},
          clear_lif_stats},
         {"clear drop-stats",
          "Clear the packet buffer's drop counters",

@@ -75,14 +75,7 @@ grpc::Status status_of(const Work &work) {
 
 class call_server::state {
  public:
-    explicit state(const call_limits_s &limits) : limits_(limits) {
-        if (g_current) {
-            throw std::logic_error("there is a call server already");
-        }
-        call_budget::set_limit(limits.memory);
-        g_current = this;
-    }
-
+    explicit state(const call_limits_s &limits);
     ~state() { g_current = nullptr; }
 
     int add(const char *service_name, grpc::Service *service, callable *calls,
@@ -111,6 +104,7 @@ class call_server::state {
     void look_after_calls();
 
     const call_limits_s limits_;
+    const std::unique_ptr<tick> tick_;
     std::vector<std::unique_ptr<served_method_s>> methods_;
     std::unique_ptr<grpc::ServerCompletionQueue> queue_;
     std::once_flag begun_;
@@ -119,7 +113,6 @@ class call_server::state {
     std::atomic<int> polling_ = 0;
     std::atomic<bool> ended_ = false;
     std::counting_semaphore<> spare_{0};
-    std::unique_ptr<tick> tick_;
 
     std::atomic<bool> stopping_ = false;
     std::atomic<size_t> open_ =
@@ -300,6 +293,15 @@ class call_server::state::tick final : event {
     grpc::Alarm alarm_;
 };
 
+call_server::state::state(const call_limits_s &limits)
+    : limits_(limits), tick_(std::make_unique<tick>(this)) {
+    if (g_current) {
+        throw std::logic_error("there is a call server already");
+    }
+    call_budget::set_limit(limits.memory);
+    g_current = this;
+}
+
 int call_server::state::add(const char *service_name, grpc::Service *service, callable *calls,
                             std::span<const method_s> methods) {
     const auto *descriptor =
@@ -360,7 +362,6 @@ void call_server::state::begin() {
     for (const auto &method : methods_) {
         await_calls(method.get());
     }
-    tick_ = std::make_unique<tick>(this);
     tick_->start();
 }
 
@@ -473,13 +474,13 @@ void call_server::state::look_after_calls() {
 
 void call_server::state::shutdown() {
     stopping_ = true;
-    if (tick_) {
-        tick_->stop();
-    }
+    tick_->stop();
     for (size_t open = open_; open > 0; open = open_) {
         open_.wait(open);
     }
-    queue_->Shutdown();
+    if (queue_) {
+        queue_->Shutdown();
+    }
 }
 
 call_server::call_server(const call_limits_s &limits) : state_(std::make_unique<state>(limits)) {}

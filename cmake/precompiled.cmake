@@ -1,27 +1,28 @@
-# Most of a unit's compile time is spent on the headers of the standard library, protobuf, gRPC and spdlog. With
-# NYX_PRECOMPILE they are compiled once. A missing #include then goes unnoticed: presets that ship or run in the long
-# round leave it OFF.
+# Half of the time that a unit takes to compile goes into the headers of other projects. With NYX_PRECOMPILE they are
+# compiled once. A missing #include then goes unnoticed: presets of the long round and of what is shipped leave it OFF.
 
-option(NYX_PRECOMPILE "Precompile headers of other projects" OFF)
-
-# Two sets, for code of libraries and of programs: their -fPIC and -fPIE don't match.
-if(NYX_PRECOMPILE)
-  file(WRITE ${PROJECT_BINARY_DIR}/gen/precompiled.cc "")
-  add_library(nyx_precompiled_library OBJECT ${PROJECT_BINARY_DIR}/gen/precompiled.cc)
-  add_executable(nyx_precompiled_program EXCLUDE_FROM_ALL ${PROJECT_BINARY_DIR}/gen/precompiled.cc)
-  foreach(set library program)
-    target_link_libraries(nyx_precompiled_${set} PRIVATE nyx_options agent_api gRPC::grpc++ protobuf::libprotobuf Threads::Threads)
-    target_precompile_headers(nyx_precompiled_${set} PRIVATE
-      <algorithm> <chrono> <functional> <map> <memory> <string> <thread> <unordered_map> <vector>
-      <google/protobuf/message.h> <google/protobuf/map_entry.h> <grpcpp/grpcpp.h> <spdlog/spdlog.h>)
-  endforeach()
+option(NYX_PRECOMPILE "Precompile the headers of other projects" OFF)
+if(NYX_PRECOMPILE AND CCACHE) # which otherwise keeps nothing that uses precompiled headers
+  set(CMAKE_CXX_COMPILER_LAUNCHER ${CMAKE_COMMAND} -E env CCACHE_SLOPPINESS=pch_defines,time_macros ${CCACHE})
 endif()
 
+# nyx_precompiled(SET LIBRARY... HEADERS <header>...): a set is compiled by a target of its own, which others reuse.
+function(nyx_precompiled set)
+  cmake_parse_arguments(PARSE_ARGV 1 arg "" "" "HEADERS")
+  file(WRITE ${PROJECT_BINARY_DIR}/gen/precompiled_${set}.cc "")
+  add_library(nyx_precompiled_${set} OBJECT EXCLUDE_FROM_ALL ${PROJECT_BINARY_DIR}/gen/precompiled_${set}.cc)
+  target_link_libraries(nyx_precompiled_${set} PRIVATE nyx_options agent_api protobuf::libprotobuf gRPC::grpc++ ${arg_UNPARSED_ARGUMENTS})
+  target_precompile_headers(nyx_precompiled_${set} PRIVATE
+    <algorithm> <chrono> <functional> <map> <memory> <string> <thread> <unordered_map> <vector>
+    <google/protobuf/message.h> <grpcpp/grpcpp.h> <spdlog/spdlog.h> ${arg_HEADERS})
+endfunction()
+
+# nyx_precompile(SET TARGET...): the targets need nyx_options.
 function(nyx_precompile set)
   if(NYX_PRECOMPILE)
     foreach(target IN LISTS ARGN)
-      target_link_libraries(${target} PRIVATE Threads::Threads agent_api)
-      target_compile_options(${target} PRIVATE -Wpedantic)
+      target_link_libraries(${target} PRIVATE agent_api gRPC::grpc++)
+      target_compile_options(${target} PRIVATE -fPIC) # as the set has it: -fPIE of programs does not fit
       target_precompile_headers(${target} REUSE_FROM nyx_precompiled_${set})
     endforeach()
   endif()

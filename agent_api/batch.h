@@ -13,8 +13,9 @@
 #include "agent_api/sdk_ret.h"
 
 struct nyx_batch_params_s {
-    uint64_t epoch;  // of the configuration that the batch leads to: the agent state's counter after incrementing it
-    uint8_t async;   // 0, always: commit returns when the changes are made
+    uint64_t
+        epoch;  // of the configuration that the batch leads to: the agent state's counter after incrementing it
+    uint8_t async;  // 0, always: commit returns when the changes are made
 } __attribute__((packed));
 static_assert(offsetof(nyx_batch_params_s, async) == 8);
 static_assert(sizeof(nyx_batch_params_s) == 9);

@@ -92,9 +92,9 @@ struct host_if_spec_s {
     uint32_t flow_log_action;   // 0, 1 or 2
     uint8_t has_flow_log_spec;  // 1: log_flag holds the interface's own flow-log settings; only with action 2
     uint8_t log_flag[3];
-    uint32_t learn_mode;        // 0, 1 or 2; with 0 the next two are all zero
-    uint32_t aging_timeout;     // in seconds
-    uint8_t learn_source[3];    // 0 or 1 each
+    uint32_t learn_mode;      // 0, 1 or 2; with 0 the next two are all zero
+    uint32_t aging_timeout;   // in seconds
+    uint8_t learn_source[3];  // 0 or 1 each
     uint8_t reserved;
     uint8_t flag_3;
     char name[16];  // zero-terminated

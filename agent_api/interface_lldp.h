@@ -55,7 +55,8 @@ struct nyx_if_lldp_status_s {
 };
 static_assert(offsetof(lldp_if_status_s, text) == 72);
 static_assert(offsetof(lldp_if_status_s, system_name) == 72 + sizeof(std::string));
-static_assert(offsetof(lldp_if_status_s, num_capability) == 720 + sizeof(std::string) + 8 * sizeof(lldp_capability_s));
+static_assert(offsetof(lldp_if_status_s, num_capability) ==
+              720 + sizeof(std::string) + 8 * sizeof(lldp_capability_s));
 static_assert(sizeof(lldp_if_status_s) == 2440 + sizeof(std::string));
 static_assert(sizeof(nyx_if_lldp_status_s) == 2 * sizeof(lldp_if_status_s));
 

@@ -42,7 +42,7 @@ struct link_event_buffer_s {
 
 struct link_event_tracer_s {
     link_event_buffer_s buffer[2];
-    uint32_t record_data_size;         // for ports 4: a u32, the state entered, 1 to 24; above 4 nothing is read
+    uint32_t record_data_size;  // for ports 4: a u32, the state entered, 1 to 24; above 4 nothing is read
     std::atomic<uint32_t> generation;  // 0: nothing has been written yet
 };
 static_assert(std::atomic<uint32_t>::is_always_lock_free);

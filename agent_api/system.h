@@ -63,6 +63,7 @@ enum nyx_clock_freq_e : uint32_t {
 // Change a clock at once, without a batch. The services pass only the frequencies that are listed here. One request
 // can change several clocks, in this order; a failure does not stop the next one, and the client receives the code of
 // the last one.
-sdk::sdk_ret_t nyx_clock_frequency_update(nyx_clock_freq_e frequency);      // core: 833, 900, 957, 1033 or 1100
-sdk::sdk_ret_t nyx_arm_clock_frequency_update(nyx_clock_freq_e frequency);  // Arm cores: 1667, 2000, 2200 or 3000
-sdk::sdk_ret_t nyx_p4_stage_frequency_update(nyx_clock_freq_e frequency);   // pipeline stages: 1137 or 1500
+sdk::sdk_ret_t nyx_clock_frequency_update(nyx_clock_freq_e frequency);  // core: 833, 900, 957, 1033 or 1100
+sdk::sdk_ret_t nyx_arm_clock_frequency_update(
+    nyx_clock_freq_e frequency);  // Arm cores: 1667, 2000, 2200 or 3000
+sdk::sdk_ret_t nyx_p4_stage_frequency_update(nyx_clock_freq_e frequency);  // pipeline stages: 1137 or 1500

@@ -68,8 +68,9 @@ TEST_F(port_service, ShortIdsAreFilledWithZeros_LongOnesNameNoPort) {
 
 TEST_F(port_service, EveryFieldOfTheRecordHasItsPlace) {
     auto rec = test::record_of_every_setting("port of all bits");
-    rec.put<uint8_t>(41, 0x80).put(21,
-                                   2U);  // any flag but zero counts as set; the administrative state is not reported
+    rec.put<uint8_t>(41, 0x80).put(
+        21,
+        2U);  // any flag but zero counts as set; the administrative state is not reported
     rec.put(k_status, 0x11aa2233U).put(k_status + 4, 2U).put(k_status + 8, 2U).put(k_status + 12, 1U);
     rec.put<uint8_t>(k_status + 16, 2).put(k_status + 17, 0xfedcba98U).put(k_status + 21, 1U);
     for (uint32_t i = 0; i < 7; i++) {

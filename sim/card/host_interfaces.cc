@@ -8,6 +8,7 @@
 #include <stdexcept>
 #include <string_view>
 #include <system_error>
+#include <unordered_map>
 #include <utility>
 #include <vector>
 
@@ -63,14 +64,20 @@ nyx_obj_key_s key_of(const std::string &name) {
     return key;
 }
 
-nyx_if_info_s *find_or_add(if_records_s *records, const std::string &name) {
+using info_by_name = std::unordered_map<std::string, nyx_if_info_s *>;
+
+info_by_name host_interfaces_of(if_records_s *records) {
+    info_by_name all;
     for (auto &[key, info] : records->interfaces) {
-        const char *const present = info.spec.host.name;
-        if (info.spec.type == NYX_IF_TYPE_HOST &&
-            name == std::string(present, strnlen(present, sizeof(info.spec.host.name)))) {
-            return &info;
+        if (info.spec.type == NYX_IF_TYPE_HOST) {
+            const char *const name = info.spec.host.name;
+            all.try_emplace(std::string(name, strnlen(name, sizeof(info.spec.host.name))), &info);
         }
     }
+    return all;
+}
+
+nyx_if_info_s *add(if_records_s *records, const std::string &name) {
     auto &info = records->interfaces[key_of(name)];
     info.spec.key = key_of(name);
     info.spec.type = NYX_IF_TYPE_HOST;
@@ -83,8 +90,10 @@ nyx_if_info_s *find_or_add(if_records_s *records, const std::string &name) {
 
 void take(const std::vector<recorded_s> &recorded) {
     (void)change_if_records([&](if_records_s &records) {
+        info_by_name present = host_interfaces_of(&records);
         for (const auto &[name, mac] : recorded) {
-            nyx_if_info_s *const info = find_or_add(&records, name);
+            nyx_if_info_s *&info = present[name];
+            info = info ? info : add(&records, name);
             info->spec.host.mac = info->status.host.mac = mac;
         }
         return sdk::SDK_RET_OK;

@@ -14,6 +14,9 @@
 namespace {
 
 constexpr auto k_patience = std::chrono::seconds(5);
+// For a lock that a stranger could keep for ever. Less than k_patience: other threads wait for us meanwhile.
+constexpr auto k_patience_with_strangers = std::chrono::seconds(2);
+constexpr auto k_patience_after_timeout = std::chrono::milliseconds(100);
 constexpr auto k_pause = std::chrono::milliseconds(1);
 constexpr int k_max_links = 40;  // as many as the kernel follows
 
@@ -108,8 +111,8 @@ void file_update::lock() {
     if (is_obstacle(lock_error_)) {
         lock_error_ = 0;
         old_file_.reset(open(path_.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK | O_NOFOLLOW));
-        // Anybody who may read the file could keep its lock for ever, so that waiting has no other end than time.
-        (void)wait_for(old_file_.get());
+        // Anybody who may read the file can hold its lock. After a timeout the update goes on without it.
+        (void)wait_for_stranger(old_file_.get());
     }
 }
 
@@ -120,16 +123,19 @@ int file_update::lock_new_file(uid_t owner) {
         new_file_.reset(
             open(new_path_.c_str(), O_WRONLY | O_CREAT | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0600));
         int error = !new_file_.valid() || fstat(new_file_.get(), &status) != 0 ? errno : 0;
-        const bool is_ours =
-            status.st_uid == geteuid() || status.st_uid == owner;  // the owner's: about to be renamed
-        if (!error && (!S_ISREG(status.st_mode) || !is_ours || status.st_nlink > 1)) {
+        const bool is_own = status.st_uid == geteuid();
+        const bool is_writers = is_own || status.st_uid == owner;  // the owner's: about to be renamed
+        if (!error && (!S_ISREG(status.st_mode) || !is_writers || status.st_nlink > 1)) {
+            error = EPERM;
+        }
+        if (!error && !is_own && !wait_for_stranger(new_file_.get()) && is_same_file(new_path_, status)) {
             error = EPERM;
         }
         if (is_obstacle(error) && !removed && unlink(new_path_.c_str()) == 0) {
             removed = true;
             continue;
         }
-        if (!error && !wait_for(new_file_.get())) {
+        if (!error && is_own && !wait_for(new_file_.get(), deadline_)) {
             error = ETIMEDOUT;
         }
         if (error) {
@@ -144,14 +150,21 @@ int file_update::lock_new_file(uid_t owner) {
 }
 
 // False when somebody else has kept the lock for too long. A file system without locks lets everybody pass.
-bool file_update::wait_for(int fd) const {
+bool file_update::wait_for(int fd, clock::time_point deadline) {
     while (flock(fd, LOCK_EX | LOCK_NB) != 0 && errno == EWOULDBLOCK) {
-        if (clock::now() > deadline_) {
+        if (clock::now() > deadline) {
             return false;
         }
         std::this_thread::sleep_for(k_pause);
     }
     return true;
+}
+
+// The same for a lock that a user without any right to update the file can hold.
+bool file_update::wait_for_stranger(int fd) {
+    const clock::duration patience = g_timed_out ? k_patience_after_timeout : k_patience_with_strangers;
+    g_timed_out = !wait_for(fd, clock::now() + patience);
+    return !g_timed_out;
 }
 
 base::file_source file_update::read() const {
@@ -200,8 +213,15 @@ int file_update::replace(std::string_view text, const struct stat *old) {
     }
     // The owner first: giving a file away clears permissions.
     if ((old && fchown(fd, old->st_uid, old->st_gid) != 0) ||
-        fchmod(fd, old ? old->st_mode & 07777 : 0644) != 0 || fsync(fd) != 0 ||
-        rename(new_path_.c_str(), path_.c_str()) != 0) {
+        fchmod(fd, old ? old->st_mode & 07777 : 0644) != 0 || fsync(fd) != 0) {
+        return errno;
+    }
+    // Another process that waited too long for the lock has removed our file, and may be writing its own.
+    struct stat own = {};
+    if (fstat(fd, &own) != 0 || !is_same_file(new_path_, own)) {
+        return ESTALE;
+    }
+    if (rename(new_path_.c_str(), path_.c_str()) != 0) {
         return errno;
     }
     new_file_.reset();

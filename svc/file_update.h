@@ -23,6 +23,9 @@ namespace svc {
 // Where replacing is not possible but writing is, the file is written in place: its folder can't be written, it is a
 // mount point, its owner can't be given to another file, or PATH.new is somebody else's and can't be removed.
 //
+// A user who may not update the file can lock it, or a PATH.new of their own. Such a lock delays an update by 2 seconds,
+// and the updates after it by 0.1 seconds each. It is then ignored.
+//
 // Blocking; for one thread.
 class file_update {
  public:
@@ -46,10 +49,12 @@ class file_update {
 
     void lock();
     int lock_new_file(uid_t owner);
-    bool wait_for(int fd) const;
+    static bool wait_for(int fd, clock::time_point deadline);
+    static bool wait_for_stranger(int fd);
     int replace(std::string_view text, const struct stat *old);
 
     static inline std::timed_mutex g_threads;
+    static inline bool g_timed_out = false;  // the last wait for a stranger's lock; under g_threads
     const clock::time_point deadline_;
     const std::unique_lock<std::timed_mutex> threads_;
     std::string path_, new_path_;

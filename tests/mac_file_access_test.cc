@@ -9,6 +9,8 @@
 #include <cerrno>
 #include <cstring>
 #include <functional>
+#include <thread>
+#include <vector>
 
 #include "base/unique_fd.h"
 #include "tests/mac_file_fixture.h"
@@ -55,6 +57,17 @@ class mac_file_of_others : public mac_file_access {
         own(folder_ / "", k_agent, 0755);
     }
     ~mac_file_of_others() override { (void)!seteuid(0); }
+
+    static base::unique_fd lock(const std::string &path) {
+        base::unique_fd file(open(path.c_str(), O_RDONLY | O_CLOEXEC));
+        EXPECT_EQ(flock(file.get(), LOCK_EX), 0);
+        return file;
+    }
+    base::unique_fd lock_new_file_of_stranger() {
+        std::ofstream{new_path_};
+        own(new_path_, k_stranger, 0666);
+        return lock(new_path_);
+    }
 
     static void own(const std::string &path, uid_t user, mode_t mode) {
         EXPECT_EQ(chown(path.c_str(), user, user), 0);
@@ -120,14 +133,32 @@ TEST_F(mac_file_of_others, FileThatCannotBeReplacedIsWrittenInPlace) {
 TEST_F(mac_file_of_others, StrangersLocksDoNotRefuseUpdates) {
     std::ofstream{path_ + ".lock"};
     own(path_ + ".lock", k_stranger, 0600);
-    std::ofstream{new_path_};
-    own(new_path_, k_stranger, 0666);
-    const base::unique_fd lock(open(new_path_.c_str(), O_RDWR));
-    EXPECT_EQ(flock(lock.get(), LOCK_EX), 0);
+    for (const uid_t agent : {k_agent, uid_t(0)}) {
+        put(old_);
+        const auto held = lock_new_file_of_stranger();
+        ASSERT_EQ(seteuid(agent), 0);
+        EXPECT_EQ(update_once(), SDK_RET_OK);
+        ASSERT_EQ(seteuid(0), 0);
+        EXPECT_EQ(text(), fresh_);
+        EXPECT_FALSE(fs::exists(new_path_));
+        own(path_, k_stranger, 0640);  // then PATH.new is like one that is about to be renamed
+    }
+    EXPECT_EQ(status_of(path_).st_uid, k_stranger);
+}
+
+TEST_F(mac_file_of_others, StrangersLockDelaysThreadsThatWriteInPlaceOnlyOnce) {
+    put(test::text_of({}));
+    own(folder_ / "", k_stranger, 0755);
+    const auto held = lock(path_);
     ASSERT_EQ(seteuid(k_agent), 0);
-    EXPECT_EQ(update_once(), SDK_RET_OK);
-    EXPECT_EQ(text(), fresh_);
-    EXPECT_FALSE(fs::exists(new_path_));
+    std::vector<std::thread> threads;
+    for (int i = 0; i < 8; i++) {
+        threads.emplace_back([i] { EXPECT_EQ(update("h" + std::to_string(i)), SDK_RET_OK); });
+    }
+    for (auto &thread : threads) {
+        thread.join();
+    }
+    EXPECT_EQ(read(path_).size(), 8U);
 }
 
 TEST_F(mac_file_of_others, FileThatMayNotBeWrittenIsAnErrorInAnyFolder) {

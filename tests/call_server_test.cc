@@ -193,7 +193,7 @@ TEST_P(calls, WhatAClientLeavesBehindIsNotDone) {
     bool finished = false;
     queue.Next(&tag, &finished);
     EXPECT_EQ(status.error_code(), grpc::CANCELLED);
-    // The request has ended once its place in the order of calls of this method can be taken by eight others.
+    // The request has ended when no further entry comes.
     size_t came = 0;
     do {
         came = g_meeting.came();

@@ -67,9 +67,9 @@ class call_figures {
 };
 
 void call_figures::add_entries() {
-    const chart_s chart = {"Throughput of calls, an empty handler = 1", "entries or keys a call"};
+    const chart_s chart = {"Throughput of calls (empty handler = 1)", "entries or keys a call"};
     for (const auto &[count, goal] :
-         {std::pair(1, 0.97), {10, 0.97}, {100, k_shown}, {1000, 1.30}, {10'000, k_shown}}) {
+         {std::pair(1, 0.95), {10, 1.05}, {100, 1.1}, {1000, 1.3}, {10'000, k_shown}}) {
         table_->throughput_at_least(goal, fmt::format("gRPC: flowCreate of {} / empty handler", count),
                                     call("agent", "create", count), call("empty", "create", count),
                                     {chart, "flowCreate", static_cast<double>(count)});
@@ -95,10 +95,10 @@ void call_figures::add_entries() {
     table_->time_at_most(1.25, "gRPC: an entry among 10000 / among 1000", by_entry(10'000), by_entry(1000));
 }
 
-// What arenas and callbacks gain: the same work with gRPC's default handlers.
+// What arenas and the call server gain: the same work with gRPC's default handlers.
 void call_figures::add_arenas() {
     for (const std::string what : {"create", "get"}) {
-        const chart_s chart = {fmt::format("Throughput of {}, default handlers = 1", what),
+        const chart_s chart = {fmt::format("Throughput of {} (default handlers = 1)", what),
                                "entries or keys a call"};
         for (const int clients : {1, 8}) {
             for (const int count : {1, 10, 100, 1000}) {
@@ -112,7 +112,7 @@ void call_figures::add_arenas() {
 }
 
 void call_figures::add_clients() {
-    const chart_s chart = {"Throughput of clients at once, one client = 1", "clients"};
+    const chart_s chart = {"Throughput of clients at once (one client = 1)", "clients"};
     for (const int clients : {2, 4, 8, 16}) {
         for (const std::string kind : {"agent", "empty"}) {
             table_->throughput_at_least(
@@ -122,7 +122,7 @@ void call_figures::add_clients() {
                 {chart, kind, static_cast<double>(clients)});
         }
     }
-    table_->throughput_at_least(0.97, "gRPC: flowCreate of 1, 8 clients / empty handler",
+    table_->throughput_at_least(1, "gRPC: flowCreate of 1, 8 clients / empty handler",
                                 call("agent", "create", 1, 8), call("empty", "create", 1, 8));
     table_->throughput_at_least(k_shown, "gRPC: flowCreate of 1000, 8 clients / empty handler",
                                 call("agent", "create", 1000, 8), call("empty", "create", 1000, 8));

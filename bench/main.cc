@@ -25,8 +25,7 @@ constexpr char k_usage[] =
     "\n"
     "  --quick         a few seconds: shows that everything runs, the figures say little\n"
     "  --filter REGEX  measures only what matches\n"
-    "  --output FOLDER where results.txt and charts.svg go: bench-results in the build folder, if not "
-    "given\n";
+    "  --output FOLDER where results.txt and results.json go (default: bench-results in the build folder)\n";
 
 struct options_s {
     int rounds = 30;
@@ -72,8 +71,8 @@ void write_results(const std::filesystem::path &folder, const bench::ratio_table
     }
     print_conditions(text.get());
     table.print(text.get());
-    std::ofstream(folder / "charts.svg") << table.charts();
-    printf("\nWritten to %s: results.txt and charts.svg\n", folder.c_str());
+    std::ofstream(folder / "results.json") << table.json();
+    printf("\nWritten to %s: results.txt and results.json\n", folder.c_str());
 }
 
 void measure(const options_s &options, bench::service_thread *service) {

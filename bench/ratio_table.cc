@@ -5,9 +5,8 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
+#include <nlohmann/json.hpp>
 #include <regex>
-
-#include "bench/chart.h"
 
 namespace bench {
 
@@ -88,22 +87,21 @@ void ratio_table::print(FILE *output) const {
     }
 }
 
-std::string ratio_table::charts() const {
-    std::vector<chart> charts;
+std::string ratio_table::json() const {
+    auto list = nlohmann::ordered_json::array();
     for (const auto &figure : figures_) {
-        const auto &point = figure.point;
-        if (point.chart.title.empty()) {
-            continue;
-        }
-        auto found = std::ranges::find(charts, point.chart.title, &chart::title);
-        if (found == charts.end()) {
-            charts.push_back({point.chart.title, point.chart.x_label});
-            found = charts.end() - 1;
-        }
-        found->series[point.series].push_back(
-            {point.x, figure.quantile(0.5), figure.quantile(0.25), figure.quantile(0.75)});
+        list.push_back({{"what", figure.what},
+                        {"goal", figure.goal_text()},
+                        {"verdict", figure.verdict()},
+                        {"median", figure.quantile(0.5)},
+                        {"low", figure.quantile(0.25)},
+                        {"high", figure.quantile(0.75)},
+                        {"chart", figure.point.chart.title},
+                        {"x_label", figure.point.chart.x_label},
+                        {"series", figure.point.series},
+                        {"x", figure.point.x}});
     }
-    return to_svg(charts);
+    return list.dump(1);
 }
 
 double ratio_table::figure_s::quantile(double part) const {

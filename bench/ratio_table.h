@@ -49,7 +49,7 @@ struct chart_point_s {
 // Ends the program: what was to be measured does not work.
 [[noreturn]] void fail(const std::string &what);
 
-// A goal of 0 is none: the figure is shown beside others. Owned and called by one thread.
+// A goal of 0 means that the figure has no goal. Owned and called by one thread.
 class ratio_table {
  public:
     // Time of `subject` by time of `baseline`.
@@ -66,15 +66,15 @@ class ratio_table {
     // A figure that is counted, or a time of its own.
     void count_at_most(double goal, const std::string &what, const std::function<double()> &count);
 
-    // Keeps those figures alone whose text matches the regular expression.
+    // Keeps only those figures whose text matches the regular expression.
     void filter(const std::string &regex);
 
     // Once more than `rounds`: the first one warms up and is not counted.
     void measure(int rounds, nanoseconds slice);
     void print(FILE *output) const;
 
-    // The charts, as one SVG image.
-    std::string charts() const;
+    // A list of all figures, with the middle half of their samples and their places in charts.
+    std::string json() const;
 
  private:
     struct figure_s {

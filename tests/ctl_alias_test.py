@@ -121,6 +121,13 @@ class AliasTest(agent.SharedAgentTestCase):
         result = self.ctl("describe", "InterfaceCreate", "--template", grpc=NOWHERE)
         self.assertIn("# request[0].ifinfo: uplink_spec, or", result.stderr)
 
+    def test_describe_has_the_comments_of_the_contract_before_what_they_are_about(self):
+        for symbol, text in (("PortUpdate", "\n// Replaces all settings of one port."),
+                             ("PortLinkSMRecord", "\n  // the state entered\n  .nyx.PortLinkSMState state = 3;\n"),
+                             ("FaultClear", "\n// with gRPC status NOT_FOUND"),
+                             ("HealthCheckRequest", "message HealthCheckRequest {")):
+            self.assertIn(text, self.ctl("describe", symbol, grpc=NOWHERE).stdout)
+
     def complete(self, *words):
         result = subprocess.run(["bash", "-c", COMPLETE, BIN / "nyxctl", *words], capture_output=True, text=True,
                                 timeout=PATIENCE_S, check=True)

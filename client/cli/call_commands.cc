@@ -152,10 +152,10 @@ commands_t call_commands() {
          {{"SERVICE", "Full name or the end of one; without it all services", KIND_SERVICE, COUNT_OPTIONAL}},
          run_list},
         {"describe",
-         "Show a service, method, message or enum; needs no agent",
+         "Show the contract of a symbol; needs no agent",
          "Examples:\n  nyxctl describe flow_key_t\n"
          "  nyxctl describe InterfaceCreate --template > request.json",
-         {{"SYMBOL", "Full name or the end of one", KIND_SYMBOL},
+         {{"SYMBOL", "Service, method, message or enum: its full name or the end of it", KIND_SYMBOL},
           {"--template", "JSON with every field at its default, for call; choices go to stderr", KIND_FLAG}},
          run_describe},
         {"call",

@@ -2,11 +2,14 @@
 
 #include <fmt/format.h>
 #include <fmt/ranges.h>
+#include <google/protobuf/descriptor.pb.h>
+#include <google/protobuf/descriptor_database.h>
 
 #include <algorithm>
 #include <variant>
 
 #include "base/nearest_names.h"
+#include "client/core/contract_comments.h"
 #include "nyx/fault.pb.h"
 #include "proto/proto_files.h"
 
@@ -116,15 +119,72 @@ outcome_s find(std::string_view given, std::string_view kind, std::string_view l
             : fmt::format("{} is ambiguous; give one of: {}", subject, fmt::join(candidates, ", ")));
 }
 
+// The files of generated code with the comments that it lacks.
+class commented_files final : public pb::DescriptorDatabase {
+ public:
+    commented_files() {
+        comments_.ParseFromArray(k_contract_comments.data(), static_cast<int>(k_contract_comments.size()));
+    }
+
+    bool FindFileByName(const std::string &name, pb::FileDescriptorProto *file) override {
+        return copy(generated()->FindFileByName(name), file);
+    }
+    bool FindFileContainingSymbol(const std::string &symbol, pb::FileDescriptorProto *file) override {
+        return copy(generated()->FindFileContainingSymbol(symbol), file);
+    }
+    bool FindFileContainingExtension(const std::string &, int, pb::FileDescriptorProto *) override {
+        return false;  // found in the imports of the files that use them
+    }
+
+ private:
+    static const pb::DescriptorPool *generated() { return pb::DescriptorPool::generated_pool(); }
+
+    bool copy(const pb::FileDescriptor *found, pb::FileDescriptorProto *file) const {
+        if (!found) {
+            return false;
+        }
+        found->CopyTo(file);
+        for (const pb::FileDescriptorProto &commented : comments_.file()) {
+            if (commented.name() == file->name()) {
+                *file->mutable_source_code_info() = commented.source_code_info();
+            }
+        }
+        return true;
+    }
+
+    pb::FileDescriptorSet comments_;
+};
+
+// The same descriptor of another pool.
+const pb::ServiceDescriptor *same(const pb::DescriptorPool &pool, const pb::ServiceDescriptor *service) {
+    return pool.FindServiceByName(service->full_name());
+}
+const pb::MethodDescriptor *same(const pb::DescriptorPool &pool, const pb::MethodDescriptor *method) {
+    return pool.FindMethodByName(method->full_name());
+}
+const pb::Descriptor *same(const pb::DescriptorPool &pool, const pb::Descriptor *message) {
+    return pool.FindMessageTypeByName(message->full_name());
+}
+const pb::EnumDescriptor *same(const pb::DescriptorPool &pool, const pb::EnumDescriptor *enumeration) {
+    return pool.FindEnumTypeByName(enumeration->full_name());
+}
+
 std::string definition(const symbol_t &symbol) {
+    commented_files files;
+    const pb::DescriptorPool pool(&files);
+    const auto text = [&](const auto *any) {
+        pb::DebugStringOptions options;
+        options.include_comments = true;
+        return same(pool, any)->DebugStringWithOptions(options);
+    };
     const auto *method = std::get_if<const pb::MethodDescriptor *>(&symbol);
     if (!method) {
-        return std::visit([](const auto *any) { return any->DebugString(); }, symbol);
+        return std::visit(text, symbol);
     }
     const pb::Descriptor *input = (*method)->input_type();
     const pb::Descriptor *output = (*method)->output_type();
-    return fmt::format("// {}\n{}\n{}{}", method_path(*method), (*method)->DebugString(),
-                       input->DebugString(), input == output ? "" : "\n" + output->DebugString());
+    return fmt::format("// {}\n{}\n{}{}", method_path(*method), text(*method), text(input),
+                       input == output ? "" : "\n" + text(output));
 }
 
 }  // namespace

@@ -87,6 +87,11 @@ class StructureTest(unittest.TestCase):
         proved = re.findall(r"^static_assert\(std::has_unique_object_representations_v<(\w+)>\);", code, re.M)
         self.assertEqual({name for name, packed in records if not packed} - set(proved), NOT_PACKED.keys())
 
+    def test_changes_start_with_the_version_that_is_built(self):
+        version = re.search(r"project\(\w+ VERSION (\S+)", (ROOT / "CMakeLists.txt").read_text(encoding="utf-8"))[1]
+        newest = re.search(r"^## (.*)$", (ROOT / "CHANGELOG.md").read_text(encoding="utf-8"), re.MULTILINE)[1]
+        self.assertEqual(newest, version)
+
     def test_operations_are_those_that_the_contracts_declare(self):
         operations = (ROOT / "agent_api/operations.txt").read_text(encoding="utf-8").splitlines()
         needed = {re.sub(r"\(.*|typeinfo for ", "", operation).split("::")[-1] for operation in operations}

@@ -1,4 +1,4 @@
-// An entry on its way from message to record and back, by protobuf's parse of it, by reflection and by a copy.
+// Converts an entry from message to record and back, and compares with protobuf's parse, reflection and a plain copy.
 
 #include <google/protobuf/arena.h>
 
@@ -18,7 +18,7 @@ namespace {
 
 constexpr int k_batch = 1000;
 
-// What `pointer` points at, and all other memory, counts as read and changed: the optimizer keeps what was written.
+// Keeps the optimizer from dropping writes: what `pointer` points at, and all other memory, counts as read and changed.
 void keep(const void *pointer) { asm volatile("" : : "r"(pointer) : "memory"); }
 
 // `convert` fills a record from an entry.

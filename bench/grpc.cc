@@ -1,4 +1,4 @@
-// Calls, by calls of servers that do less.
+// Measures gRPC calls against servers that do less.
 
 #include <fmt/format.h>
 
@@ -44,7 +44,7 @@ class call_figures {
         };
     }
 
-    // Processor time that the agent takes for an object of a walk.
+    // Processor time of the agent for one object of a walk.
     cost walk_cpu(const std::string &kind, double objects) const {
         return [=, *this, walk = call(kind, "walk")](nanoseconds slice) {
             const double before = ask_server(kind, "cpu_s");
@@ -84,7 +84,7 @@ void call_figures::add_entries() {
                                     call("agent", "get", count), call("empty", "get", count),
                                     {chart, "flowGet", static_cast<double>(count)});
     }
-    // What such a client sees: it parses all entries of the one response and nothing of the other.
+    // With the client's parse included: 1,000 entries from the agent, nothing from the empty handler.
     table_->throughput_at_least(k_shown, "gRPC: flowGet of 1000, parsed by the client / empty handler",
                                 call("agent", "get-parsed", 1000), call("empty", "get-parsed", 1000));
     const auto by_entry = [this](int count) {
@@ -155,7 +155,7 @@ void call_figures::add_stored_entries() {
     }
 }
 
-// What 16 calls of 10,000 entries at once take, by the bytes of their requests.
+// Peak memory of 16 concurrent calls of 10,000 entries, divided by the bytes of their requests.
 void call_figures::add_memory() {
     table_->count_at_most(k_shown, "gRPC: peak memory by byte of 16 requests at once", [*this] {
         constexpr int k_entries = 10'000, k_clients = 16;

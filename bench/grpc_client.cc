@@ -19,7 +19,7 @@ namespace bench {
 struct connection_s {
     explicit connection_s(const std::shared_ptr<grpc::Channel> &channel) : parsing(channel), bytes(channel) {}
 
-    // Generic stubs: the generated one's header takes a compiler seconds.
+    // Generic stubs: the header of the generated one takes seconds to compile.
     grpc::TemplatedGenericStub<google::protobuf::Message, google::protobuf::Message> parsing;
     grpc::TemplatedGenericStub<google::protobuf::Message, grpc::ByteBuffer> bytes;
 };
@@ -30,7 +30,7 @@ std::shared_ptr<grpc::Channel> connect(const std::string &address) {
     grpc::ChannelArguments arguments;
     arguments.SetMaxReceiveMessageSize(-1);
     arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);
-    // Large responses come at one of two speeds when gRPC measures the connection's bandwidth while it is measured.
+    // With gRPC's bandwidth probe on, large responses arrive at one of two speeds.
     arguments.SetInt(GRPC_ARG_HTTP2_BDP_PROBE, 0);
     arguments.SetInt(GRPC_ARG_HTTP2_STREAM_LOOKAHEAD_BYTES, 16 * 1024 * 1024);
     return grpc::CreateCustomChannel(address, grpc::InsecureChannelCredentials(), arguments);

@@ -23,7 +23,7 @@ class grpc_client {
     grpc_client(const std::string &address, const std::string &call, int count, size_t clients);
     ~grpc_client();
 
-    // All clients call for about `slice`, one call after the other; seconds by the calls of all of them.
+    // Each client calls for about `slice`, one call after the other. Returns seconds divided by the calls of all clients.
     double cost_of_call(std::chrono::nanoseconds slice);
 
  private:
@@ -31,8 +31,8 @@ class grpc_client {
     std::vector<std::unique_ptr<connection_s>> connections_;
 };
 
-// Fills a table of the stand-in's with so many entries, by requests of 1,000, and empties it again: throughput of the last
-// ten requests by that of the first ten.
+// Fills a table of the stand-in with so many entries, in requests of 1,000, and empties it again. Returns the throughput of
+// the last ten requests divided by that of the first ten.
 double throughput_of_last_entries(const std::string &address, size_t count);
 
 }  // namespace bench

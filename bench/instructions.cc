@@ -1,5 +1,5 @@
-// Converts an entry of every table to its record, and back to check it, twice: callgrind, which
-// tests/instruction_count_test.py starts, counts the instructions of to_record(). By the second time symbols are bound.
+// Converts an entry of every table to its record, and back as a check. tests/instruction_count_test.py runs this under
+// callgrind, which counts the instructions of to_record(). Two passes: in the first, the dynamic linker binds symbols.
 
 #include <google/protobuf/message.h>
 
@@ -44,7 +44,7 @@ void fill_field(Message *message, const FieldDescriptor *field) {
     }
 }
 
-// All fields that a record holds, of a oneof the first.
+// Sets all fields that a record holds; of a oneof, the first member.
 void fill(Message *message) {
     for (int i = 0; i < message->GetDescriptor()->field_count(); i++) {
         const auto *field = message->GetDescriptor()->field(i);

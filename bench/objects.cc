@@ -94,7 +94,7 @@ sdk::sdk_ret_t walk(const std::vector<nyx_if_info_s> &records, nyx_read_cb_t cal
 
 }  // namespace
 
-// In place of the stand-in's, which copy the records first.
+// Replace the stand-in's walks, which copy the records first.
 sdk::sdk_ret_t nyx_if_read_all(nyx_read_cb_t callback, void *ctxt) {
     return walk(bench::interface_records(), callback, ctxt);
 }

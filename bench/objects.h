@@ -8,7 +8,7 @@
 
 namespace bench {
 
-// 5,000 interfaces, or as many as set_walk_size() said before: the card's own, and created ones of the other kinds in equal parts.
+// 5,000 interfaces, or as many as set_walk_size() asked for: the card's own, and new ones of the other kinds in equal parts.
 const std::vector<nyx_if_info_s> &interface_records();
 
 void set_walk_size(size_t interfaces);

@@ -1,6 +1,5 @@
-// Minor page faults of the service request thread. Memory for a request that comes from the process's
-// allocator costs up to hundreds of them, depending on what else is allocated and on how the allocator is
-// set.
+// Counts minor page faults of the service request thread. A request buffer from the process's allocator can cost hundreds
+// of them, depending on other allocations and on the allocator's settings.
 
 #include "bench/figures.h"
 #include "bench/parts.h"
@@ -20,7 +19,7 @@ double with_second_megabyte(const service_thread &service) {
     return faults;
 }
 
-// In a process of its own, as its allocator is set when it starts.
+// In a process of its own: tunables are read at its start.
 double with_malloc_tunables() {
     return ask_once("page-faults",
                     "GLIBC_TUNABLES=glibc.malloc.mmap_threshold=131072:glibc.malloc.trim_threshold=131072");

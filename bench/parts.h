@@ -1,7 +1,7 @@
 // Parts of the measurement that need a process of their own: this program runs itself with --part NAME [ARGUMENT]...
 //
-// Servers and clients are such parts. All servers and clients of one process poll through one set of descriptors, and
-// which of them come off well depends on the order in which they connected.
+// Servers and clients are such parts. Within one process, all servers and clients poll through one set of descriptors, and
+// their speed depends on the order in which they connected.
 
 #pragma once
 
@@ -11,13 +11,13 @@
 
 namespace bench {
 
-// Runs the part in this process: each line of input is a question, answered with a number. The exit code.
+// Runs the part in this process: each line of input is a question, answered with a number. Returns the exit code.
 int run_part(const std::string &name, const std::vector<std::string> &arguments);
 
-// Asks a part, given with its arguments. It is started with its first question, and runs on until the program ends.
+// Asks a part, given with its arguments. Its first question starts it; it runs until the program ends.
 double ask(const std::string &part, const std::string &question);
 
-// Asks a part that runs for this question alone, with these environment variables.
+// Asks a part that runs only for this question, with these environment variables.
 double ask_once(const std::string &part, const std::string &environment = "");
 
 }  // namespace bench

@@ -1,5 +1,5 @@
-// The platform's operations, replaced so that their own time is next to nothing, and the start of threads, which is
-// counted: the program defines them, and its definitions come before those of any library.
+// Platform operations that take next to no time, and a count of started threads. The program defines these functions, and
+// its definitions come before those of any library.
 
 #pragma once
 

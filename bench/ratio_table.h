@@ -1,8 +1,8 @@
 // The table of figures: each has a goal and is measured many times over, then shown as its median.
 //
-// A ratio sets two things side by side that were measured right after one another, in turns one or the other
-// first, and all figures take turns too: what else the machine does affects all of them alike. Common benchmark
-// libraries measure each side by itself, and not what clients on several threads do together.
+// The two sides of a ratio are measured right after one another, in alternating order, and all figures take turns: other
+// load on the machine affects all of them alike. Common benchmark libraries measure each side by itself, and don't cover
+// several clients at once.
 
 #pragma once
 
@@ -19,7 +19,7 @@ using nanoseconds = std::chrono::nanoseconds;
 // Works for about `slice` and returns the seconds that a unit of the work took.
 using cost = std::function<double(nanoseconds slice)>;
 
-// Repeats `work` for about `slice`; the clock is looked at once in `batch` times.
+// Repeats `work` for about `slice`, and reads the clock after each `batch` of it.
 template <class Work>
 double cost_of(nanoseconds slice, int batch, Work work) {
     using clock = std::chrono::steady_clock;
@@ -36,7 +36,7 @@ double cost_of(nanoseconds slice, int batch, Work work) {
     return std::chrono::duration<double>(taken).count() / static_cast<double>(units);
 }
 
-// Where a figure stands in a chart, if it does.
+// The place of a figure in a chart.
 struct chart_s {
     std::string title, x_label;
 };
@@ -59,11 +59,11 @@ class ratio_table {
     void throughput_at_least(double goal, const std::string &what, const cost &subject, const cost &baseline,
                              const chart_point_s &point = {});
 
-    // A throughput that is a ratio already.
+    // A ratio of throughputs that `figure` computes.
     void figure_at_least(double goal, const std::string &what,
                          const std::function<double(nanoseconds slice)> &figure);
 
-    // A figure that is counted, or a time of its own.
+    // A count, or an absolute time.
     void count_at_most(double goal, const std::string &what, const std::function<double()> &count);
 
     // Keeps only those figures whose text matches the regular expression.

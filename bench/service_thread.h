@@ -51,8 +51,8 @@ class service_thread {
     sim::event_thread thread_;  // on the first core
 };
 
-// One debug command that the debug library doesn't know, from connect to the end of the answer. Fails the
-// program when the answer is not the one expected. Any thread.
+// Sends a debug command that the debug library doesn't know, and reads the answer to its end. Ends the program on an
+// unexpected answer. Any thread.
 void request_over_socket(const std::string &path);
 
 }  // namespace bench

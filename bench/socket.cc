@@ -1,4 +1,4 @@
-// Requests through the service request thread, by those through a thread that makes the same system calls and
+// Compares requests through the service request thread with those through a thread that makes the same system calls and
 // does nothing else.
 
 #include <sys/socket.h>
@@ -79,8 +79,8 @@ double socket_throughput_ratio(core_e core, const std::string &subject, const st
     return baseline_cost / subject_cost;
 }
 
-// The client is a process of its own, as it always is: with a client on another core in the same process,
-// what the server does to the process's memory would cost more.
+// The client is a process of its own, as in real use: in the server's process, on another core, changes of the address space
+// would cost more.
 void add_socket(ratio_table *table, service_thread *service) {
     const auto bare = std::make_shared<service_thread>(k_bare_thread);
     const auto add = [=](const std::string &core, const std::string &where) {

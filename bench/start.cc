@@ -1,4 +1,4 @@
-// How nyx-agent starts, and what it takes while nothing happens.
+// Measures the start of nyx-agent, and its memory when idle.
 
 #include <fcntl.h>
 #include <grpcpp/grpcpp.h>
@@ -17,7 +17,7 @@ namespace bench {
 
 namespace {
 
-// From exec until the end.
+// A running nyx-agent.
 class agent {
  public:
     explicit agent(const std::string &folder) : socket_(folder + "/grpc") {

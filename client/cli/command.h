@@ -35,8 +35,9 @@ enum kind_e {
     KIND_KEY_FIELD,        // or a table, of which only the key counts
 };
 
-// How many values an argument takes; for an option, how many follow its name.
-enum count_e { COUNT_ONE, COUNT_OPTIONAL, COUNT_SOME, COUNT_ANY, COUNT_TWO };
+// How many values an argument takes; for an option, how many follow its name. With COUNT_EACH one, and the option may
+// be given several times.
+enum count_e { COUNT_ONE, COUNT_OPTIONAL, COUNT_SOME, COUNT_ANY, COUNT_TWO, COUNT_EACH };
 
 struct argument_s {
     std::string name;  // "METHOD", or for an option "--timeout", "-o,--output"

@@ -62,6 +62,9 @@ void set_count(CLI::Option *option, const argument_s &argument) {
         case COUNT_TWO:
             option->expected(2);
             break;
+        case COUNT_EACH:
+            option->expected(CLI::detail::expected_max_vector_size)->allow_extra_args(false);
+            break;
     }
     option->required(!argument.is_option() && (argument.count == COUNT_ONE || argument.count == COUNT_SOME));
 }
@@ -182,7 +185,8 @@ outcome_s run_command_line(int argc, char **argv) {
     given_s given;
     const command_s &command = read_values(added, &given);
     given.global = global_options(given);
-    return command.run(given);
+    outcome_s outcome = choose_labels(given);
+    return outcome.ok() ? command.run(given) : outcome;
 }
 
 }  // namespace nyxctl

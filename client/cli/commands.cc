@@ -1,5 +1,9 @@
 #include "client/cli/commands.h"
 
+#include <filesystem>
+
+#include "client/core/labels.h"
+
 namespace nyxctl {
 namespace {
 
@@ -41,6 +45,13 @@ command_s program() {
     certificate.needs = {"--tls-ca", "--tls-key"};
     argument_s key = {"--tls-key", "Private key of --tls-cert", KIND_FILE};
     key.needs = {"--tls-cert"};
+    argument_s labels_option = {
+        "--labels",
+        "Names, units and texts of values: \"json\" adds them to JSON, \"none\" uses none, a "
+        "file adds its own; see nyxctl labels",
+        KIND_FILE, COUNT_EACH, "json|none|FILE"};
+    labels_option.choices = {"json", "none"};
+    labels_option.variable = "NYX_LABELS";
     return {
         "",
         "Client of the dataplane agent: views, settings, gRPC and debug commands.",
@@ -51,7 +62,8 @@ command_s program() {
          {"-j,--json", "Results as one JSON document, failures as one JSON object on stderr", KIND_FLAG},
          {"--tls-ca", "Use TLS and trust these certificates", KIND_FILE},
          certificate,
-         key}};
+         key,
+         labels_option}};
 }
 
 }  // namespace
@@ -74,7 +86,25 @@ global_options_s global_options(const given_s &given) {
             .tls_ca = given.one("--tls-ca"),
             .tls_cert = given.one("--tls-cert"),
             .tls_key = given.one("--tls-key"),
-            .json = given.has("--json")};
+            .json = given.has("--json"),
+            .json_texts = std::ranges::count(given.all("--labels"), "json") > 0};
+}
+
+outcome_s choose_labels(const given_s &given) {
+    std::vector<std::string> sources;
+    const auto &words = given.all("--labels");
+    if (std::ranges::count(words, "none") == 0) {
+        // Beside the program, wherever the prefix stands.
+        std::error_code error;
+        const auto program = std::filesystem::read_symlink("/proc/self/exe", error);
+        sources = {program.parent_path().parent_path() / "share/svc_quill/labels.d/", "/etc/nyx/labels.d/"};
+    }
+    const auto is_file = [](const std::string &word) { return word != "json" && word != "none"; };
+    std::ranges::copy_if(words, std::back_inserter(sources), is_file);
+    use_labels(std::move(sources));
+    const bool names_files = std::ranges::any_of(words, is_file);
+    const auto problems = names_files ? (void(labels()), labels_problems()) : std::vector<std::string>();
+    return problems.empty() ? outcome_s() : usage_failure(problems.front());
 }
 
 }  // namespace nyxctl

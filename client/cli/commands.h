@@ -12,6 +12,10 @@ commands_t all_commands();
 // What the program's own options say.
 global_options_s global_options(const given_s &given);
 
+// Takes the dictionary from the installed folders and from --labels. Reads only what --labels names; what is wrong there
+// is a usage failure.
+outcome_s choose_labels(const given_s &given);
+
 commands_t call_commands();        // list, describe, call
 commands_t completion_commands();  // completion
 commands_t debug_commands();       // debug

@@ -177,6 +177,7 @@ const command_s *find_command(const commands_t &commands, const command_s &group
 size_t values_of(const argument_s &option) {
     switch (option.count) {
         case COUNT_ONE:
+        case COUNT_EACH:
             return option.kind == KIND_FLAG ? 0 : 1;
         case COUNT_TWO:
             return 2;

@@ -15,7 +15,8 @@ struct global_options_s {
     std::string tls_ca;                       // path; TLS is used when it is not empty
     std::string tls_cert;                     // path; both or neither
     std::string tls_key;
-    bool json = false;  // results and failures for scripts
+    bool json = false;        // results and failures for scripts
+    bool json_texts = false;  // results with what people read beside what scripts do
 
     std::chrono::milliseconds timeout() const {
         return std::chrono::ceil<std::chrono::milliseconds>(std::chrono::duration<double>(timeout_seconds));

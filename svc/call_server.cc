@@ -10,12 +10,14 @@
 #include <climits>
 #include <mutex>
 #include <new>
+#include <optional>
 #include <semaphore>
 #include <stdexcept>
 #include <string>
 #include <vector>
 
 #include "svc/common/call_memory.h"
+#include "svc/method_counters.h"
 #include "svc/served.h"
 
 namespace svc {
@@ -50,7 +52,9 @@ struct served_method_s {
     callable *service = nullptr;
     grpc::Service *object = nullptr;
     const method_s *method = nullptr;  // none: UNIMPLEMENTED
+    const google::protobuf::MethodDescriptor *descriptor = nullptr;
     int index = 0;
+    method_counters counters = {};
     std::mutex mutex = {};
     unsigned awaited = 0, running = 0;
 };
@@ -83,7 +87,7 @@ grpc::Status status_of(const Work &work) {
 
 class call_server::state {
  public:
-    explicit state(const call_limits_s &limits);
+    state(const call_limits_s &limits, const call_host_s &host);
     ~state() { g_current = nullptr; }
 
     int add(const char *service_name, grpc::Service *service, callable *calls,
@@ -91,6 +95,8 @@ class call_server::state {
     void attach(grpc::ServerBuilder *builder) { queue_ = builder->AddCompletionQueue(); }
     void run();
     void shutdown();
+    std::vector<method_counts_s> counts() const;
+    call_memory_s memory() const { return {.used = call_budget::used(), .limit = limits_.memory}; }
 
  private:
     class call;
@@ -112,6 +118,7 @@ class call_server::state {
     void look_after_calls();
 
     const call_limits_s limits_;
+    const call_host_s host_;
     const std::unique_ptr<tick> tick_;
     std::vector<std::unique_ptr<served_method_s>> methods_;
     std::unique_ptr<grpc::ServerCompletionQueue> queue_;
@@ -137,6 +144,9 @@ class call_server::state::call final : event {
  public:
     call(state *server, served_method_s *method) : server_(server), method_(method) {
         context_.AsyncNotifyWhenDone(static_cast<event *>(&left_));
+        if (!server_->host_.instance_id.empty()) {
+            context_.AddInitialMetadata("nyx-instance-id", server_->host_.instance_id);
+        }
         server_->open_++;
     }
     ~call() {
@@ -182,6 +192,7 @@ class call_server::state::call final : event {
     // A call that had to wait for others may be of a client that has left: gRPC announces that by an event which is in the
     // queue by now, before the alarm's.
     void arrive() {
+        arrived_ = clock::now();
         if (server_->arrived(method_)) {
             serve();
             return;
@@ -193,7 +204,7 @@ class call_server::state::call final : event {
 
     void serve() {
         grpc::ByteBuffer bytes;
-        const grpc::Status status = status_of([&] { return run(&bytes); });
+        const grpc::Status status = run_and_report(&bytes);
         request_.Clear();
         server_->has_run(method_);
         answered_ = true;
@@ -213,7 +224,31 @@ class call_server::state::call final : event {
         }
     }
 
-    grpc::Status run(grpc::ByteBuffer *bytes) {
+    grpc::Status run_and_report(grpc::ByteBuffer *bytes) {
+        std::optional<google::protobuf::Arena> arena;
+        call_facts_s facts = {.method = method_->descriptor,
+                              .context = &context_,
+                              .request = nullptr,
+                              .status = {},
+                              .api_status = types::API_STATUS_OK,
+                              .duration = {}};
+        facts.status = status_of([&] { return run(&arena, &facts, bytes); });
+        facts.duration = clock::now() - arrived_;
+        method_->counters.count(facts);
+        if (server_->host_.observer) {
+            server_->host_.observer->finished(facts);
+        }
+        return std::move(facts.status);
+    }
+
+    grpc::Status run(std::optional<google::protobuf::Arena> *arena, call_facts_s *facts,
+                     grpc::ByteBuffer *bytes) {
+        if (server_->host_.observer) {
+            auto status = server_->host_.observer->admit(*method_->descriptor, context_);
+            if (!status.ok()) {
+                return status;
+            }
+        }
         if (!method_->method) {
             return {grpc::UNIMPLEMENTED, ""};
         }
@@ -224,14 +259,15 @@ class call_server::state::call final : event {
         if (const size_t length = request_.Length(); length > k_small_request) {
             request_bytes.take(2 * length);
         }
-        google::protobuf::Arena arena(counted_arena());
-        auto *request = method_->method->request().New(&arena);
+        auto *request = method_->method->request().New(&arena->emplace(counted_arena()));
         grpc::ProtoBufferReader reader(&request_);
         if (!reader.status().ok() || !request->ParseFromZeroCopyStream(&reader)) {
             return {grpc::INTERNAL, "The request can't be parsed as " + request->GetTypeName()};
         }
-        auto *response = method_->method->response().New(&arena);
+        facts->request = request;
+        auto *response = method_->method->response().New(&**arena);
         grpc::Status status = method_->method->run(method_->object, &context_, *request, response);
+        facts->api_status = api_status_of(*response);
         return status.ok() ? write(*response, bytes) : status;
     }
 
@@ -271,6 +307,7 @@ class call_server::state::call final : event {
     grpc::ServerAsyncResponseWriter<grpc::ByteBuffer> answer_{&context_};
     left left_{this};
     grpc::Alarm alarm_;
+    clock::time_point arrived_;
     bool waits_for_left_ = false, answered_ = false;
     std::atomic<int> references_ = 2;
 
@@ -306,8 +343,8 @@ class call_server::state::tick final : event {
     grpc::Alarm alarm_;
 };
 
-call_server::state::state(const call_limits_s &limits)
-    : limits_(limits), tick_(std::make_unique<tick>(this)) {
+call_server::state::state(const call_limits_s &limits, const call_host_s &host)
+    : limits_(limits), host_(host), tick_(std::make_unique<tick>(this)) {
     if (g_current) {
         throw std::logic_error("there is a call server already");
     }
@@ -325,6 +362,7 @@ int call_server::state::add(const char *service_name, grpc::Service *service, ca
         method.service = calls;
         method.object = service;
         method.method = found == methods.end() ? nullptr : &*found;
+        method.descriptor = descriptor->method(i);
         method.index = i;
     }
     return descriptor->method_count();
@@ -497,7 +535,18 @@ void call_server::state::shutdown() {
     }
 }
 
-call_server::call_server(const call_limits_s &limits) : state_(std::make_unique<state>(limits)) {}
+std::vector<method_counts_s> call_server::state::counts() const {
+    std::vector<method_counts_s> counts;
+    for (const auto &method : methods_) {
+        counts.push_back(method->counters.counts(method->descriptor));
+    }
+    return counts;
+}
+
+call_server::call_server(const call_limits_s &limits) : call_server(limits, {}) {}
+
+call_server::call_server(const call_limits_s &limits, const call_host_s &host)
+    : state_(std::make_unique<state>(limits, host)) {}
 
 call_server::~call_server() = default;
 
@@ -506,6 +555,10 @@ void call_server::attach(grpc::ServerBuilder *builder) { state_->attach(builder)
 void call_server::run() { state_->run(); }
 
 void call_server::shutdown() { state_->shutdown(); }
+
+std::vector<method_counts_s> call_server::counts() const { return state_->counts(); }
+
+call_memory_s call_server::memory() const { return state_->memory(); }
 
 int hand_to_call_server(const char *service_name, grpc::Service *service, callable *calls,
                         std::span<const method_s> methods) {

@@ -25,6 +25,9 @@
 #include <chrono>
 #include <cstddef>
 #include <memory>
+#include <vector>
+
+#include "svc/call_hooks.h"
 
 namespace svc {
 
@@ -43,6 +46,7 @@ struct call_limits_s {
 class call_server {
  public:
     explicit call_server(const call_limits_s &limits = {});
+    call_server(const call_limits_s &limits, const call_host_s &host);
     ~call_server();  // after shutdown(), and after run() has returned everywhere
     call_server(const call_server &) = delete;
     call_server &operator=(const call_server &) = delete;
@@ -55,6 +59,10 @@ class call_server {
 
     // After grpc::Server::Shutdown() has returned. Waits for operations that still run.
     void shutdown();
+
+    // What calls came to so far: each method, in the order in which services were made. Any thread, once attached.
+    std::vector<method_counts_s> counts() const;
+    call_memory_s memory() const;
 
     class state;
 

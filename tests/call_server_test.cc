@@ -9,6 +9,7 @@
 #include <atomic>
 #include <condition_variable>
 #include <mutex>
+#include <numeric>
 #include <optional>
 #include <thread>
 
@@ -218,6 +219,7 @@ TEST_P(calls, MethodThatIsNotProvidedIsUnimplemented) {
 }
 
 TEST_P(calls, MemoryThatRunsOutForGoodEndsCallsOnly) {
+    ASSERT_TRUE(get_flows(1).ok());  // the server has begun to wait for calls
     for (int64_t nth = 1;; nth++) {
         SCOPED_TRACE(nth);
         grpc::Status status;
@@ -246,6 +248,30 @@ TEST_P(budget, WhatDoesNotFitIsRefused_AndSmallCallsAreServed) {
     }
     EXPECT_TRUE(get_flows(20'000).ok());
     EXPECT_EQ(flows_.response_size(), 20'000);
+}
+
+TEST_P(budget, CallsAreCountedByOutcomeAndDuration) {
+    const auto counts_of = [this](const std::string &name) {
+        const auto all = calls_->counts();
+        return *std::ranges::find(all, name, [](const auto &counts) { return counts.method->name(); });
+    };
+    ASSERT_TRUE(get_flows(1).ok());
+    nyx::flowDeleteRequest missing;
+    missing.add_key();
+    nyx::flowDeleteResponse rsp;
+    ASSERT_TRUE(call("/nyx.NyxTblSvc/flowDelete", missing, &rsp).ok());
+    EXPECT_EQ(get_flows(100'000).error_code(), grpc::RESOURCE_EXHAUSTED);
+    call("/nyx.DebugSvc/TraceLevelGet", types::Empty(), &rsp);
+
+    const auto got = counts_of("flowGet"), deleted = counts_of("flowDelete");
+    EXPECT_EQ(got.by_code[grpc::OK] + got.by_code[grpc::RESOURCE_EXHAUSTED], 2u);
+    EXPECT_EQ(got.by_api_status[types::API_STATUS_ERROR], 1u);
+    EXPECT_EQ(std::accumulate(got.by_duration.begin(), got.by_duration.end(), uint64_t{0}), 2u);
+    EXPECT_GT(got.duration.count(), 0);
+    EXPECT_EQ(deleted.by_api_status[rsp.api_status()], 1u);
+    EXPECT_EQ(counts_of("TraceLevelGet").by_code[grpc::UNIMPLEMENTED], 1u);
+    EXPECT_EQ(counts_of("flowCreate").by_code[grpc::OK], 0u);
+    EXPECT_EQ(calls_->memory().limit, k_budget);
 }
 
 TEST_P(budget, ThereIsOneCallServerInAProcess) { EXPECT_THROW(svc::call_server(), std::logic_error); }

@@ -32,6 +32,8 @@ class connections {
     // milliseconds, -1 while there is nothing to look at.
     int look();
 
+    size_t count() const { return connections_.size(); }
+
     // False while memory is short and there is a connection to close.
     bool may_accept() const { return !is_short_ || connections_.empty(); }
 

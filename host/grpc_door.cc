@@ -92,9 +92,12 @@ int first_reserved_fd() {
 }  // namespace
 
 grpc_door::grpc_door(const options_s &options)
-    : listener_(listen_on(options.grpc, options.tls.has_value())),
+    : instance_(new_instance()),
+      listener_(listen_on(options.grpc, options.tls.has_value())),
       stop_(eventfd(0, EFD_CLOEXEC)),
+      calls_({}, {.instance_id = instance_.id}),
       services_(make_services(options.fault_service)) {
+    services_.push_back(std::make_unique<AgentSvcImpl>(instance_, calls_, counts_, options.sysconfig));
     // Taken and never given back: after a large response gRPC takes ten seconds to shut itself down.
     grpc_init();
     grpc::EnableDefaultHealthCheckService(true);
@@ -165,6 +168,7 @@ void grpc_door::accept_until_stopped() {
         }
         open.forget_ended();
         pause_ms = open.look();
+        counts_.open = static_cast<uint32_t>(open.count());
     }
 }
 
@@ -174,11 +178,14 @@ void grpc_door::accept_one(base::accept_reserve *reserve, connections *open) {
     connection.fd = accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (connection.fd >= first_reserved_fd()) {
         close(connection.fd);
+        counts_.turned_away++;
     } else if (connection.fd >= 0) {
+        counts_.accepted++;
         open->add(connection.fd);
         acceptor_->HandleNewConnection(&connection);  // owns the descriptor from here on
     } else if (errno == EMFILE || errno == ENFILE) {
         reserve->turn_one_away(listener_.fd.get());
+        counts_.turned_away++;
     } else if (errno == ENOBUFS || errno == ENOMEM) {
         wait(false, -1, k_pause_ms);  // clients wait in the backlog until there is memory again
     }

@@ -9,6 +9,7 @@
 #include <thread>
 #include <vector>
 
+#include "host/agent_service.h"
 #include "host/listener.h"
 #include "host/options.h"
 #include "svc/call_server.h"
@@ -42,6 +43,7 @@ class grpc_door {
     void stop();
 
     const std::string &address() const { return listener_.address; }
+    const instance_s &instance() const { return instance_; }
 
  private:
     struct waited_s;
@@ -49,6 +51,8 @@ class grpc_door {
     void accept_one(base::accept_reserve *reserve, connections *open);
     waited_s wait(bool for_clients, int or_fd, int timeout_ms) const;
 
+    const instance_s instance_;
+    connection_counts_s counts_;
     listener_s listener_;
     base::unique_fd stop_;
     svc::call_server calls_;  // before the services, which it serves

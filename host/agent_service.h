@@ -1,0 +1,52 @@
+// The service about the agent's own process.
+
+#pragma once
+
+#include <atomic>
+#include <chrono>
+#include <cstdint>
+#include <string>
+
+#include "nyx/agent.grpc.pb.h"
+#include "svc/call_server.h"
+#include "svc/served.h"
+
+namespace host {
+
+// One start of the agent.
+struct instance_s {
+    std::string id;  // 32 hexadecimal digits
+    std::chrono::system_clock::time_point start;
+    std::chrono::steady_clock::time_point steady_start;
+};
+
+// With a random id and the time of now. Throws setup_error.
+instance_s new_instance();
+
+// Counted by whoever accepts gRPC clients. Any thread.
+struct connection_counts_s {
+    std::atomic<uint32_t> open = 0;
+    std::atomic<uint64_t> accepted = 0, turned_away = 0, closed = 0;
+};
+
+// Any thread.
+class AgentSvcImpl final : public svc::served<nyx::AgentSvc> {
+ public:
+    // All of these outlive the service. `sysconfig` is the folder of hostif_mac.json.
+    AgentSvcImpl(const instance_s &instance, const svc::call_server &calls,
+                 const connection_counts_s &connections, const std::string &sysconfig);
+
+    grpc::Status AgentGet(grpc::ServerContext *context, const nyx::AgentGetRequest *req,
+                          nyx::AgentGetResponse *rsp) override;
+
+ private:
+    void fill(nyx::AgentGetResponse *rsp) const;
+    void fill_calls(nyx::AgentGetResponse *rsp) const;
+
+    const instance_s &instance_;
+    const svc::call_server &calls_;
+    const connection_counts_s &connections_;
+    const std::string sysconfig_;
+};
+
+}  // namespace host

@@ -11,6 +11,7 @@
 #include "client/view/list_rows.h"
 #include "client/view/one_object.h"
 #include "client/view/rates.h"
+#include "nyx/debug.pb.h"
 #include "nyx/interface.pb.h"
 #include "nyx/lif.pb.h"
 #include "nyx/port.pb.h"
@@ -213,6 +214,20 @@ TEST(JsonDiff, Differences_AreNamedByPathAndId) {
     for (const diff_case_s &c : cases) {
         EXPECT_EQ(differences_text(json_differences(json(c.before), json(c.after))), c.text) << c.before;
     }
+}
+
+TEST(JsonDiff, CountersAndVolatileFields_AreLeftOutWhereTheTypeIsKnown) {
+    const json_t before =
+        json(R"({"ports": {"stats": {"mac_stats": [{"type": 0, "count": "1"}], "stats_word": 1}},
+                                   "heap": {"stats": {"arena": 1}, "api_status": "API_STATUS_OK"}})");
+    const json_t after =
+        json(R"({"ports": {"stats": {"mac_stats": [{"type": 0, "count": "4"}], "stats_word": 2}},
+                                  "heap": {"api_status": "API_STATUS_OK"}})");
+    const differences_s different = json_differences(
+        before, after, {{"ports", nyx::Port::descriptor()}, {"heap", nyx::HeapGetResponse::descriptor()}});
+    EXPECT_EQ(differences_text(different), "ports.stats.stats_word: 1 -> 2 (+1)\n");
+    EXPECT_EQ(different.left_out, 2U);
+    EXPECT_EQ(json_differences(before, after).rows.size(), 3U);
 }
 
 TEST(JsonDiff, SortedDocuments_HaveOneOrder) {

@@ -3,10 +3,12 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 #include <memory>
 
 #include "client/cli/commands.h"
 #include "client/core/json.h"
+#include "client/core/symbols.h"
 #include "client/core/text_io.h"
 #include "client/view/json_diff.h"
 #include "client/view/read_view.h"
@@ -29,12 +31,16 @@ constexpr char k_diff_footer[] =
     R"help(One line for each difference, "path: old -> new", for numbers with the change.
 Elements of lists are matched by their id, others by their index; what one side
 lacks is "(absent)". With -j the rows are
-{"differences": [{"path": ..., "old": ..., "new": ..., "change": ...}]}.
+{"differences": [{"path": ..., "old": ..., "new": ..., "change": ...}],
+"left_out": N}.
+Of snapshots, counters and what changes by itself (memory, sensors) are left out
+without --all; how many of these differ is said on stderr, and in "left_out".
 Exit code: 0 no differences, 1 differences, 2 a file cannot be read or is not
 JSON.
 
-Example:
-  nyxctl diff before.json after.json)help";
+Examples:
+  nyxctl diff before.json after.json
+  nyxctl diff --all before.json after.json)help";
 
 // What the document says of the method.
 outcome_s read_part(const global_options_s &global, const snapshot_part_s &part, json_t *value) {
@@ -97,6 +103,17 @@ outcome_s read_document(const std::string &path, json_t *dom) {
                                          : usage_failure(fmt::format("\"{}\" is not JSON: {}", path, error));
 }
 
+member_types_t snapshot_types() {
+    member_types_t types;
+    for (const snapshot_part_s &part : snapshot_parts()) {
+        const google::protobuf::MethodDescriptor *method = nullptr;
+        if (find_method(part.method, &method).ok()) {
+            types[part.name] = method->output_type();
+        }
+    }
+    return types;
+}
+
 outcome_s run_diff(const given_s &given) {
     json_t before;
     json_t after;
@@ -107,13 +124,19 @@ outcome_s run_diff(const given_s &given) {
     if (!outcome.ok()) {
         return outcome;
     }
-    const json_t differences = json_differences(before, after);
-    outcome =
-        write_result(given.global, dump_json({{"differences", differences}}), differences_text(differences));
+    const differences_s differences =
+        json_differences(before, after, given.has("--all") ? member_types_t() : snapshot_types());
+    outcome = write_result(given.global,
+                           dump_json({{"differences", differences.rows}, {"left_out", differences.left_out}}),
+                           differences_text(differences));
     if (!outcome.ok()) {
         return usage_failure(outcome.text);
     }
-    if (differences.empty()) {
+    if (differences.left_out > 0 && !given.global.json) {
+        std::cerr << fmt::format("{} counters and volatile fields differ, too; --all shows them\n",
+                                 differences.left_out);
+    }
+    if (differences.rows.empty()) {
         return {};
     }
     // With -j stderr has an object for every exit code but 0.
@@ -131,7 +154,9 @@ commands_t snapshot_commands() {
             {"diff",
              "Compare two snapshots or JSON files; needs no agent",
              k_diff_footer,
-             {{"BEFORE", "The older file", KIND_FILE}, {"AFTER", "The newer file", KIND_FILE}},
+             {{"BEFORE", "The older file", KIND_FILE},
+              {"AFTER", "The newer file", KIND_FILE},
+              {"--all", "Counters and volatile fields of snapshots, too", KIND_FLAG}},
              run_diff}};
 }
 

@@ -10,6 +10,9 @@
 #include <vector>
 
 #include "client/core/value.h"
+#include "nyx/types/options.pb.h"
+
+namespace pb = google::protobuf;
 
 namespace nyxctl {
 namespace {
@@ -94,24 +97,54 @@ const json_t *member(const members_t &members, const json_t &id) {
     return found == members.end() ? nullptr : found->second;
 }
 
-void compare(const std::string &path, const json_t *before, const json_t *after, json_t *differences) {
-    if (before && after && before->is_structured() && before->type() == after->type()) {
-        const members_t olds = members_of(*before);
-        const members_t news = members_of(*after);
+bool moves_by_itself(const pb::FieldDescriptor *field) {
+    return field &&
+           (field->options().GetExtension(types::counter) || field->options().GetExtension(types::volatile_));
+}
+
+struct comparison_s {
+    using type_t = const pb::Descriptor *;  // of a message; null where only the JSON is known
+
+    const member_types_t &types;
+    differences_s differences = {};
+
+    void compare_member(const std::string &path, const std::string &name, const json_t *before,
+                        const json_t *after, type_t type) {
+        const pb::FieldDescriptor *field = type ? type->FindFieldByName(name) : nullptr;
+        if (moves_by_itself(field)) {
+            differences.left_out += !before || !after || *before != *after;
+        } else if (path.empty()) {
+            compare(name, before, after, types.contains(name) ? types.at(name) : nullptr);
+        } else {
+            compare(path + "." + name, before, after, field ? field->message_type() : nullptr);
+        }
+    }
+
+    void compare_members(const std::string &path, const json_t &before, const json_t &after, type_t type) {
+        const members_t olds = members_of(before);
+        const members_t news = members_of(after);
         members_t all = olds;
         all.insert(news.begin(), news.end());
         for (const auto &[id, unused] : all) {
-            const std::string name = before->is_array() ? "[" + text_of(id) + "]" : text_of(id);
-            compare(path + (path.empty() || before->is_array() ? "" : ".") + name, member(olds, id),
-                    member(news, id), differences);
+            if (before.is_array()) {
+                compare(path + "[" + text_of(id) + "]", member(olds, id), member(news, id), type);
+            } else {
+                compare_member(path, text_of(id), member(olds, id), member(news, id), type);
+            }
         }
-    } else if (!before || !after || *before != *after) {
-        differences->push_back({{"path", path.empty() ? "(document)" : path},
-                                {"old", before ? *before : json_t(k_absent)},
-                                {"new", after ? *after : json_t(k_absent)},
-                                {"change", before && after ? change_of(*before, *after) : json_t()}});
     }
-}
+
+    void compare(const std::string &path, const json_t *before, const json_t *after, type_t type) {
+        if (before && after && before->is_structured() && before->type() == after->type()) {
+            compare_members(path, *before, *after, type);
+        } else if (!before || !after || *before != *after) {
+            differences.rows.push_back({{"path", path.empty() ? "(document)" : path},
+                                        {"old", before ? *before : json_t(k_absent)},
+                                        {"new", after ? *after : json_t(k_absent)},
+                                        {"change", before && after ? change_of(*before, *after) : json_t()}});
+        }
+    }
+};
 
 std::string shown_text(const json_t &value) {
     return value.is_string() ? cell_text(value.get<std::string>()) : value.is_null() ? "-" : dump_json(value);
@@ -119,15 +152,15 @@ std::string shown_text(const json_t &value) {
 
 }  // namespace
 
-json_t json_differences(const json_t &before, const json_t &after) {
-    json_t differences = json_t::array();
-    compare("", &before, &after, &differences);
-    return differences;
+differences_s json_differences(const json_t &before, const json_t &after, const member_types_t &types) {
+    comparison_s comparison{.types = types};
+    comparison.compare("", &before, &after, nullptr);
+    return comparison.differences;
 }
 
-std::string differences_text(const json_t &differences) {
+std::string differences_text(const differences_s &differences) {
     std::string text;
-    for (const json_t &row : differences) {
+    for (const json_t &row : differences.rows) {
         text += fmt::format("{}: {} -> {}", shown_text(row["path"]), shown_text(row["old"]),
                             shown_text(row["new"]));
         const json_t &change = row["change"];

@@ -1,5 +1,6 @@
 // What the client works out of what it reads: rows, rates, differences.
 
+#include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
 #include <string>
@@ -9,6 +10,7 @@
 #include "client/core/symbols.h"
 #include "client/view/json_diff.h"
 #include "client/view/list_rows.h"
+#include "client/view/metrics.h"
 #include "client/view/one_object.h"
 #include "client/view/rates.h"
 #include "nyx/debug.pb.h"
@@ -233,6 +235,39 @@ TEST(JsonDiff, CountersAndVolatileFields_AreLeftOutWhereTheTypeIsKnown) {
 TEST(JsonDiff, SortedDocuments_HaveOneOrder) {
     EXPECT_EQ(dump_json(sorted_json(json(R"({"b": [{"id": 10}, {"id": 9, "a": [2, 1]}], "a": 1})"))),
               R"({"a":1,"b":[{"a":[2,1],"id":9},{"id":10}]})");
+}
+
+std::string port_metrics(const std::string &vendor) {
+    nyx::PortGetResponse response;
+    for (int i = 0; i < 2; i++) {  // the same port twice
+        nyx::Port *port = response.add_response();
+        port->mutable_spec()->set_port_number(7);
+        port->mutable_status()->mutable_xcvr_status()->set_vendor_name(vendor);
+        port->mutable_status()->set_status_word_1(i);
+    }
+    metrics_s metrics;
+    metrics.add({.prefix = "port",
+                 .method = "PortSvc.PortGet",
+                 .list = "response",
+                 .labels = {{"spec.port_number", "port"}},
+                 .facts = {{"status.xcvr_status.vendor_name", "vendor"}}},
+                response);
+    return metrics.text();
+}
+
+TEST(Metrics, ForeignTexts_StayInTheirQuotes) {
+    EXPECT_THAT(port_metrics("a\\b\"c\nnyx_up 1\x1b\xff"),
+                testing::HasSubstr(R"(nyx_port_info{port="7",vendor="a\\b\"c?nyx_up 1?)"
+                                   "\xef\xbf\xbd\"} 1\n"));
+    const std::string umlauts = port_metrics(std::string(127, 'x') + "\xc3\xbc...");
+    EXPECT_THAT(umlauts, testing::HasSubstr("vendor=\"" + std::string(127, 'x') + "\"} 1\n"));
+}
+
+TEST(Metrics, OneSeriesOfObjectsWithTheSameLabels_AndOnlyOfNumbers) {
+    const std::string text = port_metrics("v");
+    EXPECT_THAT(text, testing::HasSubstr("\nnyx_port_status_word_1{port=\"7\"} 0\n#"));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("id_data")));
+    EXPECT_THAT(text, testing::Not(testing::HasSubstr("nyx_port_number{")));
 }
 
 }  // namespace

@@ -22,12 +22,6 @@ bool is_value(const pb::FieldDescriptor *field) {
     return !field->message_type() || is_one_value(field->message_type());
 }
 
-bool is_number_and_value(const pb::Descriptor *type) {
-    return type->field_count() == 2 && std::ranges::count(k_index_names, type->field(0)->name()) == 1 &&
-           type->field(0)->cpp_type() == pb::FieldDescriptor::CPPTYPE_UINT32 &&
-           !type->field(1)->message_type();
-}
-
 struct walk_s {
     const row_t &keys;
     shown_s *shown;
@@ -94,6 +88,12 @@ struct walk_s {
 };
 
 }  // namespace
+
+bool is_number_and_value(const pb::Descriptor *type) {
+    return type->field_count() == 2 && std::ranges::count(k_index_names, type->field(0)->name()) == 1 &&
+           type->field(0)->cpp_type() == pb::FieldDescriptor::CPPTYPE_UINT32 &&
+           !type->field(1)->message_type();
+}
 
 void append_object(const pb::Message &message, const std::string &prefix, const row_t &keys, shown_s *shown) {
     walk_s{keys, shown}.add_message(message, prefix);

@@ -17,6 +17,9 @@ namespace nyxctl {
 void append_object(const google::protobuf::Message &message, const std::string &prefix, const row_t &keys,
                    shown_s *shown);
 
+// Whether messages of the type are a number and its value: MacStats, of a type and a count.
+bool is_number_and_value(const google::protobuf::Descriptor *type);
+
 // The head for such rows: the columns `keys`, field and value.
 shown_s object_head(const std::string &subject, std::vector<std::string> keys = {});
 

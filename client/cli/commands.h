@@ -21,6 +21,7 @@ commands_t completion_commands();  // completion
 commands_t debug_commands();       // debug
 commands_t fault_commands();       // fault
 commands_t interface_commands();   // set, add, del interface
+commands_t metrics_commands();     // metrics
 commands_t record_commands();      // explain, encode, decode
 commands_t setting_commands();     // set, clear
 commands_t snapshot_commands();    // snapshot, diff

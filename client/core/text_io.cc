@@ -2,8 +2,11 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/stat.h>
 
 #include <cerrno>
+#include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <iostream>
 
@@ -36,6 +39,18 @@ outcome_s read_all(int fd, const std::string &name, std::string *text) {
     }
 }
 
+bool write_all(int fd, std::string_view text) {
+    while (!text.empty()) {
+        const ssize_t written = write(fd, text.data(), text.size());
+        if (written >= 0) {
+            text.remove_prefix(written);
+        } else if (errno != EINTR) {
+            return false;
+        }
+    }
+    return true;
+}
+
 }  // namespace
 
 outcome_s read_file(const std::string &path, std::string *text) {
@@ -57,16 +72,27 @@ outcome_s read_argument(const std::string &argument, std::string *text) {
     return {};
 }
 
-outcome_s write_stdout(std::string_view text) {
-    while (!text.empty()) {
-        const ssize_t written = write(STDOUT_FILENO, text.data(), text.size());
-        if (written >= 0) {
-            text.remove_prefix(written);
-        } else if (errno != EINTR) {
-            return local_failure(errno == EPIPE ? "" : "cannot write to stdout: " + errno_text());
-        }
+outcome_s replace_file(const std::string &path, std::string_view text) {
+    constexpr mode_t k_anybody_may_read = 0644;
+    std::string new_path = path + ".XXXXXX";
+    const base::unique_fd fd(mkostemp(new_path.data(), O_CLOEXEC));
+    const bool replaced = fd.valid() && fchmod(fd.get(), k_anybody_may_read) == 0 &&
+                          write_all(fd.get(), text) && rename(new_path.c_str(), path.c_str()) == 0;
+    if (replaced) {
+        return {};
     }
-    return {};
+    outcome_s outcome = local_failure(fmt::format("cannot write \"{}\": {}", path, errno_text()));
+    if (fd.valid()) {
+        unlink(new_path.c_str());
+    }
+    return outcome;
+}
+
+outcome_s write_stdout(std::string_view text) {
+    if (write_all(STDOUT_FILENO, text)) {
+        return {};
+    }
+    return local_failure(errno == EPIPE ? "" : "cannot write to stdout: " + errno_text());
 }
 
 outcome_s write_result(const global_options_s &global, std::string_view json, std::string_view text) {

@@ -18,6 +18,9 @@ outcome_s read_argument(const std::string &argument, std::string *text);
 // Sets `text` to the file.
 outcome_s read_file(const std::string &path, std::string *text);
 
+// Replaces a file, which anybody may read, or creates it. Readers find the old or the new text, whole.
+outcome_s replace_file(const std::string &path, std::string_view text);
+
 // Writes everything to stdout, unbuffered. A reader that has left is a failure without a text.
 outcome_s write_stdout(std::string_view text);
 

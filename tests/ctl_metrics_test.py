@@ -1,0 +1,132 @@
+"""nyxctl metrics, read by the parser of Prometheus' Python client.
+
+usage: ctl_metrics_test.py FOLDER-OF-PROGRAMS [unittest options]
+"""
+
+import os
+import pathlib
+import re
+import shutil
+import subprocess
+import unittest
+
+from prometheus_client.parser import text_string_to_metric_families
+
+import agent
+
+LABELS = r"""
+["nyx.SystemTemperature.value_1"]
+name = "core temperature"
+unit = "°C"
+help = "Hottest \\ \"core\""
+["nyx.SystemTemperature.value_2"]
+name = "core temperature"
+unit = "°C"
+["nyx.SystemVoltage.value_1"]
+name = "Kernspannung (größte)"
+unit = "mV"
+["nyx.PortStats.mac_stats[17]"]
+name = "rx frames"
+["nyx.PortStats.mac_stats[18]"]
+name = "link state"
+["nyx.PortSpec.number_a"]
+counter = true
+["nyx.PortLinkState"]
+values = { "1" = "down", "2" = "up" }
+"""
+
+
+class MetricsTest(agent.SharedAgentTestCase):
+    def scrape(self, *options, exit_code=0):
+        return self.parsed(self.ctl("metrics", *options, exit_code=exit_code).stdout)
+
+    def parsed(self, text):
+        """Samples by name and labels."""
+        samples, names = {}, []
+        for family in text_string_to_metric_families(text):
+            names.append(family.name)
+            self.assertNotEqual((family.type, family.documentation), ("unknown", ""), family.name)
+            for sample in family.samples:
+                self.assertRegex(sample.name, r"^nyx_[a-z0-9_]+$")
+                self.assertEqual(family.type == "counter", sample.name.endswith("_total"), sample.name)
+                key = (sample.name, *sorted(sample.labels.items()))
+                self.assertNotIn(key, samples)
+                samples[key] = sample.value
+        self.assertEqual(len(names), len(set(names)))
+        if shutil.which("promtool"):  # fails for a text that is wrong; its advice about names is 3
+            check = subprocess.run(["promtool", "check", "metrics"], input=text, text=True, capture_output=True)
+            self.assertIn(check.returncode, (0, 3), check.stderr)
+        return samples
+
+    def test_every_number_is_a_series_in_base_units(self):
+        text = self.ctl("metrics", "--sessions", "0", "1").stdout
+        samples = self.parsed(text)
+        self.assertEqual(samples["nyx_up",], 1)
+        self.assertEqual(samples["nyx_system_temperature_value_1",], 58)
+        port = (("id", "0a000000-0000-4000-8000-000000010001"), ("port", "1"))
+        self.assertEqual(samples["nyx_port_link_state", *port], 2)
+        self.assertEqual(samples["nyx_port_mac_stats_total", *port, ("type", "17")], 1000018)
+        self.assertEqual(samples["nyx_queue_credit", ("port", "0"), ("queue", "0")],
+                         self.json("show", "credits")["credits"][0]["credit"])
+        self.assertTrue(any(key[0] == "nyx_session_counter_a_total" for key in samples))
+        self.assertGreater(samples["nyx_agent_memory_resident_bytes",], 1 << 20)
+        facts = [dict(key[1:]) for key in samples if key[0] == "nyx_port_info"]
+        self.assertEqual([fact["vendor"] for fact in facts], ["ACME OPTICS", "ACME OPTICS", ""])
+
+    def test_labels_name_families_and_units_and_never_break_the_text(self):
+        path = pathlib.Path(self.folder, "labels.toml")
+        path.write_text(LABELS, encoding="utf-8")
+        text = self.ctl("metrics", "--labels", str(path)).stdout
+        samples = self.parsed(text)
+        port = (("id", "0a000000-0000-4000-8000-000000010001"), ("port", "1"))
+        self.assertEqual(samples["nyx_system_core_temperature_celsius",], 58)
+        self.assertIn(r'# HELP nyx_system_core_temperature_celsius Hottest \\ "core"', text)
+        self.assertEqual(samples["nyx_system_temperature_value_2_celsius",], 43)  # its name is taken
+        self.assertEqual([value for key, value in samples.items() if key[0].endswith("_volts")], [0.851])
+        self.assertEqual(samples["nyx_port_rx_frames_total", *port], 1000018)
+        self.assertEqual(samples["nyx_port_link_state", *port], 2)
+        self.assertEqual(samples["nyx_port_mac_stats_total", *port, ("type", "18")], 1000019)  # taken, too
+        self.assertEqual(samples["nyx_port_number_a_total", *port], 9216)
+        self.assertRegex(text, "# HELP nyx_port_link_state .*: 1 down, 2 up\n")
+
+    def test_each_method_is_called_once_however_many_objects_there_are(self):
+        self.start()
+        self.scrape()
+        samples = self.scrape()
+        asked = {dict(key[1:])["method"] for key in samples if key[0] == "nyx_read_failed"}
+        self.assertGreater(len(asked), 12)
+        for method in asked:
+            calls = [value for key, value in samples.items()
+                     if key[0] == "nyx_agent_calls_total" and ("method", method) in key]
+            self.assertEqual(calls, [1], method)
+            buckets = [(dict(key[1:])["le"], value) for key, value in samples.items()
+                       if key[0] == "nyx_agent_call_duration_seconds_bucket" and ("method", method) in key]
+            self.assertEqual([value for _, value in buckets], sorted(value for _, value in buckets))
+            self.assertEqual(buckets[-1], ("+Inf", 1), method)
+
+    def test_what_fails_is_reported_and_the_file_is_replaced(self):
+        self.start("--fault", "debug::nyx_slab_get:code=6", "--fault", "nyx_if_read_all:code=10,after=2",
+                   "--fault", "nyx_flow_summary_get:code=6")
+        path = pathlib.Path(self.folder, "nyx.prom")
+        path.write_text("old")
+        path.chmod(0o600)
+        self.ctl("metrics", "-o", str(path), exit_code=5)
+        self.assertEqual(path.stat().st_mode & 0o777, 0o644)
+        samples = self.parsed(path.read_text(encoding="utf-8"))
+        failed = {dict(key[1:])["method"] for key, value in samples.items() if key[0] == "nyx_read_failed" and value}
+        self.assertEqual(failed, {"nyx.DebugSvc/SlabGet", "nyx.IfSvc/InterfaceGet", "nyx.PipelineSvc/FlowStatsSummaryGet"})
+        names = [key[0] for key in samples]
+        self.assertEqual(names.count("nyx_interface_info"), 2)  # those read before the failure
+        self.assertNotIn("nyx_flow_summary_counter_1_total", names)  # zeros would be a reset
+        self.agent.stop()
+        self.ctl("metrics", "-o", str(path), exit_code=3)
+        samples = self.parsed(path.read_text(encoding="utf-8"))
+        self.assertEqual(samples.pop(("nyx_up",)), 0)
+        self.assertEqual(set(samples.values()), {1})
+        self.assertEqual([name for name in os.listdir(self.folder) if re.match("nyx.prom", name)], ["nyx.prom"])
+        result = self.ctl("metrics", "-o", f"{self.folder}/missing/nyx.prom", exit_code=1)
+        self.assertIn("cannot write", result.stderr)
+
+
+if __name__ == "__main__":
+    unittest.main(verbosity=2)

@@ -21,7 +21,7 @@ struct lif_s {
 struct lifs_s {
     std::map<nyx_obj_key_s, lif_s, key_less> by_key;
     std::map<uint16_t, api::impl::lif_impl *> impls;
-    std::vector<std::unique_ptr<api::impl::lif_impl>> impl_objects;  // all that ever existed
+    std::vector<std::unique_ptr<api::impl::lif_impl>> impl_objects;  // that tests put
 };
 
 std::shared_mutex g_lock;
@@ -31,12 +31,23 @@ void set_impl(lifs_s *lifs, uint16_t lif_id, std::unique_ptr<api::impl::lif_impl
     lifs->impl_objects.push_back(std::move(object));
 }
 
+using impls = std::map<uint16_t, std::unique_ptr<api::impl::lif_impl>>;
+
+impls make_card_impls() {
+    impls made;
+    for (auto &[lif_id, answers] : card_lif_impls()) {
+        made[lif_id] = make_lif_impl(std::move(answers));
+    }
+    return made;
+}
+
 void fill_from_card(lifs_s *lifs) {
+    static const impls card_impls = make_card_impls();
     for (const auto &info : card_lifs()) {
         lifs->by_key[info.key].info = info;
     }
-    for (auto &[lif_id, answers] : card_lif_impls()) {
-        set_impl(lifs, lif_id, make_lif_impl(std::move(answers)));
+    for (const auto &[lif_id, object] : card_impls) {
+        lifs->impls[lif_id] = object.get();
     }
 }
 

@@ -227,6 +227,22 @@ void read_rounds(const link_event_tracer_s &tracer, int rounds, seen_s *seen) {
     }
 }
 
+// A trace that begins anew looks like one that was just made, whatever it held.
+TEST_F(link_event_trace, ClearedTraceBeginsAnew) {
+    sim::link_event_trace trace(2);
+    for (uint32_t written = 0; written < 6; written++) {
+        for (uint32_t i = 0; i < written; i++) {
+            trace.append(1, {}, {});
+        }
+        trace.clear();
+        EXPECT_THAT(states(*trace.tracer()), IsEmpty()) << written;
+        for (uint32_t state = 2; state < 5; state++) {
+            trace.append(state, {}, {});
+        }
+        EXPECT_THAT(states(*trace.tracer()), ElementsAre(2, 3, 4)) << written;
+    }
+}
+
 class written_trace : public link_event_trace, public testing::WithParamInterface<uint32_t> {};
 
 TEST_P(written_trace, ReadersFindWholeRecordsInTheirOrder) {

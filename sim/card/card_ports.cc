@@ -1,6 +1,5 @@
 #include "sim/card/card_ports.h"
 
-#include <deque>
 #include <mutex>
 #include <numeric>
 #include <span>
@@ -84,26 +83,30 @@ void fill_xcvr_id(const xcvr_module_s &module, uint8_t *id) {
     id[95] = checksum(id + 64, id + 95);
 }
 
-void fill_xcvr(uint8_t number, const xcvr_module_s &module, port_status_s *status) {
-    status->xcvr_number = number;
-    for (uint32_t i = 0; i < 6; i++) {
-        status->xcvr_value[i] = number * 10u + i;
+// One writer at a time, as a trace demands.
+struct port_trace_s {
+    std::mutex lock;
+    link_event_trace trace;
+
+    void append(uint32_t state, int64_t uptime_ms) {
+        const link_event_time_s elapsed = {uptime_ms / 1000, uptime_ms % 1000 * 1'000'000};
+        trace.append(state, {k_new_year_2026 + elapsed.seconds, elapsed.nanoseconds}, elapsed);
     }
-    fill_xcvr_id(module, status->xcvr_id);
+};
+
+port_trace_s &trace_of(uint8_t number) {
+    static port_trace_s traces[std::size(k_ports)];
+    return traces[number - 1];
 }
 
-// Traces are never freed: a record that was copied before a reset still points to its trace.
-const link_event_tracer_s *traced(std::span<const uint8_t> events) {
-    static std::mutex lock;
-    static std::deque<link_event_trace> traces;
-    std::lock_guard guard(lock);
-    auto &trace = traces.emplace_back();
+const link_event_tracer_s *traced(uint8_t number, std::span<const uint8_t> events) {
+    auto &port = trace_of(number);
+    std::lock_guard guard(port.lock);
+    port.trace.clear();
     for (int64_t i = 0; i < std::ssize(events); i++) {
-        const int64_t milliseconds = 12'000 + 350 * i * i;
-        const link_event_time_s elapsed = {milliseconds / 1000, milliseconds % 1000 * 1'000'000};
-        trace.append(events[i], {k_new_year_2026 + elapsed.seconds, elapsed.nanoseconds}, elapsed);
+        port.append(events[i], 12'000 + 350 * i * i);
     }
-    return trace.tracer();
+    return port.trace.tracer();
 }
 
 port_spec_s spec_of(const port_s &port) {
@@ -130,13 +133,17 @@ port_status_s status_of(uint8_t number, const port_s &port) {
     status.link_number = is_up ? 4 : 0;
     status.link_setting_c = 1;
     if (port.xcvr) {
-        fill_xcvr(number, *port.xcvr, &status);
+        put_transceiver(number, &status);
     }
     status.link_sm_state = port.link_events.back();
     status.status_word_1 = number;
     status.status_word_2 = static_cast<uint32_t>(port.link_events.size());
-    status.link_event_tracer = traced(port.link_events);
+    status.link_event_tracer = traced(number, port.link_events);
     return status;
+}
+
+void put_timing_text(uint32_t state, nyx_if_stats_s *stats) {
+    snprintf(stats->timing_text, sizeof(stats->timing_text), "up to state %u", state);
 }
 
 void fill_stats(uint8_t number, const port_s &port, nyx_if_stats_s *stats) {
@@ -144,12 +151,29 @@ void fill_stats(uint8_t number, const port_s &port, nyx_if_stats_s *stats) {
         stats->mac_counter[i] = number * 1'000'000u + i + 1;
     }
     stats->stats_word = number;
-    snprintf(stats->timing_text, sizeof(stats->timing_text), "up to state %u", port.link_events.back());
+    put_timing_text(port.link_events.back(), stats);
     stats->timing_word_1 = 250'000'000;
     stats->timing_word_2 = number;
 }
 
 }  // namespace
+
+void put_transceiver(uint8_t number, port_status_s *status) {
+    status->xcvr_number = number;
+    for (uint32_t i = 0; i < 6; i++) {
+        status->xcvr_value[i] = number * 10u + i;
+    }
+    fill_xcvr_id(*k_ports[number - 1].xcvr, status->xcvr_id);
+}
+
+void enter_link_state(uint8_t number, uint32_t state, uint64_t uptime_ms, nyx_if_info_s *port) {
+    auto &traced = trace_of(number);
+    std::lock_guard guard(traced.lock);
+    traced.append(state, static_cast<int64_t>(uptime_ms));
+    port->status.port.link_sm_state = state;
+    port->status.port.status_word_2++;
+    put_timing_text(state, &port->stats);
+}
 
 nyx_if_info_s card_port(uint8_t number) {
     const port_s &port = k_ports[number - 1];

@@ -21,10 +21,14 @@ class link_event_trace {
     // The trace for readers; valid as long as this object.
     const link_event_tracer_s *tracer() const { return &tracer_; }
 
+    // Forgets all records. Counts as appending: one thread at a time.
+    void clear();
+
     void append(uint32_t state, link_event_time_s wall_clock, link_event_time_s elapsed_clock);
 
  private:
     link_event_buffer_s &next_place();
+    link_event_buffer_s &switch_buffers();
 
     const uint32_t capacity_;
     std::vector<uint8_t> records_[2];

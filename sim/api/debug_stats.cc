@@ -126,6 +126,10 @@ debug_stats_state_s debug_stats_state() { return g_debug_stats.copy(); }
 
 void put_debug_stats_state(debug_stats_state_s state) { g_debug_stats.put(std::move(state)); }
 
+void change_debug_stats_state(const std::function<void(debug_stats_state_s &)> &change) {
+    g_debug_stats.with(change);
+}
+
 }  // namespace sim
 
 using sim::fault;
@@ -139,12 +143,14 @@ sdk::sdk_ret_t debug::nyx_slab_get(bool (*callback)(void *info, void *ctxt), voi
 
 sdk::sdk_ret_t debug::nyx_pb_stats_get(void (*callback)(nyx_pb_debug_stats_s *stats, void *ctxt),
                                        void *ctxt) {
+    sim::begin_operation();
     return sim::walk("debug::nyx_pb_stats_get", sim::debug_stats_state().pb_ports, sim::k_no_key,
                      [&](auto &port) { callback(&port, ctxt); });
 }
 
 sdk::sdk_ret_t debug::nyx_table_stats_get(void (*callback)(nyx_table_stats_s *stats, void *ctxt),
                                           void *ctxt) {
+    sim::begin_operation();
     return sim::walk("debug::nyx_table_stats_get", sim::tables(), sim::k_no_key,
                      [&](auto &table) { callback(&table, ctxt); });
 }

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <optional>
 #include <vector>
 
@@ -29,5 +30,8 @@ struct debug_stats_state_s {
 // Any thread. put_debug_stats_state({}) goes back to the start.
 debug_stats_state_s debug_stats_state();
 void put_debug_stats_state(debug_stats_state_s state);
+
+// Changes it under its lock: `change` must neither wait nor use it in another way.
+void change_debug_stats_state(const std::function<void(debug_stats_state_s &)> &change);
 
 }  // namespace sim

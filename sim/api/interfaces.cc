@@ -60,6 +60,7 @@ sdk::sdk_ret_t nyx_if_read(nyx_obj_key_s *key, nyx_if_info_s *info) {
 }
 
 sdk::sdk_ret_t nyx_if_read_all(nyx_read_cb_t callback, void *ctxt) {
+    sim::begin_operation();
     const auto snapshot = sim::if_records();
     std::vector<nyx_if_info_s> records;
     for (const auto &[key, info] : snapshot->interfaces) {

@@ -50,6 +50,10 @@ std::vector<switch_port_s> default_switch_ports() {
 
 void put_switch_ports(std::vector<switch_port_s> ports) { g_switch.put({std::move(ports)}); }
 
+void change_switch_ports(const std::function<void(std::vector<switch_port_s> &)> &change) {
+    g_switch.with([&](auto &state) { change(state.ports); });
+}
+
 }  // namespace sim
 
 using sim::g_switch;

@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <functional>
 #include <vector>
 
 #include "agent_api/internal_switch.h"
@@ -19,5 +20,8 @@ std::vector<switch_port_s> default_switch_ports();
 
 // Any thread.
 void put_switch_ports(std::vector<switch_port_s> ports);
+
+// Changes them under their lock: `change` must neither wait nor use them in another way.
+void change_switch_ports(const std::function<void(std::vector<switch_port_s> &)> &change);
 
 }  // namespace sim

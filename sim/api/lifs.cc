@@ -5,6 +5,7 @@
 #include <shared_mutex>
 #include <utility>
 
+#include "sim/card/card.h"
 #include "sim/card/card_lifs.h"
 #include "sim/card/if_records.h"
 #include "sim/faults/faults.h"
@@ -16,6 +17,15 @@ namespace {
 struct lif_s {
     nyx_lif_info_s info = {};
     uint64_t stats_resets = 0;
+    lif_counts counts = {};  // since the last of them
+
+    nyx_lif_info_s counted() const {
+        nyx_lif_info_s with_counts = info;
+        with_counts.lif_word_1 += static_cast<uint32_t>(counts[LIF_RX_PACKETS]);
+        with_counts.lif_word_2 += static_cast<uint32_t>(counts[LIF_TX_PACKETS]);
+        with_counts.lif_word_3 += static_cast<uint32_t>(counts[LIF_DROPS]);
+        return with_counts;
+    }
 };
 
 struct lifs_s {
@@ -72,6 +82,14 @@ void put_lif_impl(uint16_t lif_id, std::unique_ptr<api::impl::lif_impl> object) 
     set_impl(&lifs(), lif_id, std::move(object));
 }
 
+void count_at_lif(uint8_t number, const lif_counts &growth) {
+    std::unique_lock guard(g_lock);
+    auto &counts = lifs().by_key[lif_key(number)].counts;
+    for (size_t i = 0; i < growth.size(); i++) {
+        counts[i] += growth[i];
+    }
+}
+
 uint64_t lif_stats_resets(const nyx_obj_key_s &key) {
     std::shared_lock guard(g_lock);
     const auto lif = lifs().by_key.find(key);
@@ -96,16 +114,17 @@ sdk::sdk_ret_t nyx_lif_read(nyx_obj_key_s *key, nyx_lif_info_s *info) {
     if (lif == sim::lifs().by_key.end()) {
         return sdk::SDK_RET_LOOKUP_FAILURE;
     }
-    *info = lif->second.info;
+    *info = lif->second.counted();
     return sdk::SDK_RET_OK;
 }
 
 sdk::sdk_ret_t nyx_lif_read_all(nyx_read_cb_t callback, void *ctxt) {
+    sim::begin_operation();
     std::vector<nyx_lif_info_s> records;
     {
         std::shared_lock guard(sim::g_lock);
         for (const auto &[key, lif] : sim::lifs().by_key) {
-            records.push_back(lif.info);
+            records.push_back(lif.counted());
         }
     }
     return sim::walk(
@@ -126,6 +145,7 @@ sdk::sdk_ret_t nyx_lif_stats_reset(nyx_obj_key_s *key) {
     }
     for (auto lif = first; lif != last; ++lif) {
         lif->second.stats_resets++;
+        lif->second.counts = {};
     }
     return sdk::SDK_RET_OK;
 }

@@ -109,6 +109,20 @@ void put_lldp_status(uint16_t lldp_if_index, nyx_if_lldp_status_s status) {
     uplinks()[lldp_if_index].status = std::move(status);
 }
 
+void set_lldp_neighbor(uint16_t lldp_if_index, bool is_there) {
+    const auto start = uplinks_at_start();
+    std::unique_lock guard(g_lock);
+    uplinks().at(lldp_if_index).status.neighbor =
+        is_there ? start.at(lldp_if_index).status.neighbor : lldp_if_status_s();
+}
+
+void count_lldp_frames(uint16_t lldp_if_index, uint64_t sent, uint64_t received) {
+    std::unique_lock guard(g_lock);
+    auto &stats = uplinks().at(lldp_if_index).stats;
+    stats.counter_1 += sent;
+    stats.counter_2 += received;
+}
+
 void reset_lldp() {
     std::unique_lock guard(g_lock);
     uplinks() = uplinks_at_start();

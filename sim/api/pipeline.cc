@@ -72,6 +72,8 @@ pipeline_state_s pipeline_state() { return g_pipeline.copy(); }
 
 void put_pipeline_state(pipeline_state_s state) { g_pipeline.put(std::move(state)); }
 
+void change_pipeline_state(const std::function<void(pipeline_state_s &)> &change) { g_pipeline.with(change); }
+
 }  // namespace sim
 
 using sim::fault;
@@ -95,6 +97,7 @@ sdk::sdk_ret_t nyx_datapath_assist_stats_get(nyx_datapath_assist_stats_s *stats)
 
 sdk::sdk_ret_t nyx_session_stats_get(nyx_session_stats_cb_t callback, uint32_t low, uint32_t high,
                                      void *ctxt) {
+    sim::begin_operation();
     return sim::walk(
         "nyx_session_stats_get", sim::sessions_between(low, high),
         [](auto &session) { return sim::key_of(session); },

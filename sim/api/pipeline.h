@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <map>
 
 #include "agent_api/pipeline.h"
@@ -25,5 +26,8 @@ struct pipeline_state_s {
 // Any thread. put_pipeline_state({}) goes back to the start.
 pipeline_state_s pipeline_state();
 void put_pipeline_state(pipeline_state_s state);
+
+// Changes it under its lock: `change` must neither wait nor use it in another way.
+void change_pipeline_state(const std::function<void(pipeline_state_s &)> &change);
 
 }  // namespace sim

@@ -1,12 +1,29 @@
 #include "sim/api/ports.h"
 
+#include <map>
+#include <vector>
+
 #include "sim/api/batches.h"
+#include "sim/api/guarded.h"
+#include "sim/card/card.h"
 #include "sim/card/if_records.h"
 #include "sim/faults/faults.h"
 
 namespace sim {
 
 namespace {
+
+using counts_by_port = std::map<nyx_obj_key_s, port_counts, key_less>;
+guarded<counts_by_port> g_counts;
+
+nyx_if_info_s with_counts(nyx_if_info_s info, const counts_by_port &counts) {
+    if (const auto of_port = counts.find(info.spec.key); of_port != counts.end()) {
+        for (size_t i = 0; i < of_port->second.size(); i++) {
+            info.stats.mac_counter[i] += of_port->second[i];
+        }
+    }
+    return info;
+}
 
 void clear_counters(nyx_if_info_s *info) { memset(&info->stats, 0, sizeof(info->stats.mac_counter)); }
 
@@ -17,6 +34,7 @@ sdk::sdk_ret_t clear_counters(if_records_s &records, const nyx_obj_key_s &key) {
     for (auto &[port_key, info] : records.ports) {
         if (!key.valid() || memcmp(&port_key, &key, sizeof(key)) == 0) {
             clear_counters(&info);
+            g_counts.with([&](auto &counts) { counts.erase(port_key); });
         }
     }
     return sdk::SDK_RET_OK;
@@ -33,6 +51,17 @@ sdk::sdk_ret_t update(if_records_s &records, const nyx_if_spec_s &spec) {
 
 }  // namespace
 
+void count_at_port(uint8_t number, const port_counts &growth) {
+    g_counts.with([&](auto &counts) {
+        auto &of_port = counts[port_key(number)];
+        for (size_t i = 0; i < growth.size(); i++) {
+            of_port[i] += growth[i];
+        }
+    });
+}
+
+void forget_port_counts() { g_counts.put({}); }
+
 void put_port(const nyx_if_info_s &info) {
     (void)change_if_records([&](if_records_s &records) {
         records.ports[info.spec.key] = info;
@@ -48,6 +77,7 @@ sdk::sdk_ret_t api::port_get(nyx_obj_key_s *key, nyx_if_info_s *info) {
     }
     const auto records = sim::if_records();
     if (!sim::copy_if_record(records->ports, *key, info)) {
+        *info = sim::with_counts(*info, sim::g_counts.copy());
         return sdk::SDK_RET_OK;
     }
     const auto uplink = records->interfaces.find(*key);
@@ -59,10 +89,12 @@ sdk::sdk_ret_t api::port_get(nyx_obj_key_s *key, nyx_if_info_s *info) {
 }
 
 sdk::sdk_ret_t api::port_get_all(nyx_read_cb_t callback, void *ctxt) {
+    sim::begin_operation();
     const auto records = sim::if_records();
+    const auto counts = sim::g_counts.copy();
     std::vector<nyx_if_info_s> known;
     for (const auto &[key, info] : records->ports) {
-        known.push_back(info);
+        known.push_back(sim::with_counts(info, counts));
     }
     for (const auto &[key, info] : records->interfaces) {
         if (info.spec.type == NYX_IF_TYPE_UPLINK) {

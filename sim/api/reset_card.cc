@@ -4,6 +4,7 @@
 #include "sim/api/batches.h"
 #include "sim/api/lifs.h"
 #include "sim/api/lldp.h"
+#include "sim/api/ports.h"
 #include "sim/card/card.h"
 
 namespace sim {
@@ -14,6 +15,7 @@ void reset_card() {
         records = card_records();
         return sdk::SDK_RET_OK;
     });
+    forget_port_counts();
     reset_lifs();
     reset_lldp();
     core::agent_state::state()->epoch = 0;

@@ -67,6 +67,8 @@ system_state_s system_state() { return g_system.copy(); }
 
 void put_system_state(system_state_s state) { g_system.put(std::move(state)); }
 
+void change_system_state(const std::function<void(system_state_s &)> &change) { g_system.with(change); }
+
 }  // namespace sim
 
 using sim::fault;
@@ -126,6 +128,7 @@ sdk::sdk_ret_t nyx_p4_stage_frequency_update(nyx_clock_freq_e frequency) {
 }
 
 sdk::sdk_ret_t sdk::asic::pd::queue_credits_get(queue_credits_cb_t callback, void *ctxt) {
+    sim::begin_operation();
     return sim::walk(
         "sdk::asic::pd::queue_credits_get", sim::system_state().credits,
         [](auto &) { return std::span<const uint8_t>(); },

@@ -3,6 +3,7 @@
 #pragma once
 
 #include <cstdint>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -36,5 +37,8 @@ struct system_state_s {
 // Any thread. put_system_state({}) goes back to the start.
 system_state_s system_state();
 void put_system_state(system_state_s state);
+
+// Changes it under its lock: `change` must neither wait nor use it in another way.
+void change_system_state(const std::function<void(system_state_s &)> &change);
 
 }  // namespace sim

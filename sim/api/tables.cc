@@ -83,18 +83,23 @@ sdk::sdk_ret_t counted(size_t table, table_operation_e operation, sdk::sdk_ret_t
 
 operation_counts_s counts_of(const operation_counter_s &counter) { return {counter.done, counter.failed}; }
 
+// The caller holds the table's lock.
+sdk::sdk_ret_t insert_entry(size_t table, const void *spec) {
+    auto &entries = at(table).entries;
+    const bool created = entries.try_emplace(to_key(key_of_spec(table, spec)), to_record(table, spec)).second;
+    at(table).most_entries = std::max(at(table).most_entries, entries.size());
+    return created ? sdk::SDK_RET_OK : sdk::SDK_RET_ALREADY_PRESENT;
+}
+
 sdk::sdk_ret_t create_entry(size_t table, const void *spec) {
-    const auto key = key_of_spec(table, spec);
-    if (const auto ret = injected(table, "create", key)) {
+    if (const auto ret = injected(table, "create", key_of_spec(table, spec))) {
         return ret;
     }
     std::unique_lock guard(at(table).lock);
     if (const auto ret = injected_full(table, at(table).entries.size())) {
         return ret;
     }
-    const bool created = at(table).entries.try_emplace(to_key(key), to_record(table, spec)).second;
-    at(table).most_entries = std::max(at(table).most_entries, at(table).entries.size());
-    return created ? sdk::SDK_RET_OK : sdk::SDK_RET_ALREADY_PRESENT;
+    return insert_entry(table, spec);
 }
 
 sdk::sdk_ret_t update_entry(size_t table, const void *spec) {
@@ -138,6 +143,11 @@ sdk::sdk_ret_t read_entry(size_t table, const void *key_record, void *spec) {
 
 sdk::sdk_ret_t table_create(size_t table, const void *spec) {
     return counted(table, TABLE_CREATE, create_entry(table, spec));
+}
+
+sdk::sdk_ret_t table_fill(size_t table, const void *spec) {
+    std::unique_lock guard(at(table).lock);
+    return counted(table, TABLE_CREATE, insert_entry(table, spec));
 }
 
 sdk::sdk_ret_t table_update(size_t table, const void *spec) {

@@ -20,6 +20,9 @@ sdk::sdk_ret_t table_delete(size_t table, const void *key);   // SDK_RET_LOOKUP_
 sdk::sdk_ret_t table_read(size_t table, const void *key,
                           void *spec);  // SDK_RET_LOOKUP_FAILURE, spec untouched
 
+// As table_create, but never fails by a fault.
+sdk::sdk_ret_t table_fill(size_t table, const void *spec);
+
 size_t table_entry_count(size_t table);
 
 // About how much memory all entries take.

@@ -79,7 +79,10 @@ constexpr std::string_view k_operations[] = {
 std::mutex g_lock;
 std::vector<active_s> g_faults;
 uint32_t g_last_id = 0;
-std::atomic<bool> g_armed = false;
+std::atomic<void (*)()> g_before_operations = nullptr;
+std::atomic<bool> g_armed = false;  // whether there are faults, or something runs before operations
+
+void update_armed() { g_armed = !g_faults.empty() || g_before_operations.load(); }
 
 bool starts_with(std::span<const uint8_t> key, const std::vector<uint8_t> &start) {
     return key.size() >= start.size() && std::equal(start.begin(), start.end(), key.begin());
@@ -125,7 +128,7 @@ uint32_t add_fault(fault_s fault) {
     std::lock_guard guard(g_lock);
     std::mt19937 random(static_cast<uint32_t>(fault.seed.value_or(1)));
     g_faults.push_back({.id = ++g_last_id, .fault = std::move(fault), .random = random});
-    g_armed = true;
+    update_armed();
     return g_last_id;
 }
 
@@ -151,7 +154,7 @@ std::optional<uint32_t> remove_faults(std::span<const uint32_t> ids, std::vector
         }
         return chosen;
     });
-    g_armed = !g_faults.empty();
+    update_armed();
     return std::nullopt;
 }
 
@@ -177,8 +180,21 @@ std::vector<std::string> fault_operations() {
 
 bool faults_armed() { return g_armed; }
 
+void run_before_operations(void (*work)()) {
+    std::lock_guard guard(g_lock);
+    g_before_operations = work;
+    update_armed();
+}
+
+void begin_operation() {
+    if (auto *work = g_before_operations.load()) {
+        work();
+    }
+}
+
 sdk::sdk_ret_t injected_fault(std::string_view operation, std::span<const uint8_t> key,
                               std::optional<uint64_t> record) {
+    begin_operation();
     uint64_t delay_ms = 0;
     sdk::sdk_ret_t code = sdk::SDK_RET_OK;
     {

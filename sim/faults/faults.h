@@ -40,8 +40,14 @@ void clear_faults();
 std::vector<std::string> fault_operations();
 std::string table_operation(std::string_view table, std::string_view operation);
 
-// Whether any fault is armed. Operations ask this first, because it costs nothing.
+// Whether any fault is armed, or something runs before operations. Operations ask this first, because it costs nothing.
 bool faults_armed();
+
+// Lets `work` run when an operation begins, on its thread and without a lock; null: nothing. It must not begin operations.
+void run_before_operations(void (*work)());
+
+// For operations that read the card before they call walk() or fault().
+void begin_operation();
 
 // Each operation calls this once when it begins: waits if a fault delays the call, and returns the code to fail with, or
 // SDK_RET_OK. `record`: in a walk, how many records it has visited.

@@ -125,12 +125,7 @@ port_spec_s spec_of(const port_s &port) {
 }
 
 port_status_s status_of(uint8_t number, const port_s &port) {
-    const bool is_up = port.link == NYX_STATE_UP;
     auto status = port_status_s();
-    status.link_state = is_up ? 2 : 1;
-    status.link_setting_b = is_up ? port.setting_b : 0;
-    status.link_flag = is_up;
-    status.link_number = is_up ? 4 : 0;
     status.link_setting_c = 1;
     if (port.xcvr) {
         put_transceiver(number, &status);
@@ -166,6 +161,15 @@ void put_transceiver(uint8_t number, port_status_s *status) {
     fill_xcvr_id(*k_ports[number - 1].xcvr, status->xcvr_id);
 }
 
+void put_link(bool is_up, nyx_if_info_s *port) {
+    port->status.oper_state = is_up ? NYX_STATE_UP : NYX_STATE_DOWN;
+    port_status_s &status = port->status.port;
+    status.link_state = is_up ? 2 : 1;
+    status.link_setting_b = is_up ? port->spec.port.setting_b : 0;
+    status.link_flag = is_up;
+    status.link_number = is_up ? 4 : 0;
+}
+
 void enter_link_state(uint8_t number, uint32_t state, uint64_t uptime_ms, nyx_if_info_s *port) {
     auto &traced = trace_of(number);
     std::lock_guard guard(traced.lock);
@@ -183,8 +187,8 @@ nyx_if_info_s card_port(uint8_t number) {
     info.spec.admin_state = NYX_STATE_UP;
     info.spec.port = spec_of(port);
     info.status.if_index = k_port_if_index | number << 16;
-    info.status.oper_state = port.link;
     info.status.port = status_of(number, port);
+    put_link(port.link == NYX_STATE_UP, &info);
     fill_stats(number, port, &info.stats);
     return info;
 }

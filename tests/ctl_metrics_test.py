@@ -25,6 +25,8 @@ unit = "°C"
 ["nyx.SystemVoltage.value_1"]
 name = "Kernspannung (größte)"
 unit = "mV"
+warn = { above = 850, below = 800 }
+critical = 851
 ["nyx.PortStats.mac_stats[17]"]
 name = "rx frames"
 ["nyx.PortStats.mac_stats[18]"]
@@ -83,6 +85,8 @@ class MetricsTest(agent.SharedAgentTestCase):
         self.assertIn(r'# HELP nyx_system_core_temperature_celsius Hottest \\ "core"', text)
         self.assertEqual(samples["nyx_system_temperature_value_2_celsius",], 43)  # its name is taken
         self.assertEqual([value for key, value in samples.items() if key[0].endswith("_volts")], [0.851])
+        limits = {dict(key[1:])["severity"]: value for key, value in samples.items() if key[0] == "nyx_limit_passed"}
+        self.assertEqual(limits, {"warn": 1, "critical": 0})  # 851 mV
         self.assertEqual(samples["nyx_port_rx_frames_total", *port], 1000018)
         self.assertEqual(samples["nyx_port_link_state", *port], 2)
         self.assertEqual(samples["nyx_port_mac_stats_total", *port, ("type", "18")], 1000019)  # taken, too

@@ -27,6 +27,8 @@ labels of nyx_..._info. --timeout is for all calls together.
   nyx_up                      1 if the agent answered
   nyx_read_failed{method=}    1 for a method that failed; its metrics are missing,
                               or end at the failure
+  nyx_limit_passed{metric=, severity=}   1 for a number beyond a limit of the
+                              dictionary (--labels)
 A method that the agent does not provide has no metrics and has not failed.
 
 The file of -o is replaced whole, as the textfile collector of the Prometheus node

@@ -4,13 +4,12 @@
 #include <google/protobuf/descriptor.pb.h>
 
 #include <algorithm>
-#include <cctype>
 
 #include "base/text.h"
 #include "client/core/field_value.h"
 #include "client/core/fields.h"
-#include "client/core/labels.h"
 #include "client/view/list_rows.h"
+#include "client/view/metric_name.h"
 #include "client/view/one_object.h"
 #include "nyx/agent.pb.h"
 #include "nyx/types/options.pb.h"
@@ -21,69 +20,6 @@ namespace nyxctl {
 namespace {
 
 constexpr size_t k_label_size_max = 128;
-
-struct unit_s {
-    std::string_view unit;
-    std::string_view base;
-    double factor = 1;
-};
-
-constexpr unit_s k_units[] = {
-    {"°C", "celsius"},      {"C", "celsius"},          {"V", "volts"},          {"mV", "volts", 1e-3},
-    {"W", "watts"},         {"mW", "watts", 1e-3},     {"A", "amperes"},        {"mA", "amperes", 1e-3},
-    {"Hz", "hertz"},        {"kHz", "hertz", 1e3},     {"MHz", "hertz", 1e6},   {"GHz", "hertz", 1e9},
-    {"s", "seconds"},       {"ms", "seconds", 1e-3},   {"us", "seconds", 1e-6}, {"ns", "seconds", 1e-9},
-    {"B", "bytes"},         {"kB", "bytes", 1e3},      {"MB", "bytes", 1e6},    {"GB", "bytes", 1e9},
-    {"KiB", "bytes", 1024}, {"MiB", "bytes", 1048576}, {"%", "ratio", 1e-2},
-};
-
-// Names of messages end in what they are, names of metrics don't.
-std::string_view without_kind(std::string_view part) {
-    for (const std::string_view kind : {"stats", "status", "spec", "if"}) {
-        if (part == kind) {
-            return {};
-        }
-        if (part.ends_with(kind) && part[part.size() - kind.size() - 1] == '_') {
-            return without_kind(part.substr(0, part.size() - kind.size() - 1));
-        }
-    }
-    return part;
-}
-
-// nyx_port_link_state for "port" and "status.link_status.link_state": what the next name repeats is left out.
-std::string metric_name(std::string_view prefix, std::string_view path) {
-    std::string name = "nyx_";
-    std::string last(prefix);
-    while (!path.empty()) {
-        const size_t dot = std::min(path.find('.'), path.size());
-        const bool is_last = dot == path.size();
-        const std::string_view part = is_last ? path : without_kind(path.substr(0, dot));
-        if (!part.empty()) {
-            name += part.starts_with(last + "_") ? "" : last + "_";
-            last = part;
-        }
-        path.remove_prefix(is_last ? dot : dot + 1);
-    }
-    std::ranges::replace_if(
-        last, [](unsigned char c) { return c >= 0x80 || !std::isalnum(c); }, '_');
-    return name + last;
-}
-
-// The unit of the label, of the contract, or of the field's name, which is then left without it.
-unit_s unit_of(const pb::FieldDescriptor *field, const label_s *label, std::string *name) {
-    std::string unit = label ? label->unit : "";
-    if (unit.empty() && field->containing_type() == nyx::AgentMemory::descriptor()) {
-        unit = "B";
-    }
-    for (const std::string_view in_name : {"_ns", "_ms"}) {
-        if (unit.empty() && name->ends_with(in_name)) {
-            unit = in_name.substr(1);
-            name->resize(name->size() - in_name.size());
-        }
-    }
-    const auto *known = std::ranges::find(k_units, unit, &unit_s::unit);
-    return known == std::end(k_units) ? unit_s{} : *known;
-}
 
 struct to_number_s {
     double factor;
@@ -123,21 +59,6 @@ std::string labels_of(const pb::Message &outer, const pb::Message &element,
     return labels;
 }
 
-// ": 1 down, 2 up", of an enumeration or of a number that has texts.
-std::string meanings(const pb::FieldDescriptor *field, const label_s *label) {
-    std::string texts;
-    for (int i = 0; field->enum_type() && i < field->enum_type()->value_count(); i++) {
-        const auto *value = field->enum_type()->value(i);
-        const std::string text = label_text(field, value);
-        texts +=
-            text.empty() ? "" : fmt::format("{} {} {}", texts.empty() ? ":" : ",", value->number(), text);
-    }
-    for (const auto &[number, text] : label && !field->enum_type() ? label->values : label_s().values) {
-        texts += fmt::format("{} {} {}", texts.empty() ? ":" : ",", number, text);
-    }
-    return texts;
-}
-
 // A number of a message.
 struct number_s {
     const pb::Message &message;
@@ -161,7 +82,7 @@ struct number_s {
     }
 
     std::string help(const std::string &owner, const label_s *label) const {
-        return (label && !label->help.empty() ? label->help : owner) + meanings(field, label);
+        return (label && !label->help.empty() ? label->help : owner) + number_texts(field, label);
     }
 };
 
@@ -224,15 +145,34 @@ struct metric_walk_s {
         const bool is_element = number.list && word.empty();
         const std::string owner = number.owner(view, is_element);
         std::string name = metric_name(view.prefix, word.empty() ? number.path : word);
-        const unit_s unit = unit_of(number.field, label, &name);
+        const unit_s unit = metric_unit(number.field, label, &name);
         const std::string value = number.text(unit.factor * (label ? label->scale.value_or(1) : 1));
         const bool counts = label && label->counter ? *label->counter : is_counter(number.field);
         name += unit.base.empty() || name.ends_with(unit.base) ? "" : fmt::format("_{}", unit.base);
         const std::string more =
             is_element ? fmt::format("{}=\"{}\"", number.element_name, number.element) : "";
-        return value.empty() ||
-               metrics->add(name, {owner, counts ? "counter" : "gauge", number.help(owner, label)},
-                            joined(labels, more), value, counts ? "_total" : "");
+        if (value.empty()) {
+            return true;
+        }
+        const std::string series = joined(labels, more);
+        const bool is_added =
+            metrics->add(name, {owner, counts ? "counter" : "gauge", number.help(owner, label)}, series,
+                         value, counts ? "_total" : "");
+        if (is_added && label) {
+            add_limits(*label, joined(series, metrics_s::label("metric", name)),
+                       std::stod(number.text(label->scale.value_or(1))));
+        }
+        return is_added;
+    }
+
+    void add_limits(const label_s &label, const std::string &series, double shown) const {
+        for (const auto &[limit, severity] :
+             {std::pair(&label.warn, "warn"), {&label.critical, "critical"}}) {
+            if (limit->above || limit->below) {
+                metrics->add("nyx_limit_passed", "Whether the metric is beyond a limit of the dictionary",
+                             joined(series, metrics_s::label("severity", severity)), limit->passed(shown));
+            }
+        }
     }
 
     static bool is_counter(const pb::FieldDescriptor *field) {

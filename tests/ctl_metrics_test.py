@@ -3,6 +3,7 @@
 usage: ctl_metrics_test.py FOLDER-OF-PROGRAMS [unittest options]
 """
 
+import json
 import os
 import pathlib
 import re
@@ -14,6 +15,7 @@ from prometheus_client.parser import text_string_to_metric_families
 
 import agent
 
+PROMETHEUS = pathlib.Path(__file__).resolve().parent.parent / "packaging/prometheus"
 LABELS = r"""
 ["nyx.SystemTemperature.value_1"]
 name = "core temperature"
@@ -86,7 +88,7 @@ class MetricsTest(agent.SharedAgentTestCase):
         self.assertEqual(samples["nyx_system_temperature_value_2_celsius",], 43)  # its name is taken
         self.assertEqual([value for key, value in samples.items() if key[0].endswith("_volts")], [0.851])
         limits = {dict(key[1:])["severity"]: value for key, value in samples.items() if key[0] == "nyx_limit_passed"}
-        self.assertEqual(limits, {"warn": 1, "critical": 0})  # 851 mV
+        self.assertEqual(limits, {"warning": 1, "critical": 0})  # 851 mV
         self.assertEqual(samples["nyx_port_rx_frames_total", *port], 1000018)
         self.assertEqual(samples["nyx_port_link_state", *port], 2)
         self.assertEqual(samples["nyx_port_mac_stats_total", *port, ("type", "18")], 1000019)  # taken, too
@@ -130,6 +132,51 @@ class MetricsTest(agent.SharedAgentTestCase):
         self.assertEqual([name for name in os.listdir(self.folder) if re.match("nyx.prom", name)], ["nyx.prom"])
         result = self.ctl("metrics", "-o", f"{self.folder}/missing/nyx.prom", exit_code=1)
         self.assertIn("cannot write", result.stderr)
+
+    def test_rules_and_dashboard_use_metrics_that_there_are(self):
+        names = set(re.findall(r"^nyx_\w+", self.ctl("metrics").stdout, re.MULTILINE)) | {"nyx_limit_passed"}
+        for file in ("rules.yml", "dashboard.json"):
+            used = set(re.findall(r"(?<![:\w~\"])nyx_\w+", (PROMETHEUS / file).read_text(encoding="utf-8")))
+            self.assertGreater(len(used), 3)
+            self.assertEqual(used - names, set(), file)
+        dashboard = json.loads((PROMETHEUS / "dashboard.json").read_text(encoding="utf-8"))
+        self.assertGreater(len(dashboard["panels"]), 5)
+        if shutil.which("promtool"):
+            rules = [{"record": "x", "expr": target["expr"].replace("$instance", "card")}
+                     for panel in dashboard["panels"] for target in panel["targets"]]
+            path = pathlib.Path(self.folder, "dashboard.yml")
+            path.write_text(json.dumps({"groups": [{"name": "x", "rules": rules}]}))
+            check = subprocess.run(["promtool", "check", "rules", path], text=True, capture_output=True)
+            self.assertEqual(check.returncode, 0, check.stderr)
+
+    @unittest.skipUnless(shutil.which("promtool"), "promtool is not installed")
+    def test_alerts_fire_for_what_is_wrong_only(self):
+        well = {line.split()[0]: "{}+0x60".format(line.split()[1])
+                for line in self.ctl("metrics").stdout.replace('", "', '","').splitlines()
+                if line.startswith(("nyx_up", "nyx_read", "nyx_interface_", "nyx_agent_")) and line.count(" ") == 1}
+        well['node_textfile_mtime_seconds{file="/x/nyx.prom"}'] = "0+15x60"
+        ill = well | {"nyx_up": "0x60", "nyx_agent_start_time_seconds": "1x50 2x10",
+                      'nyx_limit_passed{severity="warning"}': "1x60", "nyx_agent_memory_limit_bytes": "1x60",
+                      "nyx_agent_mac_file_folder_writable": "0x60", "nyx_agent_watchdog_late_total": "0+1x60",
+                      "nyx_agent_refusals_role_total": "0+1x60", 'node_textfile_mtime_seconds{file="/x/nyx.prom"}': "0x60",
+                      'nyx_agent_calls_total{method="x",grpc_code="8",api_status="ok"}': "0+1000x60",
+                      'nyx_agent_call_duration_seconds_bucket{method="x",le="1"}': "0+10x60",
+                      'nyx_agent_call_duration_seconds_bucket{method="x",le="9"}': "0+20x60",
+                      'nyx_agent_call_duration_seconds_bucket{method="x",le="+Inf"}': "0+20x60"}
+        all_alerts = set(re.findall(r"alert: (\w+)", (PROMETHEUS / "rules.yml").read_text()))
+        for series, fire in ((well, {"NyxInterfaceDown"}),  # of the port without a link
+                             (ill, all_alerts - {"NyxReadFails"})):
+            test = {"rule_files": [str(PROMETHEUS / "rules.yml")], "evaluation_interval": "15s",
+                    "tests": [{"interval": "15s",
+                               "input_series": [{"series": name, "values": values} for name, values in series.items()],
+                               "promql_expr_test": [{"expr": 'group by (alertname) (ALERTS{alertstate="firing"})',
+                                                     "eval_time": "14m30s",
+                                                     "exp_samples": [{"labels": f'{{alertname="{name}"}}', "value": 1}
+                                                                     for name in sorted(fire)]}]}]}
+            path = pathlib.Path(self.folder, "rules_test.yml")
+            path.write_text(json.dumps(test))
+            check = subprocess.run(["promtool", "test", "rules", path], text=True, capture_output=True)
+            self.assertEqual(check.returncode, 0, check.stdout[-2000:] + check.stderr[-2000:])
 
 
 if __name__ == "__main__":

@@ -167,7 +167,7 @@ struct metric_walk_s {
 
     void add_limits(const label_s &label, const std::string &series, double shown) const {
         for (const auto &[limit, severity] :
-             {std::pair(&label.warn, "warn"), {&label.critical, "critical"}}) {
+             {std::pair(&label.warn, "warning"), {&label.critical, "critical"}}) {
             if (limit->above || limit->below) {
                 metrics->add("nyx_limit_passed", "Whether the metric is beyond a limit of the dictionary",
                              joined(series, metrics_s::label("severity", severity)), limit->passed(shown));

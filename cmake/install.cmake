@@ -1,4 +1,4 @@
-# What `cmake --install` puts where, by component: runtime, dev, client, agent. Each becomes a package of its own.
+# What `cmake --install` puts where, by component: runtime, dev, client, agent, proto, python. Each becomes a package of its own.
 
 include(CMakePackageConfigHelpers)
 include(GNUInstallDirs)

@@ -19,7 +19,7 @@ else()
   set(CPACK_DEBIAN_PACKAGE_SHLIBDEPS_PRIVATE_DIRS ${CMAKE_LIBRARY_OUTPUT_DIRECTORY})
 endif()
 
-set(CPACK_COMPONENTS_ALL runtime dev client agent)
+set(CPACK_COMPONENTS_ALL runtime dev client agent proto python)
 
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_NAME libsvc-quill${NYX_SOVERSION})
 set(CPACK_DEBIAN_RUNTIME_PACKAGE_SECTION libs)
@@ -29,12 +29,12 @@ and the messages that it shares with its clients.")
 
 set(CPACK_DEBIAN_DEV_PACKAGE_NAME libsvc-quill-dev)
 set(CPACK_DEBIAN_DEV_PACKAGE_SECTION libdevel)
-set(CPACK_COMPONENT_DEV_DEPENDS runtime)
+set(CPACK_COMPONENT_DEV_DEPENDS runtime proto)
 # The last because gRPC's CMake package asks for all of its programs.
 set(CPACK_DEBIAN_DEV_PACKAGE_DEPENDS "libgrpc++-dev, libprotobuf-dev, libspdlog-dev, protobuf-compiler-grpc")
 set(CPACK_DEBIAN_DEV_DESCRIPTION "Service layer of the quill dataplane agent: development files
-Contracts of the agent's operations, headers, .proto files with a descriptor
-set, CMake and pkg-config files, documentation.")
+Contracts of the agent's operations, headers, CMake and pkg-config files,
+documentation.")
 
 set(CPACK_DEBIAN_CLIENT_PACKAGE_NAME nyxctl)
 set(CPACK_DEBIAN_CLIENT_PACKAGE_SECTION net)
@@ -49,5 +49,23 @@ set(CPACK_COMPONENT_AGENT_DEPENDS runtime)
 set(CPACK_DEBIAN_AGENT_DESCRIPTION "Quill dataplane agent on an in-memory adapter
 Serves all services with no card in the machine, for rehearsals, and for people
 who write controllers. Fails on demand.")
+
+set(CPACK_DEBIAN_PROTO_PACKAGE_NAME nyx-proto)
+set(CPACK_DEBIAN_PROTO_PACKAGE_SECTION misc)
+set(CPACK_DEBIAN_PROTO_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PROTO_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PROTO_DESCRIPTION "Contracts of the quill dataplane agent
+The .proto files of its gRPC services, and a descriptor set with their
+comments: for clients in any language.")
+
+set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-nyx)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_ARCHITECTURE all)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_SHLIBDEPS OFF)
+set(CPACK_DEBIAN_PYTHON_PACKAGE_DEPENDS "python3 (>= 3.11), python3-grpcio (>= 1.51), python3-protobuf (>= 3.21)")
+set(CPACK_DEBIAN_PYTHON_PACKAGE_CONTROL_EXTRA ${CMAKE_CURRENT_LIST_DIR}/python/postinst ${CMAKE_CURRENT_LIST_DIR}/python/prerm)
+set(CPACK_DEBIAN_PYTHON_DESCRIPTION "Python client of the quill dataplane agent
+Programs tables by the million entries, calls all services, notices that the
+agent restarted, and makes the in-memory agent fail for tests.")
 
 include(CPack)

@@ -3,6 +3,7 @@
 from __future__ import annotations
 
 import contextlib
+import functools
 import importlib
 import os
 import pkgutil
@@ -30,7 +31,6 @@ _CHANNEL_OPTIONS = [
 ]
 _INSTANCE = "nyx-instance-id"
 _BROKEN = (grpc.StatusCode.UNAVAILABLE, grpc.StatusCode.CANCELLED)
-_PROBE = "NyxTblSvc/flowGet"  # without a key it reads nothing
 
 
 def connect(address: str | None = None, *, on_restart: Callable[[Agent], object] | None = None, timeout: float = 30,
@@ -101,7 +101,7 @@ class Agent:
         """The methods that call() knows, as "Service/Method"."""
         return sorted(name for name in self._methods if name.count("/") == 1 and "." not in name)
 
-    @property
+    @functools.cached_property
     def tables(self) -> list[str]:
         """The names of all tables."""
         return sorted({name.removesuffix("Create") for name in self._methods
@@ -142,7 +142,7 @@ class Agent:
 
     def ping(self) -> None:
         """Asks the agent for a sign of life, and so notices a restart: for a client that has nothing else to ask."""
-        self.method(_PROBE).read()
+        self.method(self.tables[0] + "Get").read()  # without a key it reads nothing; every agent has it
         self.tell_restart()
 
     def on_restart(self, callback: Callable[[Agent], object]) -> None:

@@ -46,6 +46,7 @@ class Codec:
                          if field.GetOptions().HasExtension(options_pb2.action_id)}
         self._spoken = {name for name, field in self._fields.items() if not field.plain}
         self._switches = {name: f"{name}_valid" for name in self._fields if f"{name}_valid" in self._fields}
+        self._optional = {*self._actions, *self._switches}
         for switch in self._switches.values():
             self._limits[switch] = self._fields[switch].limit = 1
 
@@ -114,7 +115,8 @@ class Codec:
             if message.action_id == action:
                 getattr(message, name).SetInParent()
         for name, field in self._fields.items():
-            if field.child and message.HasField(name):
+            if field.child and (message.HasField(name) or name not in self._optional):
+                getattr(message, name).SetInParent()
                 field.child.normalise(getattr(message, name))
         return message
 

@@ -135,13 +135,12 @@ class Table:
                     yield *waiting[0][:2], work.finish(method, waiting.popleft()[2])
             while waiting:
                 yield *waiting[0][:2], work.finish(method, waiting.popleft()[2])
-        except ValueError:
-            for *_, call in waiting:
-                call.exception()  # waits: what came before a wrong value is in the card
-            raise
         finally:
             for *_, call in waiting:
-                call.cancel()
+                if method is self._get:
+                    call.cancel()
+                else:
+                    call.exception()  # waits: a request that runs on could undo what the caller does next
 
     def _found(self, request: Any, response: Any, work: _Work) -> list[Any]:
         """The entries that a response holds, in the order of the keys; None for those that were not found."""

@@ -115,11 +115,14 @@ class ControllerTest(unittest.TestCase):
         self.rehearse(sys.executable, "-B", EXAMPLES / "controller.py",
                       "--address={address}", "--flows={flows}", "--rounds={rounds}")
 
+    def test_rehearsal_of_the_controller_in_cpp(self):
+        self.rehearse(BIN / "example_controller", "{address}", "{flows}", "{rounds}")
+
 
 class ExamplesTest(unittest.TestCase):
     def test_programs_are_short(self):
         programs = [path for path in EXAMPLES.iterdir() if path.suffix in (".py", ".cc")]
-        self.assertGreaterEqual(len(programs), 1)
+        self.assertGreaterEqual(len(programs), 2)
         for program in programs:
             self.assertLess(len(program.read_text(encoding="utf-8").splitlines()), 150, program)
 

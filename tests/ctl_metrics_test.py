@@ -130,6 +130,7 @@ class MetricsTest(agent.SharedAgentTestCase):
         self.assertEqual(samples.pop(("nyx_up",)), 0)
         self.assertEqual(set(samples.values()), {1})
         self.assertEqual([name for name in os.listdir(self.folder) if re.match("nyx.prom", name)], ["nyx.prom"])
+        self.assertIn("nyx_up 0", self.ctl("metrics", "-o", "/dev/stdout", exit_code=3).stdout)
         result = self.ctl("metrics", "-o", f"{self.folder}/missing/nyx.prom", exit_code=1)
         self.assertIn("cannot write", result.stderr)
 

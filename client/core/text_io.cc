@@ -39,6 +39,10 @@ outcome_s read_all(int fd, const std::string &name, std::string *text) {
     }
 }
 
+outcome_s cannot_write(const std::string &path) {
+    return local_failure(fmt::format("cannot write \"{}\": {}", path, errno_text()));
+}
+
 bool write_all(int fd, std::string_view text) {
     while (!text.empty()) {
         const ssize_t written = write(fd, text.data(), text.size());
@@ -74,6 +78,12 @@ outcome_s read_argument(const std::string &argument, std::string *text) {
 
 outcome_s replace_file(const std::string &path, std::string_view text) {
     constexpr mode_t k_anybody_may_read = 0644;
+    struct stat old;
+    if (stat(path.c_str(), &old) == 0 && !S_ISREG(old.st_mode)) {  // /dev/stdout: not to be replaced
+        const base::unique_fd device(open(path.c_str(), O_WRONLY | O_CLOEXEC));
+        const bool written = device.valid() && write_all(device.get(), text);
+        return written ? outcome_s() : cannot_write(path);
+    }
     std::string new_path = path + ".XXXXXX";
     const base::unique_fd fd(mkostemp(new_path.data(), O_CLOEXEC));
     const bool replaced = fd.valid() && fchmod(fd.get(), k_anybody_may_read) == 0 &&
@@ -81,7 +91,7 @@ outcome_s replace_file(const std::string &path, std::string_view text) {
     if (replaced) {
         return {};
     }
-    outcome_s outcome = local_failure(fmt::format("cannot write \"{}\": {}", path, errno_text()));
+    outcome_s outcome = cannot_write(path);
     if (fd.valid()) {
         unlink(new_path.c_str());
     }

@@ -18,7 +18,8 @@ outcome_s read_argument(const std::string &argument, std::string *text);
 // Sets `text` to the file.
 outcome_s read_file(const std::string &path, std::string *text);
 
-// Replaces a file, which anybody may read, or creates it. Readers find the old or the new text, whole.
+// Replaces a file, which anybody may read, or creates it. Readers find the old or the new text, whole. Writes to anything
+// else, such as a device.
 outcome_s replace_file(const std::string &path, std::string_view text);
 
 // Writes everything to stdout, unbuffered. A reader that has left is a failure without a text.

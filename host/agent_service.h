@@ -2,11 +2,10 @@
 
 #pragma once
 
-#include <atomic>
 #include <chrono>
-#include <cstdint>
 #include <string>
 
+#include "host/connections.h"
 #include "nyx/agent.grpc.pb.h"
 #include "svc/call_server.h"
 #include "svc/served.h"
@@ -22,12 +21,6 @@ struct instance_s {
 
 // With a random id and the time of now. Throws setup_error.
 instance_s new_instance();
-
-// Counted by whoever accepts gRPC clients. Any thread.
-struct connection_counts_s {
-    std::atomic<uint32_t> open = 0;
-    std::atomic<uint64_t> accepted = 0, turned_away = 0, closed = 0;
-};
 
 // Any thread.
 class AgentSvcImpl final : public svc::served<nyx::AgentSvc> {

@@ -5,7 +5,9 @@
 #include <linux/tcp.h>  // netinet/tcp.h has fewer members
 #include <malloc.h>
 #include <netinet/in.h>
+#include <pthread.h>
 #include <sys/epoll.h>
+#include <sys/eventfd.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -14,16 +16,21 @@
 #include <cstdio>
 #include <vector>
 
+#include "host/setup_error.h"
+
 namespace host {
 
 namespace {
 
-using clock = std::chrono::steady_clock;
-
 constexpr size_t k_mib = 1024 * 1024;
-// Calls have a budget of 256 MiB (svc/call_server.h). What goes beyond this is not theirs.
-constexpr size_t k_allowed = 320 * k_mib;
 constexpr size_t k_worth_a_trim = 32 * k_mib;
+// What may have no explanation. Headers cost nine times their bytes while they come in, and when the connection ends, gRPC
+// makes three copies of them: this must stay well below the 512 MiB that an attack may cost.
+constexpr size_t k_unexplained = 96 * k_mib;
+// What calls, requests that are coming in and open connections explain, at most and together.
+constexpr size_t k_calls = 128 * k_mib, k_received = 96 * k_mib, k_connection = 40 * 1024;
+constexpr size_t k_allowed = 400 * k_mib;
+constexpr auto k_until_a_close_helps = std::chrono::seconds(1);
 
 size_t resident_bytes() {
     static const base::unique_fd statm(open("/proc/self/statm", O_RDONLY | O_CLOEXEC));
@@ -47,63 +54,136 @@ uint64_t bytes_so_far(int fd, uint64_t before) {
     return before + (ioctl(fd, SIOCINQ, &waiting) == 0 ? static_cast<uint64_t>(waiting) : 0);
 }
 
+// Ends a connection for gRPC as well, without what waits in the socket. After shutdown() gRPC would go on reading that: of
+// TCP up to 32 MiB, which cost thirty times as much when they are headers.
+void end(int fd) {
+    const sockaddr nobody = {.sa_family = AF_UNSPEC, .sa_data = {}};
+    if (connect(fd, &nobody, sizeof(nobody)) != 0) {
+        shutdown(fd, SHUT_RDWR);  // a Unix socket, which holds little
+    }
+}
+
 }  // namespace
 
-connections::connections(std::function<size_t()> explained)
-    : explained_(std::move(explained)), at_start_(resident_bytes()), ended_(epoll_create1(EPOLL_CLOEXEC)) {}
+connections::connections(connection_counts_s *counts, std::function<uses_s()> uses)
+    : counts_(counts),
+      uses_(std::move(uses)),
+      at_start_(resident_bytes()),
+      events_(epoll_create1(EPOLL_CLOEXEC)),
+      news_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)),
+      kept_(eventfd(0, EFD_CLOEXEC | EFD_NONBLOCK)) {
+    epoll_event event = {.events = EPOLLIN, .data = {.fd = news_.get()}};
+    if (!kept_.valid() || epoll_ctl(events_.get(), EPOLL_CTL_ADD, news_.get(), &event) != 0) {
+        throw setup_error("the connections of the gRPC server can't be watched");
+    }
+    thread_ = std::thread([this] { watch(); });
+}
+
+connections::~connections() {
+    is_stopped_ = true;
+    eventfd_write(news_.get(), 1);
+    thread_.join();
+}
 
 void connections::add(int fd) {
     base::unique_fd mine(fcntl(fd, F_DUPFD_CLOEXEC, 0));
     epoll_event event = {.events = 0, .data = {.fd = mine.get()}};  // EPOLLHUP comes unasked
-    if (mine.valid() && epoll_ctl(ended_.get(), EPOLL_CTL_ADD, mine.get(), &event) == 0) {
+    const std::lock_guard lock(mutex_);
+    if (mine.valid() && epoll_ctl(events_.get(), EPOLL_CTL_ADD, mine.get(), &event) == 0) {
         const int key = mine.get();
         connections_[key].fd = std::move(mine);
+        counts_->open = static_cast<uint32_t>(connections_.size());
+        if (connections_.size() == 1) {
+            eventfd_write(news_.get(), 1);
+        }
     }
 }
 
-void connections::forget_ended() {
+void connections::watch() {
+    pthread_setname_np(pthread_self(), "connections");
+    for (int pause_ms = -1; !is_stopped_; pause_ms = look()) {
+        forget_ended(pause_ms);
+    }
+}
+
+void connections::forget_ended(int timeout_ms) {
     epoll_event events[64];
-    const int count = epoll_wait(ended_.get(), events, std::size(events), 0);
+    const int count = epoll_wait(events_.get(), events, std::size(events), timeout_ms);
+    const std::lock_guard lock(mutex_);
     for (int i = 0; i < count; i++) {
-        forget(events[i].data.fd);
+        if (eventfd_t ignored = 0; events[i].data.fd == news_.get()) {
+            eventfd_read(news_.get(), &ignored);
+        } else {
+            forget(events[i].data.fd);
+        }
     }
 }
 
 // gRPC's descriptor keeps the file open: epoll would go on watching it.
 void connections::forget(int fd) {
-    epoll_ctl(ended_.get(), EPOLL_CTL_DEL, fd, nullptr);
+    epoll_ctl(events_.get(), EPOLL_CTL_DEL, fd, nullptr);
     connections_.erase(fd);
+    last_end_ = clock::now();
+    counts_->open = static_cast<uint32_t>(connections_.size());
 }
 
-// Bytes above what the process had at its start and what has another cause.
-size_t connections::excess() const {
-    const size_t expected = at_start_ + explained_();
+// Without the stand-in's tables, which have a limit of their own.
+size_t connections::bytes_above_start() const {
+    const size_t expected = at_start_ + uses_().tables;
     return std::max(resident_bytes(), expected) - expected;
 }
 
+// Bytes that have a cause.
+size_t connections::explained() const {
+    return std::min(uses_().calls, k_calls) + std::min(static_cast<size_t>(just_received_), k_received) +
+           k_connection * counts_->open;
+}
+
+// Returns how long until the next look in milliseconds, -1 while there is nothing to look at.
 int connections::look() {
-    constexpr int k_often_ms = 20, k_now_and_then_ms = 50, k_rarely_ms = 1000;
+    constexpr int k_often_ms = 10, k_now_and_then_ms = 50, k_rarely_ms = 1000;
     constexpr auto k_between_trims = std::chrono::seconds(2);
-    size_t bytes = excess();
-    if (bytes > k_allowed || (bytes > k_worth_a_trim && clock::now() >= next_trim_)) {
+    const size_t allowed = std::min(k_unexplained + explained(), k_allowed);
+    size_t bytes = bytes_above_start();
+    if (bytes > allowed || (bytes > k_worth_a_trim && clock::now() >= next_trim_)) {
         malloc_trim(0);
         next_trim_ = clock::now() + k_between_trims;
-        bytes = excess();
+        bytes = bytes_above_start();
     }
-    is_short_ = bytes > k_allowed;
+    const std::lock_guard lock(mutex_);
     bytes > k_worth_a_trim ? count_bytes() : forget_bytes();
-    if (is_short_) {
+    const bool is_short = bytes > allowed;
+    if (is_short) {
         close_dearest();
-        return k_often_ms;
     }
-    return !connections_.empty() ? k_now_and_then_ms : bytes > k_worth_a_trim ? k_rarely_ms : -1;
+    may_accept_ = !is_short || clock::now() > last_close_ + k_until_a_close_helps;
+    ask_for_kept(bytes);
+    if (bytes <= k_worth_a_trim) {
+        return connections_.empty() ? -1 : k_now_and_then_ms;
+    }
+    return connections_.empty() && may_accept_ ? k_rarely_ms : k_often_ms;
+}
+
+void connections::ask_for_kept(size_t bytes) {
+    constexpr auto k_between_questions = std::chrono::seconds(2),
+                   k_until_it_is_kept = std::chrono::seconds(1);
+    const auto now = clock::now();
+    if (bytes > k_worth_a_trim + explained() && now > last_question_ + k_between_questions &&
+        last_question_ < last_end_ + k_until_it_is_kept) {
+        eventfd_write(kept_.get(), 1);
+        last_question_ = now;
+    }
 }
 
 void connections::count_bytes() {
+    constexpr double k_kept_after_a_look = 0.99;  // looks are 10 ms apart: about a second
+    just_received_ *= k_kept_after_a_look;
     for (auto &[fd, connection] : connections_) {
         const uint64_t total = bytes_so_far(fd, connection.total);
-        connection.sent += is_counting_ ? total - connection.total : 0;
+        const uint64_t more = is_counting_ ? total - connection.total : 0;
+        connection.sent += more;
         connection.total = total;
+        just_received_ += static_cast<double>(more);
     }
     is_counting_ = true;
 }
@@ -116,26 +196,32 @@ void connections::forget_bytes() {
     for (auto &[fd, connection] : connections_) {
         connection.sent = 0;
     }
+    just_received_ = 0;
     is_counting_ = false;
 }
 
-// Half of what came in came over these.
+// Half of what came in came over these. Who sent next to nothing has not cost that memory.
 void connections::close_dearest() {
+    constexpr uint64_t k_little = 16 * 1024;
     std::vector<std::pair<uint64_t, int>> by_cost;
     uint64_t all = 0;
     for (const auto &[fd, connection] : connections_) {
-        by_cost.emplace_back(connection.sent, fd);
-        all += connection.sent;
+        if (connection.sent > k_little) {
+            by_cost.emplace_back(connection.sent, fd);
+            all += connection.sent;
+        }
     }
     std::ranges::sort(by_cost, std::greater());
     uint64_t closed = 0;
     for (const auto &[sent, fd] : by_cost) {
-        shutdown(fd, SHUT_RDWR);  // gRPC sees the end of the connection, and frees what it keeps for it
-        forget(fd);
-        closed += sent;
         if (2 * closed >= all) {
             return;
         }
+        end(fd);
+        forget(fd);
+        closed += sent;
+        counts_->closed++;
+        last_close_ = clock::now();
     }
 }
 

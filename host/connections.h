@@ -4,58 +4,82 @@
 
 #pragma once
 
+#include <atomic>
 #include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <functional>
+#include <mutex>
+#include <thread>
 #include <unordered_map>
 
 #include "base/unique_fd.h"
 
 namespace host {
 
-// Closes the connections that sent most while the process has more memory than it may. gRPC may free what they cost only
-// at its next event, a call for example. For one thread.
+// Counted by whoever accepts gRPC clients. Any thread.
+struct connection_counts_s {
+    std::atomic<uint32_t> open = 0;
+    std::atomic<uint64_t> accepted = 0, turned_away = 0, closed = 0;
+};
+
+// Closes the connections that sent most while the process has more memory than it may. A thread of its own looks, because
+// any thread that enters gRPC may have to parse what a client sends, for as long as it sends. All else: any thread.
 class connections {
  public:
-    // `explained` says how many bytes of the process's memory have another cause.
-    explicit connections(std::function<size_t()> explained);
+    // What the process's memory is for, in bytes.
+    struct uses_s {
+        size_t tables, calls;
+    };
+
+    connections(connection_counts_s *counts, std::function<uses_s()> uses);
+    ~connections();
+    connections(const connections &) = delete;
+    connections &operator=(const connections &) = delete;
 
     // Remembers a connection, by a duplicate of its descriptor: each takes two.
     void add(int fd);
 
-    // Readable when a connection has ended.
-    int ended_fd() const { return ended_.get(); }
-    void forget_ended();
+    // False while memory is short, unless closing connections has not helped.
+    bool may_accept() const { return may_accept_; }
 
-    // Looks at the memory, closes connections and gives memory back as needed. Returns how long until the next look in
-    // milliseconds, -1 while there is nothing to look at.
-    int look();
-
-    size_t count() const { return connections_.size(); }
-
-    // False while memory is short and there is a connection to close.
-    bool may_accept() const { return !is_short_ || connections_.empty(); }
+    // Readable when connections have ended and the memory is not back. To be read.
+    int kept_fd() const { return kept_.get(); }
 
  private:
+    using clock = std::chrono::steady_clock;
     struct connection_s {
         base::unique_fd fd;
         uint64_t total = 0;  // bytes at the last look
         uint64_t sent = 0;   // since memory grew; of a Unix socket those that were seen waiting
     };
 
-    size_t excess() const;
+    void watch();
+    void forget_ended(int timeout_ms);
+    int look();
+    size_t explained() const;
     void count_bytes();
     void forget_bytes();
     void close_dearest();
     void forget(int fd);
+    void ask_for_kept(size_t bytes);
+    size_t bytes_above_start() const;
 
-    const std::function<size_t()> explained_;
+    connection_counts_s *const counts_;
+    const std::function<uses_s()> uses_;
     const size_t at_start_;
-    base::unique_fd ended_;
+    base::unique_fd events_;  // ends of connections, and `news_`
+    base::unique_fd news_;    // a first connection, or the end
+    base::unique_fd kept_;
+    std::atomic<bool> may_accept_ = true, is_stopped_ = false;
+    std::mutex mutex_;  // guards the next one
     std::unordered_map<int, connection_s> connections_;
-    bool is_short_ = false, is_counting_ = false;
-    std::chrono::steady_clock::time_point next_trim_ = {};
+
+    // Of the watching thread.
+    bool is_counting_ = false;
+    double just_received_ = 0;
+    clock::time_point next_trim_ = {}, last_close_ = {}, last_end_ = {}, last_question_ = {};
+    std::thread thread_;
 };
 
 }  // namespace host

@@ -3,6 +3,7 @@
 #include <google/protobuf/descriptor.h>
 #include <grpc/grpc.h>
 #include <grpcpp/ext/proto_server_reflection_plugin.h>
+#include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
 #include <grpcpp/health_check_service_interface.h>
 #include <poll.h>
@@ -15,6 +16,7 @@
 #include <cerrno>
 #include <chrono>
 #include <climits>
+#include <deque>
 
 #include "base/accept_reserve.h"
 #include "host/connections.h"
@@ -39,6 +41,10 @@ namespace {
 // Threads that run calls: as many operations can wait for the card at once, of one method a quarter.
 constexpr size_t k_workers = 64;
 
+constexpr uint32_t k_max_connections = 8192;  // each takes 40 KiB; what is beyond is turned away
+
+constexpr int k_pause_ms = 50;  // clients wait in the backlog until there is memory again
+
 constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);  // then calls are cancelled
 
 std::vector<std::unique_ptr<grpc::Service>> make_services(bool with_faults) {
@@ -56,16 +62,59 @@ std::vector<std::unique_ptr<grpc::Service>> make_services(bool with_faults) {
     return services;
 }
 
-// Otherwise the health service tells of the server as a whole alone, and knows no service by name.
-void declare_healthy(grpc::Server *server, bool with_faults) {
+using google::protobuf::DescriptorPool;
+using google::protobuf::ServiceDescriptor;
+
+// Of the services that are served, gRPC's own included.
+std::vector<const ServiceDescriptor *> served_services(bool with_faults) {
+    const auto *pool = DescriptorPool::generated_pool();
+    std::vector<const ServiceDescriptor *> services;
     for (const char *path : nyx::proto_files()) {
-        const auto *file = google::protobuf::DescriptorPool::generated_pool()->FindFileByName(path);
+        const auto *file = pool->FindFileByName(path);
         for (int i = 0; i < file->service_count(); i++) {
-            server->GetHealthCheckService()->SetServingStatus(file->service(i)->full_name(), true);
+            services.push_back(file->service(i));
         }
     }
     if (with_faults) {
-        server->GetHealthCheckService()->SetServingStatus(nyx::FaultSvc::service_full_name(), true);
+        services.push_back(pool->FindServiceByName(nyx::FaultSvc::service_full_name()));
+    }
+    return services;
+}
+
+// A call that the agent makes of itself.
+struct own_call_s {
+    grpc::ClientContext context;
+    grpc::ByteBuffer response;
+    grpc::Status status;
+    std::unique_ptr<grpc::ClientAsyncResponseReader<grpc::ByteBuffer>> call;
+};
+
+// gRPC keeps the headers of a call whose client left before its request was whole, until the next call of that method. So
+// this calls every method, as often as the call server awaits calls of it, with a request that can't be parsed.
+void replace_awaited_calls(grpc::Server *server, const std::vector<const ServiceDescriptor *> &services) {
+    constexpr int k_awaited = 2;
+    constexpr auto k_patience = std::chrono::milliseconds(300);
+    const grpc::Slice garbage("\xff");
+    const grpc::ByteBuffer request(&garbage, 1);
+    const auto deadline = std::chrono::system_clock::now() + k_patience;
+    grpc::CompletionQueue queue;
+    grpc::GenericStub stub(server->InProcessChannel({}));
+    std::deque<own_call_s> calls;
+    for (const auto *service : services) {
+        for (int i = 0; i < k_awaited * service->method_count(); i++) {
+            auto &own = calls.emplace_back();
+            own.context.set_deadline(deadline);
+            const std::string path =
+                "/" + service->full_name() + "/" + service->method(i / k_awaited)->name();
+            own.call = stub.PrepareUnaryCall(&own.context, path, request, &queue);
+            own.call->StartCall();
+            own.call->Finish(&own.response, &own.status, &own);
+        }
+    }
+    void *tag = nullptr;
+    bool ok = false;
+    for (size_t i = 0; i < calls.size(); i++) {
+        queue.Next(&tag, &ok);
     }
 }
 
@@ -96,7 +145,8 @@ grpc_door::grpc_door(const options_s &options)
       listener_(listen_on(options.grpc, options.tls.has_value())),
       stop_(eventfd(0, EFD_CLOEXEC)),
       calls_({}, {.instance_id = instance_.id}),
-      services_(make_services(options.fault_service)) {
+      services_(make_services(options.fault_service)),
+      served_(served_services(options.fault_service)) {
     services_.push_back(std::make_unique<AgentSvcImpl>(instance_, calls_, counts_, options.sysconfig));
     // Taken and never given back: after a large response gRPC takes ten seconds to shut itself down.
     grpc_init();
@@ -118,7 +168,9 @@ grpc_door::grpc_door(const options_s &options)
     if (!stop_.valid() || !server_) {
         throw setup_error(options.grpc + ": the gRPC server does not start");
     }
-    declare_healthy(server_.get(), options.fault_service);
+    for (const auto *service : served_) {  // otherwise the health service knows none by name
+        server_->GetHealthCheckService()->SetServingStatus(service->full_name(), true);
+    }
     while (workers_.size() < k_workers) {
         workers_.emplace_back([this] { calls_.run(); });
     }
@@ -143,7 +195,7 @@ void grpc_door::stop() {
 
 // What a wait ended with; none of them when time was up.
 struct grpc_door::waited_s {
-    bool has_client, must_stop;
+    bool has_client, has_news, must_stop;
 };
 
 grpc_door::waited_s grpc_door::wait(bool for_clients, int or_fd, int timeout_ms) const {
@@ -151,32 +203,35 @@ grpc_door::waited_s grpc_door::wait(bool for_clients, int or_fd, int timeout_ms)
                         {.fd = for_clients ? listener_.fd.get() : -1, .events = POLLIN, .revents = 0},
                         {.fd = or_fd, .events = POLLIN, .revents = 0}};
     poll(waiting, std::size(waiting), timeout_ms);
-    return {.has_client = waiting[1].revents != 0, .must_stop = waiting[0].revents != 0};
+    return {.has_client = waiting[1].revents != 0,
+            .has_news = waiting[2].revents != 0,
+            .must_stop = waiting[0].revents != 0};
 }
 
 void grpc_door::accept_until_stopped() {
     base::accept_reserve reserve;
-    connections open(sim::table_bytes);
-    int pause_ms = -1;
+    connections open(&counts_, [this] {
+        return connections::uses_s{.tables = sim::table_bytes(), .calls = calls_.memory().used};
+    });
     for (;;) {
-        const waited_s waited = wait(open.may_accept(), open.ended_fd(), pause_ms);
+        const bool may_accept = open.may_accept();
+        const waited_s waited = wait(may_accept, open.kept_fd(), may_accept ? -1 : k_pause_ms);
         if (waited.must_stop) {
             return;
+        }
+        if (eventfd_t ignored = 0; waited.has_news && eventfd_read(open.kept_fd(), &ignored) == 0) {
+            replace_awaited_calls(server_.get(), served_);
         }
         if (waited.has_client) {
             accept_one(&reserve, &open);
         }
-        open.forget_ended();
-        pause_ms = open.look();
-        counts_.open = static_cast<uint32_t>(open.count());
     }
 }
 
 void grpc_door::accept_one(base::accept_reserve *reserve, connections *open) {
-    constexpr int k_pause_ms = 50;
     grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
     connection.fd = accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
-    if (connection.fd >= first_reserved_fd()) {
+    if (connection.fd >= first_reserved_fd() || (connection.fd >= 0 && counts_.open >= k_max_connections)) {
         close(connection.fd);
         counts_.turned_away++;
     } else if (connection.fd >= 0) {
@@ -187,7 +242,7 @@ void grpc_door::accept_one(base::accept_reserve *reserve, connections *open) {
         reserve->turn_one_away(listener_.fd.get());
         counts_.turned_away++;
     } else if (errno == ENOBUFS || errno == ENOMEM) {
-        wait(false, -1, k_pause_ms);  // clients wait in the backlog until there is memory again
+        wait(false, -1, k_pause_ms);
     }
 }
 

@@ -14,6 +14,10 @@
 #include "host/options.h"
 #include "svc/call_server.h"
 
+namespace google::protobuf {
+class ServiceDescriptor;
+}
+
 namespace grpc {
 class Service;
 namespace experimental {
@@ -57,6 +61,7 @@ class grpc_door {
     base::unique_fd stop_;
     svc::call_server calls_;  // before the services, which it serves
     std::vector<std::unique_ptr<grpc::Service>> services_;
+    const std::vector<const google::protobuf::ServiceDescriptor *> served_;
     std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor> acceptor_;
     std::unique_ptr<grpc::Server> server_;
     std::vector<std::jthread> workers_;

@@ -14,6 +14,7 @@ import time
 import wire
 
 SPARE_THREADS = 20  # gRPC keeps some in hand
+SETTLED_S = 10
 FAR_RECOVERY_S = 15  # sockets in the thousands are closed one by one, and idle threads end after some seconds
 LOG_LINE = re.compile("|".join(shape + "[ -~]*" for shape in (
     r"\[\d{4}-\d\d-\d\d [\d:.]+\] \[nyx-agent\] \[\w+\] ",  # the logger's
@@ -96,12 +97,13 @@ class Agent:
                 check(time.monotonic() - began < FAR_RECOVERY_S, "no answers after the attack")
                 time.sleep(0.01)
 
-    def settle(self, before):
+    def settle(self, before, spare_kb):
         """Waits until an attack has left nothing behind, or it is clear that it has."""
-        deadline = time.monotonic() + FAR_RECOVERY_S
+        deadline = time.monotonic() + SETTLED_S
         while time.monotonic() < deadline:
             after = self.figures()
-            if after.descriptors <= before.descriptors and after.threads <= before.threads + SPARE_THREADS:
+            if (after.descriptors <= before.descriptors and after.threads <= before.threads + SPARE_THREADS
+                    and after.memory_kb <= before.memory_kb + spare_kb):
                 break
             time.sleep(0.05)
         return self.figures()

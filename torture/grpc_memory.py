@@ -8,6 +8,7 @@ import processes
 import wire
 from agent import check
 
+LIF_GET = "/nyx.IfSvc/LifGet"
 STREAMS = 128  # the agent's limit for a connection
 LIF_MAPPING_CREATE = "/nyx.NyxTblSvc/lif_mappingCreate"
 BLOCKED_S = 3
@@ -112,6 +113,49 @@ def send_unknown(number, agent, seconds):
 def unknown_methods(agent, seconds):
     """Calls of methods that do not exist, by clients that never read."""
     return f"{sum(processes.at_once(2, send_unknown, agent, seconds))} calls"
+
+
+def literal(length):
+    return b"\0" + wire.prefixed(1, 7) + b"x" + wire.prefixed(length, 7)
+
+
+# What a block of headers begins with, and what comes again and again.
+ENDLESS_HEADERS = {
+    "one without an end": (literal(1 << 30), b"a" * 16384),
+    "small headers": (b"", wire.header(b"x-ab", b"y") * 2000),
+    "one from the table": (b"\x40" + wire.header(b"x", b"y" * 3000)[1:], b"\xbe" * 16384),
+}
+
+
+def send_headers(number, agent, name, ends, seconds):
+    """Never acknowledges the agent's settings, which bound them. Returns how many MB were taken."""
+    begin, piece = ENDLESS_HEADERS[name]
+    pieces, sent, deadline = wire.frame(wire.CONTINUATION, 0, 1, piece) * 8, 0, time.monotonic() + seconds
+    while time.monotonic() < deadline:
+        try:
+            with wire.connect(agent.grpc) as peer:
+                peer.settimeout(1)
+                peer.sendall(wire.opening() + wire.frame(wire.HEADERS, 0, 1, wire.headers(LIF_GET) + begin))
+                for i in itertools.count():
+                    if time.monotonic() > deadline:
+                        break
+                    peer.sendall(pieces)
+                    sent += len(pieces)
+                    if ends and i == 50:  # some MB
+                        peer.sendall(wire.frame(wire.CONTINUATION, wire.END_HEADERS, 1)
+                                     + wire.data_frames(1, wire.message(b"")))
+                        wire.grpc_answer(peer)
+                        break
+        except OSError:
+            pass
+    return sent >> 20
+
+
+def endless_headers(agent, seconds):
+    """Blocks of headers that never end, of a method that nobody else calls, and very long ones."""
+    return ", ".join(f"{name}{' and an end' * ends}: "
+                     f"{sum(processes.at_once(2, send_headers, agent, name, ends, seconds))} MB taken"
+                     for name in ENDLESS_HEADERS for ends in (False, True))
 
 
 def call_slowly(number, agent, _):

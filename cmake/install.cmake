@@ -33,6 +33,13 @@ function(nyx_install_pkgconfig name)
   install(FILES ${PROJECT_BINARY_DIR}/${name}.pc DESTINATION ${CMAKE_INSTALL_LIBDIR}/pkgconfig)
 endfunction()
 
+# A file of the client's dictionary. It is copied to where the client that was just built finds it, too.
+function(nyx_install_labels file component)
+  get_filename_component(name ${file} NAME)
+  configure_file(${file} ${PROJECT_BINARY_DIR}/share/svc_quill/labels.d/${name} COPYONLY)
+  install(FILES ${file} DESTINATION ${NYX_INSTALL_SHARE}/labels.d COMPONENT ${component})
+endfunction()
+
 # After the last target.
 function(nyx_install_end)
   install(EXPORT svc_quill NAMESPACE svc_quill:: FILE svc_quill-targets.cmake DESTINATION ${NYX_INSTALL_CMAKE})

@@ -127,17 +127,17 @@ const label_s *label_of(const pb::FieldDescriptor *field, uint64_t element) {
     return labels().empty() ? nullptr : labels().find(fmt::format("{}[{}]", field->full_name(), element));
 }
 
-std::string label_text(const label_s &label, uint64_t number) {
-    const auto text = label.values.find(std::to_string(number));
-    if (text != label.values.end()) {
+std::string label_text(const label_s &label, const value_s &value) {
+    const bool *truth = value.as<bool>();
+    const std::string plain = truth ? (*truth ? "1" : "0") : cell_text(value);
+    if (const auto text = label.values.find(plain); text != label.values.end()) {
         return text->second;
     }
-    if (label.unit.empty() && !label.scale) {
+    if (!value.is_number() || (label.unit.empty() && !label.scale)) {
         return {};
     }
-    const auto shown =
-        label.scale ? fmt::format("{}", label.shown(static_cast<double>(number))) : std::to_string(number);
-    return label.unit.empty() ? shown : fmt::format("{} {}", shown, label.unit);
+    const std::string number = label.scale ? fmt::format("{:.6g}", label.shown(std::stod(plain))) : plain;
+    return label.unit.empty() ? number : fmt::format("{} {}", number, label.unit);
 }
 
 std::string label_text(const pb::FieldDescriptor *field, const pb::EnumValueDescriptor *enumerator) {
@@ -156,9 +156,43 @@ std::string label_text(const pb::FieldDescriptor *field, const pb::EnumValueDesc
     return own ? own->name : "";
 }
 
-std::string label_word(const label_s *label) {
+value_s labelled(value_s value, const pb::FieldDescriptor *field, std::optional<uint64_t> element) {
+    if (labels().empty()) {
+        return value;
+    }
+    if (const auto *list = value.as<value_s::list_t>()) {
+        value_s::list_t texts;
+        for (const value_s &one : *list) {
+            texts.push_back(labelled(one, field, texts.size()));
+        }
+        return texts;
+    }
+    if (const auto *enumerator = value.as<enumerator_s>()) {
+        const auto *known = field->enum_type()->FindValueByName(enumerator->name);
+        return known ? value.shown_as(label_text(field, known)) : value;
+    }
+    const label_s *own = element ? label_of(field, *element) : nullptr;
+    const label_s *label = own ? own : label_of(field);
+    if (!label) {
+        return value;
+    }
+    const std::string text = label_text(*label, value);
+    const auto *number = value.as<uint64_t>();
+    const bool is_narrow = field->cpp_type() == pb::FieldDescriptor::CPPTYPE_UINT32;
+    return (number && label->counter.value_or(false) ? counter_s{*number, is_narrow ? 32U : 64U} : value)
+        .shown_as(text);
+}
+
+std::string label_name(const pb::FieldDescriptor *field) {
+    const label_s *label = label_of(field);
+    return label && !label->name.empty() ? label->name : field->name();
+}
+
+std::string label_word(const label_s *label) { return label ? label_word(label->name) : ""; }
+
+std::string label_word(std::string_view name) {
     std::string word;
-    for (const unsigned char c : label ? label->name : "") {
+    for (const unsigned char c : name) {
         const bool is_part = std::isalnum(c) || c >= 0x80;
         if (is_part || (!word.empty() && !word.ends_with('_'))) {
             word += is_part ? static_cast<char>(std::tolower(c)) : '_';

@@ -25,6 +25,8 @@
 #include <unordered_map>
 #include <vector>
 
+#include "client/core/value.h"
+
 namespace nyxctl {
 
 // In the units that people see. A plain number in the file is `above`.
@@ -89,14 +91,23 @@ std::vector<std::string> labels_problems();
 const label_s *label_of(const google::protobuf::FieldDescriptor *field);
 const label_s *label_of(const google::protobuf::FieldDescriptor *field, uint64_t element);
 
-// The text of a number by the label's values, or with its scale and unit: "up", "58 °C". "" when it has none of these.
-std::string label_text(const label_s &label, uint64_t number);
+// The text of a value by the label's values, or with its scale and unit: "up", "58 °C". "" when it has none of these.
+std::string label_text(const label_s &label, const value_s &value);
 
 // What the dictionary calls an enumerator as a value of the field; "" without one.
 std::string label_text(const google::protobuf::FieldDescriptor *field,
                        const google::protobuf::EnumValueDescriptor *enumerator);
 
+// The value of a field, or of the element of a list with that number, with what its label says: its text, and that it
+// counts. Without a label, the value itself.
+value_s labelled(value_s value, const google::protobuf::FieldDescriptor *field,
+                 std::optional<uint64_t> element = {});
+
+// The name that people read: of the label, or else of the contract.
+std::string label_name(const google::protobuf::FieldDescriptor *field);
+
 // The name as one word, which command lines and JSON take in place of the contract's: "rx_frames". "" without a name.
 std::string label_word(const label_s *label);
+std::string label_word(std::string_view name);
 
 }  // namespace nyxctl

@@ -58,7 +58,11 @@ struct to_json_s : to_cell_s {
 
 }  // namespace
 
-std::string cell_text(const value_s &value) { return std::visit(to_cell_s(), value.content()); }
+std::string plain_text(const value_s &value) { return std::visit(to_cell_s(), value.content()); }
+
+std::string cell_text(const value_s &value) {
+    return value.shown().empty() ? plain_text(value) : base::without_controls(value.shown());
+}
 
 std::string json_text(const value_s &value) { return std::visit(to_json_s(), value.content()); }
 

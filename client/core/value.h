@@ -29,7 +29,8 @@ struct counter_s {
     bool operator==(const counter_s &) const = default;
 };
 
-// Null, a truth value, a number, a text, an enumerator, a counter, or a list of these.
+// Null, a truth value, a number, a text, an enumerator, a counter, or a list of these; and what people read instead of
+// it, if anything: "58 °C" for 58. Scripts and comparisons see only the value.
 class value_s {
  public:
     using list_t = std::vector<value_s>;
@@ -47,7 +48,15 @@ class value_s {
         : content_(std::cmp_less(number, 0) ? content_t(static_cast<int64_t>(number))
                                             : content_t(static_cast<uint64_t>(number))) {}
 
-    bool operator==(const value_s &) const = default;
+    bool operator==(const value_s &other) const { return content_ == other.content_; }
+
+    // The same value, which people read as `text`; "" takes nothing back.
+    value_s shown_as(std::string text) const {
+        value_s value = *this;
+        value.shown_ = text.empty() ? shown_ : std::move(text);
+        return value;
+    }
+    const std::string &shown() const { return shown_; }  // "" without such a text
 
     const content_t &content() const { return content_; }
     bool is_null() const { return as<std::nullptr_t>() != nullptr; }
@@ -61,11 +70,15 @@ class value_s {
 
  private:
     content_t content_ = nullptr;
+    std::string shown_;
 };
 
-// As people read it: texts and numbers as they are, "yes" and "no", "-" for null and for an empty text, lists divided
+// As people read it: shown() or else texts and numbers as they are, "yes" and "no", "-" for null and for an empty text, lists divided
 // by commas. Control characters of foreign texts become '?', so that they can't reach the terminal.
 std::string cell_text(const value_s &value);
+
+// The same without shown(): the short text of the contract.
+std::string plain_text(const value_s &value);
 
 // As JSON in one line. Text that is not UTF-8 gets replacement characters.
 std::string json_text(const value_s &value);

@@ -2,8 +2,10 @@
 
 #include <fcntl.h>
 #include <fmt/format.h>
+#include <sys/ioctl.h>
 #include <sys/stat.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstdlib>
@@ -16,6 +18,8 @@
 namespace nyxctl {
 namespace {
 
+constexpr size_t k_usual_width = 80;
+constexpr size_t k_width_max = 10'000;
 constexpr size_t k_input_size_max = size_t{64} << 20;
 
 std::string errno_text() { return std::strerror(errno); }
@@ -105,12 +109,26 @@ outcome_s write_stdout(std::string_view text) {
     return local_failure(errno == EPIPE ? "" : "cannot write to stdout: " + errno_text());
 }
 
+size_t stdout_width() {
+    const char *columns = std::getenv("COLUMNS");
+    const size_t given = columns ? std::min(std::strtoul(columns, nullptr, 10), k_width_max) : 0;
+    winsize size{};
+    const bool is_terminal = ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0;
+    return given > 0 ? given : !is_terminal ? 0 : size.ws_col > 0 ? size.ws_col : k_usual_width;
+}
+
+size_t stdout_height() {
+    winsize size{};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_row : 0;
+}
+
 outcome_s write_result(const global_options_s &global, std::string_view json, std::string_view text) {
     return write_stdout(global.json ? indented(json) + "\n" : std::string(text));
 }
 
 outcome_s write_rows(const global_options_s &global, const rows_s &rows) {
-    return write_result(global, rows_to_json(rows), rows_to_text(rows));
+    return write_result(global, rows_to_json(rows, {}, global.json_texts),
+                        rows_to_text(rows, {.width = stdout_width()}));
 }
 
 void print_failure(const outcome_s &outcome, bool json) {

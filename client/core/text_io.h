@@ -25,6 +25,11 @@ outcome_s replace_file(const std::string &path, std::string_view text);
 // Writes everything to stdout, unbuffered. A reader that has left is a failure without a text.
 outcome_s write_stdout(std::string_view text);
 
+// The width that text on stdout has to fit: COLUMNS of the environment, or else the terminal's, or 80 if that does not know
+// its own. 0 for any width, where stdout is not a terminal. The height is 0 for any in the same way.
+size_t stdout_width();
+size_t stdout_height();
+
 // Writes a result to stdout: for people the text, for scripts the JSON document over several lines.
 outcome_s write_result(const global_options_s &global, std::string_view json, std::string_view text);
 

@@ -6,6 +6,7 @@
 
 #include "client/core/field_value.h"
 #include "client/core/fields.h"
+#include "client/core/labels.h"
 #include "client/view/one_object.h"
 
 namespace pb = google::protobuf;
@@ -30,10 +31,12 @@ const pb::FieldDescriptor *field_of(const pb::Descriptor *type, std::string_view
 const pb::Message *message_above(const pb::Message *message, std::string_view *path) {
     for (size_t dot = path->find('.'); dot != path->npos; dot = path->find('.')) {
         const auto *field = field_of(message->GetDescriptor(), path->substr(0, dot));
-        if (!message->GetReflection()->HasField(*message, field)) {
+        const bool is_there = field->is_repeated() ? element_count(*message, field) > 0
+                                                   : message->GetReflection()->HasField(*message, field);
+        if (!is_there) {
             return nullptr;
         }
-        message = &message->GetReflection()->GetMessage(*message, field);
+        message = &message_at(*message, field, element_count(*message, field) - 1);
         path->remove_prefix(dot + 1);
     }
     return message;
@@ -57,6 +60,15 @@ value_s set_flags(const pb::Message &flags) {
         }
     }
     return names;
+}
+
+// The field at a dotted path, null for a oneof.
+const pb::FieldDescriptor *field_at(const pb::Descriptor *type, std::string_view path) {
+    for (size_t dot = path.find('.'); dot != path.npos; dot = path.find('.')) {
+        type = field_of(type, path.substr(0, dot))->message_type();
+        path.remove_prefix(dot + 1);
+    }
+    return type->FindOneofByName(std::string(path)) ? nullptr : field_of(type, path);
 }
 
 value_s plain_value(const pb::Message &element, std::string_view path) {
@@ -95,27 +107,46 @@ value_s first_text(const pb::Message &element, std::string_view paths) {
     }
 }
 
-std::string title_of(const view_column_s &column) {
+std::string name_of(const view_column_s &column) {
     const std::string_view path = without_marks(column.path);
     return column.title ? column.title : std::string(path.substr(path.rfind('.') + 1));
+}
+
+// Null for a column of several fields.
+const pb::FieldDescriptor *labelled_field(const view_column_s &column, const pb::Descriptor *type) {
+    const std::string_view path = column.path;
+    return path.find('|') == path.npos ? field_at(type, without_marks(path)) : nullptr;
 }
 
 row_t row_of(const list_view_s &view, const pb::Message &outer, const pb::Message &element) {
     row_t row;
     for (const view_column_s &column : view.columns) {
-        row.push_back(column_value(*column.path == '^' ? outer : element, column));
+        const pb::Message &holder = *column.path == '^' ? outer : element;
+        const auto *field = labelled_field(column, holder.GetDescriptor());
+        const value_s value = column_value(holder, column);
+        row.push_back(field && !field->message_type() ? labelled(value, field) : value);
     }
     return row;
+}
+
+std::vector<column_s> columns_of(const list_view_s &view, const pb::Descriptor *response) {
+    const pb::Descriptor *outer = field_at(response, view.list)->message_type();
+    const pb::Descriptor *element = *view.inner ? field_at(outer, view.inner)->message_type() : outer;
+    std::vector<column_s> columns;
+    for (const view_column_s &column : view.columns) {
+        const auto *field = labelled_field(column, *column.path == '^' ? outer : element);
+        const label_s *label = field ? label_of(field) : nullptr;
+        columns.emplace_back(name_of(column), label ? label->name : "",
+                             label ? label->is_short : std::nullopt);
+    }
+    return columns;
 }
 
 }  // namespace
 
 value_s column_value(const pb::Message &element, const view_column_s &column) {
     const std::string_view path = column.path;
-    value_s value = path.find('|') == path.npos ? plain_value(element, path) : first_text(element, path);
-    const auto *number = value.as<uint64_t>();
-    const bool has_text = number && *number < column.texts.size() && *column.texts[*number];
-    return has_text ? value_s(column.texts[*number]) : value;
+    return path.find('|') == path.npos ? plain_value(element, path) : first_text(element, path);
 }
 
 std::vector<const pb::Message *> elements_at(const pb::Message &message, std::string_view path) {
@@ -129,11 +160,10 @@ std::vector<const pb::Message *> elements_at(const pb::Message &message, std::st
 }
 
 shown_s list_rows(const list_view_s &view, const pb::Message &response) {
-    std::vector<std::string> titles;
-    std::ranges::transform(view.columns, std::back_inserter(titles), title_of);
+    auto columns = columns_of(view, response.GetDescriptor());
     shown_s shown = view.flattened
-                        ? object_head(view.subject, std::move(titles))
-                        : shown_s{.rows = {view.subject, std::move(titles), {}}, .keys = view.keys};
+                        ? object_head(view.subject, std::move(columns))
+                        : shown_s{.rows = {view.subject, std::move(columns), {}}, .keys = view.keys};
     for (const pb::Message *outer : elements_at(response, view.list)) {
         const auto rows = *view.inner ? elements_at(*outer, view.inner) : std::vector{outer};
         for (const pb::Message *element : rows) {

@@ -21,6 +21,6 @@ void append_object(const google::protobuf::Message &message, const std::string &
 bool is_number_and_value(const google::protobuf::Descriptor *type);
 
 // The head for such rows: the columns `keys`, field and value.
-shown_s object_head(const std::string &subject, std::vector<std::string> keys = {});
+shown_s object_head(const std::string &subject, std::vector<column_s> keys = {});
 
 }  // namespace nyxctl

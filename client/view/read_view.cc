@@ -1,5 +1,7 @@
 #include "client/view/read_view.h"
 
+#include <ctime>
+
 #include "client/core/fields.h"
 #include "client/core/grpc_call.h"
 #include "client/core/json_reader.h"
@@ -22,6 +24,22 @@ using message_t = std::unique_ptr<pb::Message>;
 const pb::Message &part_of(const pb::Message &message, const std::string &name) {
     const auto *field = name.empty() ? nullptr : message.GetDescriptor()->FindFieldByName(name);
     return field ? message.GetReflection()->GetMessage(message, field) : message;
+}
+
+// Times of the agent are its local ones, which has the zone of this machine if it runs here.
+void add_zones(shown_s *shown) {
+    for (size_t i = 0; i < shown->rows.columns.size(); i++) {
+        for (row_t &row : shown->rows.rows) {
+            std::tm parts{};
+            const auto *text = row[i].as<std::string>();
+            if (shown->rows.columns[i].name == "since" && text && strptime(text->c_str(), "%F %T", &parts)) {
+                parts.tm_isdst = -1;
+                char zoned[40];
+                (void)std::mktime(&parts);
+                row[i] = row[i].shown_as({zoned, std::strftime(zoned, sizeof zoned, "%F %T %z", &parts)});
+            }
+        }
+    }
 }
 
 constexpr uint32_t k_entries_now = 0;  // types of TableStatsEntry
@@ -71,6 +89,9 @@ outcome_s read_list_view(const global_options_s &global, const list_view_s &view
     message_t response;
     outcome_s outcome = read_method(global, view.method, request, &response);
     *shown = response ? list_rows(view, *response) : shown_s();
+    if (global.grpc.starts_with("unix:")) {
+        add_zones(shown);
+    }
     return outcome;
 }
 
@@ -132,6 +153,7 @@ outcome_s read_table_view(const global_options_s &global, const std::string &nam
     outcome_s outcome = get_entry(global, layout, *key, spec.get());
     if (outcome.ok()) {
         shown->rows = spec_rows(layout, *spec, true);
+        shown->always = shown->rows.columns.size();
     }
     return outcome;
 }

@@ -1,5 +1,7 @@
 #include "client/view/shown.h"
 
+#include <fmt/format.h>
+
 #include <algorithm>
 #include <cctype>
 
@@ -19,11 +21,15 @@ void cut_hex(value_s *cell) {
 
 }  // namespace
 
-rows_s rows_for_people(rows_s rows) {
-    for (auto &row : rows.rows) {
-        std::ranges::for_each(row, [](value_s &cell) { cut_hex(&cell); });
+std::string text_for_people(shown_s shown, size_t width, bool whole) {
+    for (auto &row : shown.rows.rows) {
+        std::ranges::for_each(row, [&](value_s &cell) { whole ? void() : cut_hex(&cell); });
     }
-    return rows;
+    std::string text = rows_to_text(shown.rows, {.width = width, .always = shown.always});
+    if (shown.left_out > 0) {
+        text += fmt::format("{} more rows, of zeros or details; --all shows them\n", shown.left_out);
+    }
+    return text;
 }
 
 }  // namespace nyxctl

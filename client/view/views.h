@@ -8,16 +8,16 @@
 
 namespace nyxctl {
 
-// A column takes its title from the last name of its path unless it has one. Paths are dotted names of fields, and
+// A column takes its name from the last one of its path unless it has one; people read that of the field's label. Paths are dotted names of fields, and
 //   a.kind    where "kind" is a oneof: which member is set, without "_spec" or "_if_spec"
 //   a.b#      how many elements the list has, 0 where a message on the way is absent
 //   a.b!      the names of the flags that are set in the message
 //   a|b       the first of several paths that has a value, as text
 //   ^a        a field of the element that an inner list belongs to
+// A list of messages on the way means its last element.
 struct view_column_s {
     const char *path;
     const char *title = nullptr;
-    std::vector<const char *> texts = {};  // for the numbers 0, 1, ...; "" for a number without a text
 };
 
 // One row for each element of a list in the response.

@@ -4,12 +4,17 @@
 #include "client/cli/watch_command.h"
 #include "client/core/text_io.h"
 #include "client/view/read_view.h"
+#include "client/view/select.h"
 
 namespace nyxctl {
 namespace {
 
 constexpr char k_show_footer[] =
-    R"(With -j the same rows come as one JSON document:
+    R"(On a terminal the columns that fit are shown, the most useful ones first, and no
+counters of long lists that are 0; --wide and --all show the rest. Other output
+is complete, unless COLUMNS says how wide it may be.
+Names, units and texts are those of the dictionary, see nyxctl labels.
+With -j the same rows come as one JSON document:
 {"ports": [{"port_number": 1, ...}, ...]}.
 An id is a UUID or its hex digits, or another name of the object: a port's
 number, the name or MAC address of an interface or LIF.
@@ -17,7 +22,8 @@ number, the name or MAC address of an interface or LIF.
 Examples:
   nyxctl show ports
   nyxctl show port 1
-  nyxctl show lifs --classic
+  nyxctl show ports --where link_state!=up --columns port_number,vendor_name
+  nyxctl show lifs --classic --sort name
   nyxctl show interfaces -j)";
 
 constexpr char k_watch_footer[] =
@@ -126,14 +132,58 @@ views_t all_views() {
     return views;
 }
 
+std::vector<std::string> divided(const std::string &names) {
+    std::vector<std::string> parts;
+    for (size_t at = 0; at < names.size();) {
+        const size_t comma = std::min(names.find(',', at), names.size());
+        parts.push_back(names.substr(at, comma - at));
+        at = comma + 1;
+    }
+    return parts;
+}
+
+arguments_t selection_options() {
+    return {{"--columns", "These columns, divided by commas, in this order", KIND_TEXT, COUNT_ONE, "A,B"},
+            {"--where", "Rows for which this holds; also !=, <, >, and ~ for texts that contain VALUE",
+             KIND_TEXT, COUNT_EACH, "COLUMN=VALUE"},
+            {"--sort", "In the order of this column", KIND_TEXT, COUNT_ONE, "COLUMN"},
+            {"--reverse", "In the opposite order", KIND_FLAG, COUNT_ONE, "", {}, 0, 0, "", "", {"--sort"}},
+            {"--wide", "All columns, however wide, and whole values", KIND_FLAG},
+            {"--all", "All rows, details and counters that are 0 too", KIND_FLAG}};
+}
+
+// The view with what is selected of it.
+read_view_t selected(const read_view_t &read) {
+    return [read](const given_s &given, shown_s *shown) {
+        outcome_s outcome = read(given, shown);
+        if (shown->rows.columns.empty()) {
+            return outcome;
+        }
+        const bool all = given.has("--all") || given.global.json || stdout_width() == 0;
+        outcome_s selection = select_rows({.columns = divided(given.one("--columns")),
+                                           .where = given.all("--where"),
+                                           .sort = given.one("--sort"),
+                                           .reverse = given.has("--reverse"),
+                                           .all = all},
+                                          shown);
+        if (!selection.ok()) {
+            *shown = {};
+            return selection;
+        }
+        return outcome;
+    };
+}
+
 outcome_s show(const given_s &given, const read_view_t &read) {
     shown_s shown;
     outcome_s outcome = read(given, &shown);
     if (shown.rows.columns.empty() || (shown.rows.rows.empty() && !outcome.ok())) {
         return outcome;
     }
-    const outcome_s written =
-        write_result(given.global, rows_to_json(shown.rows), rows_to_text(rows_for_people(shown.rows)));
+    const bool wide = given.has("--wide");
+    const outcome_s written = given.global.json
+                                  ? write_rows(given.global, shown.rows)
+                                  : write_stdout(text_for_people(shown, wide ? 0 : stdout_width(), wide));
     return written.ok() ? outcome : written;
 }
 
@@ -157,16 +207,20 @@ command_s command_of(const std::string &group, const view_s &view) {
 
 commands_t view_commands() {
     const views_t views = all_views();
-    commands_t commands = {{"show", "Show what the agent has", k_show_footer}};
+    commands_t commands = {{"show", "Show what the agent has", k_show_footer, selection_options()}};
     for (const view_s &view : views) {
         commands.push_back(command_of("show", view));
-        commands.back().run = [read = view.read](const given_s &given) { return show(given, read); };
+        commands.back().run = [read = selected(view.read)](const given_s &given) {
+            return show(given, read);
+        };
     }
     commands.push_back({"watch", "Show a view again and again, with rates", k_watch_footer, watch_options()});
+    const arguments_t selection = selection_options();
+    commands.back().arguments.insert(commands.back().arguments.end(), selection.begin(), selection.end());
     for (const view_s &view : views) {
         commands.push_back(command_of("watch", view));
         commands.back().run = [view](const given_s &given) {
-            return watch(given, title(view, given), view.read);
+            return watch(given, title(view, given), selected(view.read));
         };
     }
     return commands;

@@ -1,5 +1,6 @@
 #include "client/cli/watch_command.h"
 
+#include <fmt/format.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -30,7 +31,7 @@ std::string local_time() {
     std::tm parts{};
     char text[32];
     localtime_r(&now, &parts);
-    return {text, std::strftime(text, sizeof text, "%F %T", &parts)};
+    return {text, std::strftime(text, sizeof text, "%F %T %z", &parts)};
 }
 
 // Ends the program with 0 on SIGINT, whatever it is waiting for, but not while a block is being written: whoever
@@ -50,12 +51,13 @@ std::timed_mutex &end_on_interrupt() {
     return writing;
 }
 
-std::string block_of(const rows_s &rows, const std::string &title, bool json) {
-    if (json) {
-        return rows_to_json(rows, {{"time", local_time()}}) + "\n";
+// Leaves as many rows as the terminal has lines for: those that changed since `before` in preference to others.
+void cut_to_screen(const shown_s &before, shown_s *now) {
+    constexpr size_t k_other_lines = 4;  // time, titles, what was left out, and where the cursor stays
+    const size_t height = stdout_height();
+    if (height > k_other_lines && now->rows.rows.size() > height - k_other_lines) {
+        keep_changed(before, height - k_other_lines, now);
     }
-    return (isatty(STDOUT_FILENO) ? k_clear : "") + local_time() + "  " + title + "\n" +
-           rows_to_text(rows_for_people(rows));
 }
 
 class watcher {
@@ -106,10 +108,27 @@ class watcher {
 
     outcome_s write(const round_s &now) {
         const double seconds = std::chrono::duration<double>(now.at - before_.at).count();
-        const rows_s rows =
-            given_.has("--rates") ? with_rates(before_.shown, now.shown, seconds).rows : now.shown.rows;
+        shown_s shown = now.shown;
+        if (!given_.global.json) {
+            cut_to_screen(before_.shown, &shown);
+        }
+        if (given_.has("--rates")) {
+            shown = with_rates(before_.shown, shown, seconds);
+        }
         const std::lock_guard lock(writing_);
-        return write_stdout(block_of(rows, title_, given_.global.json));
+        return write_stdout(block_of(std::move(shown)));
+    }
+
+    std::string block_of(shown_s shown) const {
+        if (given_.global.json) {
+            return rows_to_json(shown.rows, {{"time", local_time()}}, given_.global.json_texts) + "\n";
+        }
+        const bool wide = given_.has("--wide");
+        const size_t width = wide ? 0 : stdout_width();
+        const std::string head = local_time() + "  " + title_;
+        return fmt::format("{}{}\n{}", isatty(STDOUT_FILENO) ? k_clear : "",
+                           width > 0 ? head.substr(0, width) : head,
+                           text_for_people(std::move(shown), width, wide));
     }
 
     const given_s &given_;

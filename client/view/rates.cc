@@ -2,7 +2,9 @@
 
 #include <algorithm>
 #include <cmath>
+#include <iterator>
 #include <map>
+#include <numeric>
 
 namespace nyxctl {
 namespace {
@@ -42,6 +44,23 @@ bool has_counters(const rows_s &rows, size_t column) {
     return std::ranges::any_of(rows.rows, [&](const row_t &row) { return row[column].as<counter_s>(); });
 }
 
+// Of each row of `now`, the same one of `before`, or null.
+std::vector<const row_t *> rows_before(const shown_s &before, const shown_s &now) {
+    rows_by_key_t old_rows;
+    for (const row_t &row : before.rows.rows) {
+        old_rows[key_of(row, before.keys, old_rows)] = &row;
+    }
+    std::vector<const row_t *> olds;
+    rows_by_key_t seen;
+    for (const row_t &row : now.rows.rows) {
+        const std::string key = key_of(row, now.keys, seen);
+        seen[key] = &row;
+        const auto found = old_rows.find(key);
+        olds.push_back(found == old_rows.end() ? nullptr : found->second);
+    }
+    return olds;
+}
+
 }  // namespace
 
 std::optional<uint64_t> counter_growth(uint64_t before, uint64_t now, unsigned bits) {
@@ -52,24 +71,17 @@ std::optional<uint64_t> counter_growth(uint64_t before, uint64_t now, unsigned b
 }
 
 shown_s with_rates(const shown_s &before, const shown_s &now, double seconds) {
-    rows_by_key_t old_rows;
-    for (const row_t &row : before.rows.rows) {
-        old_rows[key_of(row, before.keys, old_rows)] = &row;
-    }
-    std::vector<const row_t *> olds;  // of each row of `now`
-    rows_by_key_t seen;
-    for (const row_t &row : now.rows.rows) {
-        const std::string key = key_of(row, now.keys, seen);
-        seen[key] = &row;
-        const auto found = old_rows.find(key);
-        olds.push_back(found == old_rows.end() ? nullptr : found->second);
-    }
-    shown_s result{.rows = {now.rows.subject, {}, std::vector<row_t>(olds.size())}, .keys = now.keys};
+    const std::vector<const row_t *> olds = rows_before(before, now);
+    shown_s result = now;
+    result.rows = {now.rows.subject, {}, std::vector<row_t>(olds.size())};
     for (size_t column = 0; column < now.rows.columns.size(); column++) {
         const bool counts = has_counters(now.rows, column);
         result.rows.columns.push_back(now.rows.columns[column]);
         if (counts) {
-            result.rows.columns.push_back(now.rows.columns[column] + "_per_s");
+            const column_s &counted = now.rows.columns[column];
+            result.rows.columns.emplace_back(counted.name + "_per_s",
+                                             counted.title.empty() ? "" : counted.title + "/s",
+                                             counted.preferred);
         }
         for (size_t i = 0; i < olds.size(); i++) {
             const row_t &row = now.rows.rows[i];
@@ -80,6 +92,19 @@ shown_s with_rates(const shown_s &before, const shown_s &now, double seconds) {
         }
     }
     return result;
+}
+
+void keep_changed(const shown_s &before, size_t count, shown_s *now) {
+    const std::vector<const row_t *> olds = rows_before(before, *now);
+    std::vector<size_t> order(olds.size());
+    std::iota(order.begin(), order.end(), 0);
+    std::ranges::stable_partition(order, [&](size_t i) { return olds[i] && *olds[i] != now->rows.rows[i]; });
+    order.resize(std::min(count, order.size()));
+    std::ranges::sort(order);
+    std::vector<row_t> kept;
+    std::ranges::transform(order, std::back_inserter(kept), [&](size_t i) { return now->rows.rows[i]; });
+    now->left_out += now->rows.rows.size() - kept.size();
+    now->rows.rows = std::move(kept);
 }
 
 }  // namespace nyxctl

@@ -18,4 +18,8 @@ std::optional<uint64_t> counter_growth(uint64_t before, uint64_t now, unsigned b
 // are, equal ones by their order.
 shown_s with_rates(const shown_s &before, const shown_s &now, double seconds);
 
+// Leaves `count` rows of `now` in their order: those that differ from `before`, and then the first ones. The others are
+// left out.
+void keep_changed(const shown_s &before, size_t count, shown_s *now);
+
 }  // namespace nyxctl

@@ -13,6 +13,7 @@
 #include "client/view/metrics.h"
 #include "client/view/one_object.h"
 #include "client/view/rates.h"
+#include "client/view/select.h"
 #include "nyx/debug.pb.h"
 #include "nyx/interface.pb.h"
 #include "nyx/lif.pb.h"
@@ -61,7 +62,7 @@ TEST(Rates, Rows_AreComparedByTheirKey) {
     const shown_s before = counted({{"a", 100, 1}, {"b", 7, 1}, {"b", 8, 1}});
     const shown_s now = counted({{"b", 17, 2}, {"a", 50, 2}, {"new", 1, 2}, {"b", 28, 2}});
     const rows_s rows = with_rates(before, now, 2).rows;
-    EXPECT_EQ(rows.columns, (std::vector<std::string>{"name", "count", "count_per_s", "size"}));
+    EXPECT_EQ(rows.columns, (std::vector<column_s>{"name", "count", "count_per_s", "size"}));
     const std::vector<row_t> expected = {{"b", counter_s{17, 32}, 5.0, 2},
                                          {"a", counter_s{50, 32}, "reset", 2},
                                          {"new", counter_s{1, 32}, nullptr, 2},
@@ -185,9 +186,99 @@ TEST(Rows, Text_IsAlignedWithoutControlCharacters) {
 
 TEST(Rows, LongHex_IsCutForPeople) {
     const std::string hex(66, 'a');
-    const rows_s rows = rows_for_people({"things", {"a", "b"}, {{hex, "g" + hex}}});
-    EXPECT_EQ(rows.rows[0][0], std::string(32, 'a') + "...");
-    EXPECT_EQ(rows.rows[0][1], "g" + hex);
+    const shown_s shown{.rows = {"things", {"a", "b"}, {{hex, "g" + hex}}}};
+    const auto last_line = [](const std::string &text) { return text.substr(text.find('\n') + 1); };
+    EXPECT_EQ(last_line(text_for_people(shown, 0)), std::string(32, 'a') + "...  g" + hex + "\n");
+    EXPECT_EQ(last_line(text_for_people(shown, 0, true)), hex + "  g" + hex + "\n");
+}
+
+TEST(Rows, InLessSpace_TheUsefulColumnsStay) {
+    rows_s rows{
+        "things", {"a", {"b", "", false}, "c", {"d", "", true}}, {{"aaaa", "bbbb", std::string(30, 'c'), 4}}};
+    EXPECT_EQ(rows_to_text(rows, {.width = 32}),
+              "A     C                        D\naaaa  cccccccccccccccccccc...  4\n");
+    EXPECT_EQ(rows_to_text(rows, {.width = 20}), "A     B     D\naaaa  bbbb  4\n");
+    EXPECT_EQ(rows_to_text(rows, {.width = 9}), "A     D\naaaa  4\n");
+    rows = {"fields", {"field", "value"}, {{"status.link_status.link_state", "\xc2\xb0\xc2\xb0"}}};
+    EXPECT_EQ(rows_to_text(rows, {.width = 20, .always = 2}),
+              "FIELD          VALUE\n...link_state  \xc2\xb0\xc2\xb0\n");
+}
+
+shown_s selectable() {
+    return {
+        .rows = {"things",
+                 {"name", {"temperature_1", "core temperature"}},
+                 {{"b", value_s(58).shown_as("58 °C")}, {"a", value_s(9).shown_as("9 °C")}, {"c", nullptr}}}};
+}
+
+// The names that are left.
+std::string selected(const selection_s &selection) {
+    shown_s shown = selectable();
+    const outcome_s outcome = select_rows(selection, &shown);
+    std::string names = outcome.text;
+    for (const row_t &row : shown.rows.rows) {
+        names += outcome.ok() ? cell_text(row[0]) : "";
+    }
+    return names;
+}
+
+TEST(Select, Rows_AreComparedAsPeopleOrScriptsReadThem) {
+    for (const auto &[where, names] :
+         std::vector<std::pair<std::string, std::string>>{{"name=B", "b"},
+                                                          {"name!=b", "ac"},
+                                                          {"core_temperature>9", "b"},
+                                                          {"TEMPERATURE_1<58", "a"},
+                                                          {"temperature_1=58", "b"},
+                                                          {"temperature_1=58 °c", "b"},
+                                                          {"temperature_1=-", "c"},
+                                                          {"temperature_1~°", "ba"}}) {
+        EXPECT_EQ(selected({.where = {where}}), names) << where;
+    }
+    EXPECT_EQ(selected({.where = {"name!=b", "temperature_1>0"}}), "a");
+    EXPECT_EQ(selected({.sort = "core_temperature"}), "abc");
+    EXPECT_EQ(selected({.sort = "name", .reverse = true}), "cba");
+    EXPECT_EQ(selected({.where = {"nam=1"}}),
+              "unknown column \"nam\"; nearest: name; give one of name, core_temperature");
+    EXPECT_EQ(selected({.where = {"temperature_1>hot"}}),
+              "invalid condition \"temperature_1>hot\"; give a number after >");
+    EXPECT_NE(selected({.where = {"name"}}).find("give COLUMN=VALUE"), std::string::npos);
+}
+
+TEST(Select, Columns_AreTheOnesAskedForInTheirOrder) {
+    shown_s shown = selectable();
+    ASSERT_TRUE(select_rows({.columns = {"core_temperature", "name"}, .sort = "name"}, &shown).ok());
+    EXPECT_EQ(rows_to_text(shown.rows),
+              "CORE TEMPERATURE  NAME\n            9 °C  a\n           58 °C  b\n"
+              "               -  c\n");
+    EXPECT_EQ(
+        rows_to_json(shown.rows, {}, true),
+        R"({"things":[{"temperature_1":9,"temperature_1_text":"9 °C","name":"a"},)"
+        R"({"temperature_1":58,"temperature_1_text":"58 °C","name":"b"},{"temperature_1":null,"name":"c"}]})");
+}
+
+TEST(Select, MinorRows_AreCountedUnlessTheyAreAskedFor) {
+    nyx::PortStats stats;
+    stats.add_mac_stats()->set_type(0);
+    stats.add_mac_stats()->set_type(1);
+    stats.mutable_mac_stats(1)->set_count(5);
+    shown_s shown = object_head("port");
+    append_object(stats, "", {}, &shown);
+    const size_t all = shown.rows.rows.size();
+    shown_s some = shown;
+    ASSERT_TRUE(select_rows({.all = false}, &some).ok());
+    EXPECT_EQ(some.rows.rows.size(), all - 1);
+    EXPECT_EQ(text_of(some, "mac_stats[0]"), "no such field");
+    EXPECT_NE(text_for_people(some, 80).find("\n1 more rows"), std::string::npos);
+    ASSERT_TRUE(select_rows({.where = {"field~[0]"}, .all = false}, &shown).ok());
+    EXPECT_EQ(text_of(shown, "mac_stats[0]"), "0");
+}
+
+TEST(Rates, RowsThatChanged_AreKeptOnASmallScreen) {
+    const shown_s before = counted({{"a", 1, 1}, {"b", 1, 1}, {"c", 1, 1}, {"d", 1, 1}});
+    shown_s now = counted({{"a", 1, 1}, {"b", 1, 1}, {"c", 2, 1}, {"d", 3, 1}});
+    keep_changed(before, 3, &now);
+    EXPECT_EQ(now.rows.rows, counted({{"a", 1, 1}, {"c", 2, 1}, {"d", 3, 1}}).rows.rows);
+    EXPECT_EQ(now.left_out, 1u);
 }
 
 struct diff_case_s {

@@ -3,11 +3,16 @@
 usage: ctl_show_test.py FOLDER-OF-PROGRAMS [unittest options]
 """
 
+import fcntl
 import json
+import os
 import pathlib
+import pty
 import re
 import signal
+import struct
 import subprocess
+import termios
 import unittest
 
 import agent
@@ -27,6 +32,13 @@ def cell_text(cell):
     return text[:32] if re.fullmatch("[0-9a-f]{65,}", text) else text
 
 
+def read_some(output):
+    try:
+        return output.read(65536)
+    except OSError:  # how a terminal that nobody writes to any more ends
+        return b""
+
+
 class ShowTest(agent.SharedAgentTestCase):
     @classmethod
     def setUpClass(cls):
@@ -34,8 +46,11 @@ class ShowTest(agent.SharedAgentTestCase):
         entry = {"request": [{"key": {"k1": 7}, "flow_info_a_data": {"d2": "0000000000000005"}}]}
         assert cls.agent.ctl("call", "flow_infoCreate", json.dumps(entry)).returncode == 0
 
-    def ctl(self, *words):
-        return self.agent.ctl(*words)
+    def ctl(self, *words, exit_code=None):
+        result = self.agent.ctl(*words)
+        if exit_code is not None:
+            self.assertEqual(result.returncode, exit_code, result.stderr)
+        return result
 
     def rows(self, *words):
         result = self.ctl(*words, "-j")
@@ -55,13 +70,14 @@ class ShowTest(agent.SharedAgentTestCase):
                 text = self.ctl("show", *view.split())
                 self.assertEqual((text.returncode, text.stderr), (0, ""))
                 lines = text.stdout.splitlines()
-                rows = self.rows("show", *view.split())
+                rows = self.rows("show", *view.split(), "--labels", "json")
                 self.assertGreater(len(rows), 0)
                 self.assertEqual(len(lines), len(rows) + 1)
                 if view == "heap":  # moves between two calls
                     continue
                 for line, row in zip(lines[1:], rows):
-                    for cell in row.values():
+                    for name, cell in row.items():
+                        cell = row.get(name + "_text", cell)
                         # The name of an enumerator is shown to people without what all of them share.
                         self.assertIn(cell_text(cell).rsplit("_")[-1].lower(), line.lower())
 
@@ -86,6 +102,63 @@ class ShowTest(agent.SharedAgentTestCase):
         data = [row["value"] for row in self.rows("show", "port", "1") if row["field"].endswith("id_data")]
         self.assertEqual([len(text) for text in data], [512])
 
+    def on_terminal(self, columns, lines, *words):
+        """What a command prints on a terminal of that size; without COLUMNS, which would say another."""
+        try:
+            ours, its = pty.openpty()
+        except OSError as error:
+            self.skipTest(f"no pseudo-terminals here: {error}")
+        with open(ours, "rb", buffering=0) as output:
+            fcntl.ioctl(its, termios.TIOCSWINSZ, struct.pack("HHHH", lines, columns, 0, 0))
+            process = subprocess.Popen(self.agent.command(*words), stdout=its, stderr=subprocess.PIPE,
+                                       env={name: text for name, text in os.environ.items() if name != "COLUMNS"})
+            os.close(its)
+            text = b""
+            while part := read_some(output):
+                text += part
+            _, log = process.communicate(timeout=agent.PATIENCE_S)
+        self.assertEqual((process.returncode, log), (0, b""), words)
+        return text.decode().replace("\r\n", "\n")
+
+    def assert_fits(self, text, columns, view):
+        self.assertLessEqual(max(map(len, text.splitlines())), columns, f"{view} in {columns} columns")
+
+    def test_no_view_is_wider_than_columns_says(self):
+        for columns in (60, 80, 120):
+            for view in VIEWS:
+                result = subprocess.run(self.agent.command("show", *view.split()), capture_output=True, text=True,
+                                        timeout=agent.PATIENCE_S, env=os.environ | {"COLUMNS": str(columns)})
+                self.assertEqual(result.returncode, 0, result.stderr)
+                self.assert_fits(result.stdout, columns, view)
+
+    def test_no_view_is_wider_than_the_terminal(self):
+        for columns in (60, 80, 120):
+            for view in VIEWS:
+                self.assert_fits(self.on_terminal(columns, 24, "show", *view.split()), columns, view)
+        self.assertEqual(self.on_terminal(0, 0, "show", "ports"), self.on_terminal(80, 24, "show", "ports"))
+        narrow = self.on_terminal(60, 24, "show", "ports")
+        self.assertEqual(self.on_terminal(60, 24, "show", "ports", "--wide"), self.ctl("show", "ports").stdout)
+        self.assertLess(len(narrow.splitlines()[0]), len(self.ctl("show", "ports").stdout.splitlines()[0]))
+        self.assertIn("0a000000", self.on_terminal(60, 24, "show", "ports", "--columns", "port,id"))
+
+    def test_long_views_show_what_counts_and_watch_fits_the_screen(self):
+        shown = self.on_terminal(80, 24, "show", "port", "1")
+        self.assertRegex(shown, r"(?m)^stats\.rx frames +\d+$")
+        self.assertNotIn("mac_stats", shown)
+        self.assertRegex(shown, r"\n\d+ more rows")
+        everything = self.on_terminal(80, 24, "show", "port", "1", "--all")
+        self.assertEqual(everything.count("mac_stats["), 84)
+        self.assertEqual(self.ctl("show", "port", "1").stdout.count("mac_stats["), 84)
+        watched = self.on_terminal(80, 24, "watch", "port", "1", "--count", "1").split("\x1b[H\x1b[2J")
+        self.assertEqual(len(watched[-1].splitlines()), 23)
+
+    def test_rows_and_columns_are_chosen(self):
+        rows = self.rows("show", "ports", "--where", "link=up", "--where", "port>1", "--columns", "port_number,link")
+        self.assertEqual(rows, [{"port_number": 3, "link_state": "PORT_LINK_STATE_2"}])
+        names = [row["name"] for row in self.rows("show", "lifs", "--sort", "drops", "--reverse")]
+        self.assertEqual((names[0], names[-1]), ("spare-lif", "host0-lif"))
+        self.assertRegex(self.ctl("show", "ports", "--where", "lnk=up", exit_code=2).stderr, "nearest: link; give one of")
+
     def test_watch_shows_rates_per_round(self):
         result = self.ctl("watch", "table", "flow_info", "k1=7", "--rates", "--count", "2", "-n", "0.1", "-j")
         self.assertEqual(result.returncode, 0, result.stderr)
@@ -95,7 +168,7 @@ class ShowTest(agent.SharedAgentTestCase):
         self.assertIsNone(value["k1"]["value_per_s"])
         self.assertEqual({row["value_per_s"] for row in first["fields"]}, {None})
         text = self.ctl("watch", "sessions", "0", "3", "--count", "2", "-n", "0.1").stdout
-        self.assertRegex(text, r"^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d  sessions 0 3\nSESSION INDEX [^\x1b]*){2}$")
+        self.assertRegex(text, r"^(\d{4}-\d\d-\d\d \d\d:\d\d:\d\d [+-]\d{4}  sessions 0 3\nSESSION [^\x1b]*){2}$")
 
     def test_watch_ends_with_0_on_interrupt(self):
         process = subprocess.Popen(self.agent.command("watch", "ports", "-n", "100"), stdout=subprocess.PIPE, text=True)

@@ -63,7 +63,7 @@ class MetricsTest(agent.SharedAgentTestCase):
         return samples
 
     def test_every_number_is_a_series_in_base_units(self):
-        text = self.ctl("metrics", "--sessions", "0", "1").stdout
+        text = self.ctl("metrics", "--sessions", "0", "1", "--labels", "none").stdout
         samples = self.parsed(text)
         self.assertEqual(samples["nyx_up",], 1)
         self.assertEqual(samples["nyx_system_temperature_value_1",], 58)
@@ -80,7 +80,7 @@ class MetricsTest(agent.SharedAgentTestCase):
     def test_labels_name_families_and_units_and_never_break_the_text(self):
         path = pathlib.Path(self.folder, "labels.toml")
         path.write_text(LABELS, encoding="utf-8")
-        text = self.ctl("metrics", "--labels", str(path)).stdout
+        text = self.ctl("metrics", "--labels", "none", "--labels", str(path)).stdout
         samples = self.parsed(text)
         port = (("id", "0a000000-0000-4000-8000-000000010001"), ("port", "1"))
         self.assertEqual(samples["nyx_system_core_temperature_celsius",], 58)

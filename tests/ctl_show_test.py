@@ -139,7 +139,7 @@ class ShowTest(agent.SharedAgentTestCase):
         narrow = self.on_terminal(60, 24, "show", "ports")
         self.assertEqual(self.on_terminal(60, 24, "show", "ports", "--wide"), self.ctl("show", "ports").stdout)
         self.assertLess(len(narrow.splitlines()[0]), len(self.ctl("show", "ports").stdout.splitlines()[0]))
-        self.assertIn("0a000000", self.on_terminal(60, 24, "show", "ports", "--columns", "port,id"))
+        self.assertIn("0a000000", self.on_terminal(60, 24, "show", "ports", "--columns", "port_number,id"))
 
     def test_long_views_show_what_counts_and_watch_fits_the_screen(self):
         shown = self.on_terminal(80, 24, "show", "port", "1")
@@ -153,11 +153,11 @@ class ShowTest(agent.SharedAgentTestCase):
         self.assertEqual(len(watched[-1].splitlines()), 23)
 
     def test_rows_and_columns_are_chosen(self):
-        rows = self.rows("show", "ports", "--where", "link=up", "--where", "port>1", "--columns", "port_number,link")
+        rows = self.rows("show", "ports", "--where", "link_state=up", "--where", "port_number>1", "--columns", "port_number,link_state")
         self.assertEqual(rows, [{"port_number": 3, "link_state": "PORT_LINK_STATE_2"}])
         names = [row["name"] for row in self.rows("show", "lifs", "--sort", "drops", "--reverse")]
         self.assertEqual((names[0], names[-1]), ("spare-lif", "host0-lif"))
-        self.assertRegex(self.ctl("show", "ports", "--where", "lnk=up", exit_code=2).stderr, "nearest: link; give one of")
+        self.assertRegex(self.ctl("show", "ports", "--where", "lnk_state=up", exit_code=2).stderr, "nearest: link_state, link_sm_state; give one of")
 
     def test_watch_shows_rates_per_round(self):
         result = self.ctl("watch", "table", "flow_info", "k1=7", "--rates", "--count", "2", "-n", "0.1", "-j")

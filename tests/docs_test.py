@@ -19,6 +19,7 @@ from agent import Agent
 ROOT, BUILD, PYTHON = (pathlib.Path(sys.argv.pop(1)).absolute() for _ in range(3))
 BLOCK = re.compile(r"^```(\w+)\n(.*?)^```$", re.MULTILINE | re.DOTALL)
 TIMEOUT_S = 120
+os.environ["TZ"] = "UTC"  # which the agent's times are shown in
 
 
 class DocsTest(unittest.TestCase):
@@ -32,7 +33,7 @@ class DocsTest(unittest.TestCase):
             pathlib.Path(self.folder, "example.cc").write_text(text, encoding="utf-8")
             return ""
         command = [PYTHON, "-c", text] if language == "python" else ["bash", "-euc", text]
-        environment = os.environ | {"PATH": f"{BUILD}/bin:{os.environ['PATH']}", "NYX_BUILD": str(BUILD),
+        environment = os.environ | {"COLUMNS": "80", "PATH": f"{BUILD}/bin:{os.environ['PATH']}", "NYX_BUILD": str(BUILD),
                                     "NYX_GRPC": self.agent.grpc, "NYX_SOCKET": self.agent.socket,
                                     "PYTHONPATH": f"{self.folder}/stubs"}
         result = subprocess.run(command, cwd=self.folder, env=environment, capture_output=True, text=True,

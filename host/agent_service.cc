@@ -12,6 +12,7 @@
 #include "agent_api/trace_logger.h"
 #include "base/text.h"
 #include "host/setup_error.h"
+#include "sim/faults/faults.h"
 #include "sim/framework/watchdog.h"
 
 namespace host {
@@ -125,19 +126,25 @@ bool was_called(const svc::method_counts_s &counts) {
 
 }  // namespace
 
-instance_s new_instance() {
+void agent_instance::renew() {
     unsigned char bytes[k_id_size];
     if (getrandom(bytes, sizeof(bytes), 0) != sizeof(bytes)) {
         throw setup_error("no random bytes for the id of this start");
     }
-    return {.id = hex_of(bytes),
-            .start = std::chrono::system_clock::now(),
-            .steady_start = std::chrono::steady_clock::now()};
+    const std::lock_guard lock(mutex_);
+    instance_ = {.id = hex_of(bytes),
+                 .start = std::chrono::system_clock::now(),
+                 .steady_start = std::chrono::steady_clock::now()};
+}
+
+instance_s agent_instance::get() const {
+    const std::lock_guard lock(mutex_);
+    return instance_;
 }
 
 static constexpr svc::method_s k_methods[] = {svc::method_of<&AgentSvcImpl::AgentGet>("AgentGet")};
 
-AgentSvcImpl::AgentSvcImpl(const instance_s &instance, const svc::call_server &calls,
+AgentSvcImpl::AgentSvcImpl(const agent_instance &instance, const svc::call_server &calls,
                            const connection_counts_s &connections, const std::string &sysconfig)
     : served(k_methods),
       instance_(instance),
@@ -154,9 +161,11 @@ grpc::Status AgentSvcImpl::AgentGet(grpc::ServerContext *, const nyx::AgentGetRe
 
 void AgentSvcImpl::fill(nyx::AgentGetResponse *rsp) const {
     rsp->set_version(NYX_VERSION);
-    rsp->set_instance_id(bytes_of(instance_.id));
-    rsp->set_start_time_ns(to_ns(instance_.start.time_since_epoch()));
-    rsp->set_uptime_ns(to_ns(std::chrono::steady_clock::now() - instance_.steady_start));
+    sim::begin_operation();  // which a scenario may start with a restart
+    const instance_s instance = instance_.get();
+    rsp->set_instance_id(bytes_of(instance.id));
+    rsp->set_start_time_ns(to_ns(instance.start.time_since_epoch()));
+    rsp->set_uptime_ns(to_ns(std::chrono::steady_clock::now() - instance.steady_start));
     rsp->set_trace_level(trace_level());
     const auto calls = calls_.memory();
     auto *memory = rsp->mutable_memory();

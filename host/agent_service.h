@@ -3,6 +3,7 @@
 #pragma once
 
 #include <chrono>
+#include <mutex>
 #include <string>
 
 #include "host/connections.h"
@@ -19,14 +20,26 @@ struct instance_s {
     std::chrono::steady_clock::time_point steady_start;
 };
 
-// With a random id and the time of now. Throws setup_error.
-instance_s new_instance();
+// The start that is the current one. Any thread.
+class agent_instance {
+ public:
+    agent_instance() { renew(); }
+
+    // Starts anew, with a random id and the time of now. Throws setup_error.
+    void renew();
+
+    instance_s get() const;
+
+ private:
+    mutable std::mutex mutex_;
+    instance_s instance_;
+};
 
 // Any thread.
 class AgentSvcImpl final : public svc::served<nyx::AgentSvc> {
  public:
     // All of these outlive the service. `sysconfig` is the folder of hostif_mac.json.
-    AgentSvcImpl(const instance_s &instance, const svc::call_server &calls,
+    AgentSvcImpl(const agent_instance &instance, const svc::call_server &calls,
                  const connection_counts_s &connections, const std::string &sysconfig);
 
     grpc::Status AgentGet(grpc::ServerContext *context, const nyx::AgentGetRequest *req,
@@ -36,7 +49,7 @@ class AgentSvcImpl final : public svc::served<nyx::AgentSvc> {
     void fill(nyx::AgentGetResponse *rsp) const;
     void fill_calls(nyx::AgentGetResponse *rsp) const;
 
-    const instance_s &instance_;
+    const agent_instance &instance_;
     const svc::call_server &calls_;
     const connection_counts_s &connections_;
     const std::string sysconfig_;

@@ -141,10 +141,9 @@ int first_reserved_fd() {
 }  // namespace
 
 grpc_door::grpc_door(const options_s &options)
-    : instance_(new_instance()),
-      listener_(listen_on(options.grpc, options.tls.has_value())),
+    : listener_(listen_on(options.grpc, options.tls.has_value())),
       stop_(eventfd(0, EFD_CLOEXEC)),
-      calls_({}, {.instance_id = instance_.id}),
+      calls_({}, {.instance_id = instance_.get().id}),
       services_(make_services(options.fault_service)),
       served_(served_services(options.fault_service)) {
     services_.push_back(std::make_unique<AgentSvcImpl>(instance_, calls_, counts_, options.sysconfig));
@@ -178,6 +177,11 @@ grpc_door::grpc_door(const options_s &options)
 }
 
 grpc_door::~grpc_door() { stop(); }
+
+void grpc_door::renew_instance() {
+    instance_.renew();
+    calls_.set_instance_id(instance_.get().id);
+}
 
 void grpc_door::stop() {
     if (!accept_thread_.joinable()) {

@@ -47,7 +47,9 @@ class grpc_door {
     void stop();
 
     const std::string &address() const { return listener_.address; }
-    const instance_s &instance() const { return instance_; }
+
+    // Clients see that the agent has started anew. Any thread.
+    void renew_instance();
 
  private:
     struct waited_s;
@@ -55,7 +57,7 @@ class grpc_door {
     void accept_one(base::accept_reserve *reserve, connections *open);
     waited_s wait(bool for_clients, int or_fd, int timeout_ms) const;
 
-    const instance_s instance_;
+    agent_instance instance_;
     connection_counts_s counts_;
     listener_s listener_;
     base::unique_fd stop_;

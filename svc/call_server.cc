@@ -95,6 +95,14 @@ class call_server::state {
     void attach(grpc::ServerBuilder *builder) { queue_ = builder->AddCompletionQueue(); }
     void run();
     void shutdown();
+    void set_instance_id(const std::string &id) {
+        const std::lock_guard lock(instance_mutex_);
+        instance_id_ = id;
+    }
+    std::string instance_id() const {
+        const std::lock_guard lock(instance_mutex_);
+        return instance_id_;
+    }
     std::vector<method_counts_s> counts() const;
     call_memory_s memory() const { return {.used = call_budget::used(), .limit = limits_.memory}; }
 
@@ -119,6 +127,8 @@ class call_server::state {
 
     const call_limits_s limits_;
     const call_host_s host_;
+    mutable std::mutex instance_mutex_;
+    std::string instance_id_;  // under it
     const std::unique_ptr<tick> tick_;
     std::vector<std::unique_ptr<served_method_s>> methods_;
     std::unique_ptr<grpc::ServerCompletionQueue> queue_;
@@ -144,14 +154,21 @@ class call_server::state::call final : event {
  public:
     call(state *server, served_method_s *method) : server_(server), method_(method) {
         context_.AsyncNotifyWhenDone(static_cast<event *>(&left_));
-        if (!server_->host_.instance_id.empty()) {
-            context_.AddInitialMetadata("nyx-instance-id", server_->host_.instance_id);
-        }
         server_->open_++;
     }
     ~call() {
         server_->open_--;
         server_->open_.notify_all();
+    }
+
+    // After the operation: an id that changed meanwhile must reach the client, because what it wrote may be lost.
+    void name_instance() {
+        try {
+            if (const std::string id = server_->instance_id(); !id.empty()) {
+                context_.AddInitialMetadata("nyx-instance-id", id);
+            }
+        } catch (const std::bad_alloc &) {  // the client learns it from a later response
+        }
     }
 
     void await() {
@@ -207,6 +224,7 @@ class call_server::state::call final : event {
         const grpc::Status status = run_and_report(&bytes);
         request_.Clear();
         server_->has_run(method_);
+        name_instance();
         answered_ = true;
         hand_over();
         try {
@@ -344,7 +362,7 @@ class call_server::state::tick final : event {
 };
 
 call_server::state::state(const call_limits_s &limits, const call_host_s &host)
-    : limits_(limits), host_(host), tick_(std::make_unique<tick>(this)) {
+    : limits_(limits), host_(host), instance_id_(host.instance_id), tick_(std::make_unique<tick>(this)) {
     if (g_current) {
         throw std::logic_error("there is a call server already");
     }
@@ -557,6 +575,8 @@ void call_server::run() { state_->run(); }
 void call_server::shutdown() { state_->shutdown(); }
 
 std::vector<method_counts_s> call_server::counts() const { return state_->counts(); }
+
+void call_server::set_instance_id(const std::string &id) { state_->set_instance_id(id); }
 
 call_memory_s call_server::memory() const { return state_->memory(); }
 

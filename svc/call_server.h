@@ -60,6 +60,10 @@ class call_server {
     // After grpc::Server::Shutdown() has returned. Waits for operations that still run.
     void shutdown();
 
+    // Changes the instance id, from the responses on that are sent after this. For an agent that loses its state without
+    // ending. Any thread.
+    void set_instance_id(const std::string &id);
+
     // What calls came to so far: each method, in the order in which services were made. Any thread, once attached.
     std::vector<method_counts_s> counts() const;
     call_memory_s memory() const;

@@ -77,4 +77,16 @@ inline std::string nearest_names_text(std::string_view given, std::span<const st
     return text;
 }
 
+// The same; when none is close, "; known: a, b, c" with all of them. For short lists of names.
+inline std::string nearest_or_known_text(std::string_view given, std::span<const std::string> names) {
+    if (const std::string nearest = nearest_names_text(given, names); !nearest.empty()) {
+        return nearest;
+    }
+    std::string text;
+    for (const std::string &name : names) {
+        text += (text.empty() ? "; known: " : ", ") + name;
+    }
+    return text;
+}
+
 }  // namespace base

@@ -68,18 +68,20 @@ uint8_t checksum(const uint8_t *first, const uint8_t *last) {
     return static_cast<uint8_t>(std::accumulate(first, last, 0u));
 }
 
+constexpr size_t k_vendor_at = 20, k_date_at = 84, k_date_size = 8;  // the first and the last text
+
 // SFF-8472 address A0h and SFF-8636 page 00h have these fields at the same offsets.
 void fill_xcvr_id(const xcvr_module_s &module, uint8_t *id) {
     id[0] = module.identifier;
     id[2] = 0x07;  // LC connector
-    put_text(id + 20, 16, "ACME OPTICS");
+    put_text(id + k_vendor_at, 16, "ACME OPTICS");
     const uint8_t oui[] = {0x02, 0xac, 0x3e};
     memcpy(id + 37, oui, sizeof(oui));
     put_text(id + 40, 16, module.part_number);
     put_text(id + 56, 4, module.revision);
     id[63] = checksum(id, id + 63);
     put_text(id + 68, 16, module.serial);
-    put_text(id + 84, 8, "260101");
+    put_text(id + k_date_at, k_date_size, "260101");
     id[95] = checksum(id + 64, id + 95);
 }
 
@@ -159,6 +161,14 @@ void put_transceiver(uint8_t number, port_status_s *status) {
         status->xcvr_value[i] = number * 10u + i;
     }
     fill_xcvr_id(*k_ports[number - 1].xcvr, status->xcvr_id);
+}
+
+// Without a module, its texts are blank.
+void take_transceiver(port_status_s *status) {
+    status->xcvr_number = 0;
+    memset(status->xcvr_value, 0, sizeof(status->xcvr_value));
+    memset(status->xcvr_id, 0, sizeof(status->xcvr_id));
+    memset(status->xcvr_id + k_vendor_at, ' ', k_date_at + k_date_size - k_vendor_at);
 }
 
 void put_link(bool is_up, nyx_if_info_s *port) {

@@ -11,8 +11,9 @@ namespace sim {
 // The record of port 1, 2 or 3, whose link event trace begins anew. Each port has one tracer as long as the process lives.
 nyx_if_info_s card_port(uint8_t number);
 
-// The transceiver that a data port starts with.
+// The transceiver that a data port starts with, and an empty cage.
 void put_transceiver(uint8_t number, port_status_s *status);
+void take_transceiver(port_status_s *status);
 
 // Sets what a port's record says of a link that is up or down, except for its state machine.
 void put_link(bool is_up, nyx_if_info_s *port);

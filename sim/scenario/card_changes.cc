@@ -163,12 +163,7 @@ void set_link(uint8_t number, bool is_up, uint64_t at_ms) {
 void set_transceiver(uint8_t number, bool is_there) {
     (void)change_if_records([&](if_records_s &records) {
         port_status_s &status = records.ports.at(port_key(number)).status.port;
-        status.xcvr_number = 0;
-        memset(status.xcvr_value, 0, sizeof(status.xcvr_value));
-        memset(status.xcvr_id, 0, sizeof(status.xcvr_id));
-        if (is_there) {
-            put_transceiver(number, &status);
-        }
+        is_there ? put_transceiver(number, &status) : take_transceiver(&status);
         return sdk::SDK_RET_OK;
     });
 }

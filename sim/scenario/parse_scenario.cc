@@ -106,7 +106,7 @@ size_t one_of(const toml::table &stanza, std::string_view key, std::span<const s
     const auto found = std::ranges::find(names, text);
     if (found == names.end()) {
         refuse(*stanza.get(key), std::string(key) + " \"" + text.substr(0, 64) + "\" is unknown" +
-                                     base::nearest_names_text(text, names));
+                                     base::nearest_or_known_text(text, names));
     }
     return static_cast<size_t>(found - names.begin());
 }
@@ -115,7 +115,7 @@ void refuse_unknown_keys(const toml::table &stanza, std::span<const std::string>
     for (const auto &[key, value] : stanza) {
         if (std::ranges::find(known, key.str()) == known.end()) {
             refuse(value, "unknown key \"" + std::string(key.str().substr(0, 64)) + "\"" +
-                              base::nearest_names_text(key.str(), known));
+                              base::nearest_or_known_text(key.str(), known));
         }
     }
 }

@@ -1,4 +1,4 @@
-// The stand-in's own gRPC service: faults while it runs, and the heartbeats of its threads.
+// The stand-in's own gRPC service: faults and scenarios while it runs, and the heartbeats of its threads.
 
 #pragma once
 
@@ -8,7 +8,7 @@
 namespace host {
 
 // Arms, lists and removes faults (sim/faults/faults.h): INVALID_ARGUMENT for a text that is not a fault, NOT_FOUND for
-// an unknown id. Reports heartbeats (sim/framework/watchdog.h). No state of its own: any thread.
+// an unknown id. Starts and moves scenarios (sim/scenario/running.h). Reports heartbeats (sim/framework/watchdog.h). No state of its own: any thread.
 class FaultSvcImpl final : public svc::served<nyx::FaultSvc> {
  public:
     FaultSvcImpl();
@@ -22,6 +22,14 @@ class FaultSvcImpl final : public svc::served<nyx::FaultSvc> {
                                     nyx::FaultOperationsGetResponse *rsp) override;
     grpc::Status HeartbeatGet(grpc::ServerContext *context, const nyx::HeartbeatGetRequest *req,
                               nyx::HeartbeatGetResponse *rsp) override;
+    grpc::Status ScenarioSet(grpc::ServerContext *context, const nyx::ScenarioSetRequest *req,
+                             nyx::ScenarioGetResponse *rsp) override;
+    grpc::Status ScenarioGet(grpc::ServerContext *context, const types::Empty *req,
+                             nyx::ScenarioGetResponse *rsp) override;
+    grpc::Status ScenarioAdvance(grpc::ServerContext *context, const nyx::ScenarioAdvanceRequest *req,
+                                 nyx::ScenarioGetResponse *rsp) override;
+    grpc::Status ScenarioStop(grpc::ServerContext *context, const types::Empty *req,
+                              nyx::ScenarioGetResponse *rsp) override;
 };
 
 }  // namespace host

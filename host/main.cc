@@ -19,6 +19,8 @@
 #include "host/options.h"
 #include "host/socket_door.h"
 #include "sim/card/host_interfaces.h"
+#include "sim/scenario/running.h"
+#include "sim/scenario/scenario_files.h"
 #include "svc/host_if_mac.h"
 
 namespace {
@@ -87,14 +89,28 @@ void restore_host_interfaces(const std::string &sysconfig) {
     }
 }
 
+// A card that starts anew has lost everything, as with a new start of the agent.
+void start_scenario(const host::options_s &options, host::grpc_door *grpc) {
+    sim::on_card_restart([&options, grpc] {
+        restore_host_interfaces(options.sysconfig);
+        grpc->renew_instance();
+    });
+    if (!options.scenario.empty()) {
+        sim::start_scenario(sim::load_scenario(options.scenario),
+                            {.name = options.scenario, .seed = options.seed, .speed = options.speed});
+    }
+}
+
 int serve(const host::options_s &options, const sigset_t &stop_signals, host::agent_log &log) {
     host::grpc_door grpc(options);
     host::socket_door socket(options.socket);
+    start_scenario(options, &grpc);
     fmt::print("nyx-agent ready: grpc {} socket {}\n", grpc.address(), options.socket);
     fflush(stdout);
     int signal = 0;
     sigwait(&stop_signals, &signal);
     stop_in_time(grpc, socket, log);
+    sim::on_card_restart(nullptr);
     return 0;
 }
 

@@ -8,6 +8,8 @@
 #include <string>
 
 #include "sim/proto/fault_grammar.h"
+#include "sim/scenario/running.h"
+#include "sim/scenario/scenario_files.h"
 
 namespace host {
 
@@ -135,6 +137,33 @@ void add_fault_option(CLI::App &app, std::vector<std::string> &faults) {
         ->check(check_fault);
 }
 
+std::string check_scenario(const std::string &name_or_file) {
+    try {
+        sim::load_scenario(name_or_file);
+        return {};
+    } catch (const std::exception &error) {
+        return error.what();
+    }
+}
+
+void add_scenario_options(CLI::App &app, options_s &options) {
+    app.add_option("--scenario", options.scenario,
+                   "Let the card live: counters move, links flap.\n"
+                   "Name of a scenario (nyxctl scenario show lists\n"
+                   "them) or file, with a slash or dot in its name")
+        ->type_name("NAME")
+        ->check(check_scenario);
+    app.add_option("--seed", options.seed, "The same seed gives the same card at the same\nvirtual time")
+        ->type_name("NUMBER")
+        ->capture_default_str();
+    app.add_option("--speed", options.speed,
+                   "Seconds of the scenario in a second; 0: only\n"
+                   "nyxctl scenario advance moves its clock")
+        ->type_name("TIMES")
+        ->check(CLI::Range(uint32_t{0}, sim::k_max_speed).description(""))
+        ->capture_default_str();
+}
+
 void finish(const raw_options_s &raw, options_s *options) {
     options->trace_level = k_levels.at(raw.level);
     if (!raw.tls.cert_file.empty()) {
@@ -164,6 +193,7 @@ parsed_s parse_command_line(int argc, char **argv) {
     add_log_options(app, options, raw.level);
     add_tls_options(app, raw.tls);
     add_fault_option(app, raw.faults);
+    add_scenario_options(app, options);
     app.set_version_flag("--version", NYX_VERSION);
     app.footer(footer());
     try {

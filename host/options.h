@@ -2,6 +2,7 @@
 
 #pragma once
 
+#include <cstdint>
 #include <optional>
 #include <string>
 #include <vector>
@@ -27,6 +28,9 @@ struct options_s {
     unsigned log_limit = 10;           // lines a second of each call site; 0: no limit
     std::optional<tls_options_s> tls;  // none: plaintext
     std::vector<sim::fault_s> faults;
+    std::string scenario;  // name or file; empty: the card stands still
+    uint64_t seed = 1;
+    uint32_t speed = 1;
 };
 
 // Returns the options, or the exit code when there is nothing to run: after --help, or after an error message about the

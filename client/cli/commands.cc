@@ -70,9 +70,10 @@ command_s program() {
 
 commands_t all_commands() {
     commands_t all = {program()};
-    for (const auto group : {status_commands, view_commands, snapshot_commands, metrics_commands,
-                             setting_commands, interface_commands, table_commands, record_commands,
-                             call_commands, debug_commands, fault_commands, completion_commands}) {
+    for (const auto group :
+         {status_commands, view_commands, snapshot_commands, metrics_commands, setting_commands,
+          interface_commands, table_commands, record_commands, call_commands, debug_commands, fault_commands,
+          scenario_commands, completion_commands}) {
         const commands_t commands = group();
         all.insert(all.end(), commands.begin(), commands.end());
     }

@@ -19,7 +19,8 @@ outcome_s choose_labels(const given_s &given);
 commands_t call_commands();        // list, describe, call
 commands_t completion_commands();  // completion
 commands_t debug_commands();       // debug
-commands_t fault_commands();       // fault
+commands_t fault_commands();
+commands_t scenario_commands();       // fault
 commands_t interface_commands();   // set, add, del interface
 commands_t metrics_commands();     // metrics
 commands_t record_commands();      // explain, encode, decode

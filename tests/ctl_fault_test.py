@@ -51,7 +51,7 @@ class FaultTest(agent.ClientTestCase):
         self.assertEqual({row["state"] for row in rows}, {"ok", "info"}, rows)
         self.assertTrue(all(list(row) == ["check", "subject", "state", "ms", "detail"] for row in rows))
         checks = [row["check"] for row in rows]
-        self.assertEqual([checks.count(name) for name in ("grpc", "socket", "health")], [1, 1, 8])
+        self.assertEqual([checks.count(name) for name in ("grpc", "socket", "health")], [1, 1, 9])
         limits = {row["subject"]: row["detail"] for row in rows if row["check"] == "limit"}
         self.assertEqual(limits, {"gRPC request": 16 << 20, "socket request": 1 << 20})
 

@@ -2,7 +2,6 @@
 
 #include <google/protobuf/descriptor.h>
 #include <grpc/grpc.h>
-#include <grpcpp/ext/proto_server_reflection_plugin.h>
 #include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
 #include <grpcpp/health_check_service_interface.h>
@@ -22,6 +21,7 @@
 #include "host/connections.h"
 #include "host/credentials.h"
 #include "host/fault_service.h"
+#include "host/reflection.h"
 #include "host/server_settings.h"
 #include "host/setup_error.h"
 #include "proto/proto_files.h"
@@ -118,15 +118,13 @@ void replace_awaited_calls(grpc::Server *server, const std::vector<const Service
     }
 }
 
-// gRPC's library of reflection adds its service to every server of the process; this takes it away from one.
-class without_reflection : public grpc::ServerBuilderOption {
- public:
-    void UpdateArguments(grpc::ChannelArguments *) override {}
-    void UpdatePlugins(std::vector<std::unique_ptr<grpc::ServerBuilderPlugin>> *plugins) override {
-        std::erase_if(*plugins,
-                      [](const auto &plugin) { return plugin->name() == "proto_server_reflection"; });
+std::vector<std::string> names_of(const std::vector<const ServiceDescriptor *> &services) {
+    std::vector<std::string> names = {"grpc.reflection.v1alpha.ServerReflection"};
+    for (const auto *service : services) {
+        names.push_back(service->full_name());
     }
-};
+    return names;
+}
 
 // Connections with this descriptor and above are turned away, so that there are some left for everything else. The
 // kernel hands out the lowest number that is free: it tells how many are taken.
@@ -150,10 +148,9 @@ grpc_door::grpc_door(const options_s &options)
     // Taken and never given back: after a large response gRPC takes ten seconds to shut itself down.
     grpc_init();
     grpc::EnableDefaultHealthCheckService(true);
-    grpc::reflection::InitProtoReflectionServerBuilderPlugin();
     grpc::ServerBuilder builder;
-    if (!options.reflection) {
-        builder.SetOption(std::make_unique<without_reflection>());
+    if (options.reflection) {
+        services_.push_back(make_reflection_service(names_of(served_)));
     }
     apply_server_settings(builder);
     for (const auto &service : services_) {

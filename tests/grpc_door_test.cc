@@ -11,6 +11,8 @@
 #include <gtest/gtest.h>
 #include <sys/resource.h>
 
+#include <deque>
+#include <filesystem>
 #include <future>
 #include <optional>
 
@@ -70,31 +72,56 @@ std::string to_string(const grpc::ByteBuffer &buffer) {
     return bytes;
 }
 
-// One request and its first response, as bytes; works for streaming methods too.
-std::string ask(const std::shared_ptr<grpc::Channel> &channel, const std::string &method,
-                const std::string &request) {
-    grpc::GenericStub stub(channel);
-    grpc::CompletionQueue queue;
-    grpc::ClientContext context;
-    context.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(30));
-    const auto next = [&queue] {
+// A call of a method with or without streams, in bytes.
+class open_stream {
+ public:
+    open_stream(const std::shared_ptr<grpc::Channel> &channel, const std::string &method) : stub_(channel) {
+        context_.set_deadline(std::chrono::system_clock::now() + std::chrono::seconds(30));
+        call_ = stub_.PrepareCall(&context_, method, &queue_);
+        call_->StartCall(nullptr);
+        EXPECT_TRUE(next());
+    }
+    ~open_stream() {
+        context_.TryCancel();
+        finish();
+    }
+
+    // Returns the next response; empty when the call has ended.
+    std::string ask(const std::string &request) {
+        call_->Write(to_buffer(request), nullptr);
+        next();
+        grpc::ByteBuffer response;
+        call_->Read(&response, nullptr);
+        return next() ? to_string(response) : "";
+    }
+
+    grpc::Status finish() {
+        grpc::Status status;
+        if (!finished_) {
+            call_->Finish(&status, nullptr);
+            EXPECT_TRUE(next());
+            finished_ = true;
+        }
+        return status;
+    }
+
+ private:
+    bool next() {
         void *tag;
         bool ok = false;
-        return queue.Next(&tag, &ok) && ok;
-    };
-    const auto call = stub.PrepareCall(&context, method, &queue);
-    call->StartCall(nullptr);
-    EXPECT_TRUE(next());
-    call->Write(to_buffer(request), nullptr);
-    EXPECT_TRUE(next());
-    grpc::ByteBuffer response;
-    call->Read(&response, nullptr);
-    EXPECT_TRUE(next()) << method;
-    context.TryCancel();
-    grpc::Status status;
-    call->Finish(&status, nullptr);
-    next();
-    return to_string(response);
+        return queue_.Next(&tag, &ok) && ok;
+    }
+
+    grpc::GenericStub stub_;
+    grpc::CompletionQueue queue_;
+    grpc::ClientContext context_;
+    std::unique_ptr<grpc::GenericClientAsyncReaderWriter> call_;
+    bool finished_ = false;
+};
+
+std::string ask(const std::shared_ptr<grpc::Channel> &channel, const std::string &method,
+                const std::string &request) {
+    return open_stream(channel, method).ask(request);
 }
 
 TEST_F(GrpcDoor, ReflectionAndHealthKnowTheServices) {
@@ -106,6 +133,37 @@ TEST_F(GrpcDoor, ReflectionAndHealthKnowTheServices) {
         EXPECT_THAT(ask(channel(), k_reflection, file_of_symbol), HasSubstr(".proto"));
     }
     EXPECT_EQ(ask(channel(), "/grpc.health.v1.Health/Check", ""), "\x08\x01");  // SERVING
+}
+
+TEST_F(GrpcDoor, ReflectionDescribesExtensionsAndSaysWhatItDoesNotKnow) {
+    const std::string options = "google.protobuf.FieldOptions";
+    EXPECT_THAT(ask(channel(), k_reflection, "\x32" + std::string(1, char(options.size())) + options),
+                HasSubstr(options + "\x12"));  // numbers follow
+    for (const std::string unknown :
+         {"\x1a\x03x.p", "\x22\x03x.y", "\x2a\x05\x0a\x01x\x10\x01", "\x32\x01x"}) {
+        EXPECT_THAT(ask(channel(), k_reflection, unknown), HasSubstr("not found: x"));
+    }
+    EXPECT_THAT(ask(channel(), k_reflection, ""), HasSubstr("asks for nothing"));
+}
+
+TEST_F(GrpcDoor, OpenReflectionStreamsTakeNoThreadAndTheOldestGivesWay) {
+    constexpr int k_more_than_it_keeps = 66;
+    const auto threads = [] {
+        return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
+    };
+    const auto connection = channel();
+    const std::string list_services("\x3a\x00", 2);
+    ask(connection, k_reflection, list_services);
+    const auto before = threads();
+    std::deque<open_stream> streams;
+    for (int i = 0; i < k_more_than_it_keeps; i++) {
+        EXPECT_THAT(streams.emplace_back(connection, k_reflection).ask(list_services),
+                    HasSubstr("nyx.NyxTblSvc"));
+    }
+    EXPECT_LT(threads(), before + 10);
+    EXPECT_EQ(streams.front().ask(list_services), "");
+    EXPECT_THAT(streams.back().ask(list_services), HasSubstr("nyx.NyxTblSvc"));
+    EXPECT_EQ(streams.back().ask("\x1a\x81\x20" + std::string(4097, 'x')), "");
 }
 
 TEST_F(GrpcDoor, FaultsAndReflectionAreServedOnlyWhenAskedFor) {
@@ -170,19 +228,9 @@ TEST_F(GrpcDoor, ServesNewClientsAgainAfterItWasOutOfDescriptors) {
 }
 
 TEST_F(GrpcDoor, StopEndsCallsThatWouldGoOnForEver) {
-    grpc::GenericStub stub(channel());
-    grpc::CompletionQueue queue;
-    grpc::ClientContext context;
-    const auto call = stub.PrepareCall(&context, k_reflection, &queue);
-    void *tag;
-    bool ok = false;
-    call->StartCall(nullptr);
-    ASSERT_TRUE(queue.Next(&tag, &ok) && ok);
+    open_stream stream(channel(), k_reflection);
     door_.reset();
-    grpc::Status status;
-    call->Finish(&status, nullptr);
-    ASSERT_TRUE(queue.Next(&tag, &ok));
-    EXPECT_FALSE(status.ok());
+    EXPECT_FALSE(stream.finish().ok());
 }
 
 }  // namespace

@@ -6,6 +6,7 @@ Each seed is a run of its own. By default there is one, and few faults; the whol
     NYX_SEEDS=100 python3 tests/examples_test.py build/dev/bin build/dev/python . -k rehearsal
 """
 
+import concurrent.futures
 import os
 import pathlib
 import random
@@ -14,11 +15,14 @@ import sys
 import tempfile
 import unittest
 
+import grpc
+
 from agent import BIN, PATIENCE_S, Agent
 
 PACKAGE, ROOT = (pathlib.Path(sys.argv.pop(1)).resolve() for _ in range(2))
 sys.path.insert(0, str(PACKAGE))
 import nyx
+from nyx import port_pb2
 
 EXAMPLES = ROOT / "docs/examples"
 SEEDS = int(os.environ.get("NYX_SEEDS", "0"))
@@ -119,10 +123,47 @@ class ControllerTest(unittest.TestCase):
         self.rehearse(BIN / "example_controller", "{address}", "{flows}", "{rounds}")
 
 
+class FlappingAgent(grpc.GenericRpcHandler):
+    """Answers PortGet with one picture of port 1 after the other, and then with the last one."""
+
+    def __init__(self):
+        self.pictures = [self.picture(2, "1"), self.picture(2, "1"), self.picture(2, "123"), self.picture(1, "1234"),
+                         self.picture(1, "45"), self.picture(2, "56")]
+        self.server = grpc.server(concurrent.futures.ThreadPoolExecutor(1), handlers=[self])
+        self.address = f"127.0.0.1:{self.server.add_insecure_port('127.0.0.1:0')}"
+        self.server.start()
+
+    @staticmethod
+    def picture(state, trace):
+        records = [{"timestamp": f"second {at}", "state": int(at)} for at in trace]
+        return port_pb2.PortGetResponse(response=[
+            {"spec": {"port_number": 1}, "status": {"link_status": {"link_state": state}, "link_sm_records": records}}])
+
+    def service(self, call):
+        is_look = call.method.endswith("PortGet")
+        return grpc.unary_unary_rpc_method_handler(lambda _request, _context: self.answer() if is_look else b"")
+
+    def answer(self):
+        picture = self.pictures.pop(0) if len(self.pictures) > 1 else self.pictures[0]
+        return picture.SerializeToString()
+
+
+class MonitorTest(unittest.TestCase):
+    def test_monitors_report_flaps_and_changes(self):
+        for command in ([sys.executable, "-B", EXAMPLES / "monitor.py", "--address={}", "--interval=0", "--reports=3"],
+                        [BIN / "example_monitor", "{}", "0", "3"]):
+            agent = FlappingAgent()
+            self.addCleanup(agent.server.stop, None)
+            printed = subprocess.run([str(word).format(agent.address) for word in command], capture_output=True,
+                                     text=True, timeout=PATIENCE_S, env=os.environ | {"PYTHONPATH": str(PACKAGE)})
+            self.assertEqual(printed.stdout, "port 1: flapped until second 3: 2 transitions\n"
+                             "port 1: down since second 4\nport 1: up since second 6\n", printed.stderr)
+
+
 class ExamplesTest(unittest.TestCase):
     def test_programs_are_short(self):
         programs = [path for path in EXAMPLES.iterdir() if path.suffix in (".py", ".cc")]
-        self.assertGreaterEqual(len(programs), 2)
+        self.assertGreaterEqual(len(programs), 4)
         for program in programs:
             self.assertLess(len(program.read_text(encoding="utf-8").splitlines()), 150, program)
 

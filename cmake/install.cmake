@@ -53,6 +53,14 @@ function(nyx_install_end)
   install(FILES docs/clients.md docs/integrating.md docs/life-of-a-request.md docs/life-of-a-request.svg
                 docs/performance.md docs/reliability.md docs/tables.md
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libsvc-quill-dev)
+  foreach(language dev:libsvc-quill-dev:cc python:python3-nyx:py)
+    string(REPLACE ":" ";" language ${language})
+    list(GET language 0 component)
+    list(GET language 1 package)
+    list(GET language 2 suffix)
+    install(DIRECTORY docs/examples DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/${package} COMPONENT ${component}
+            FILES_MATCHING PATTERN "*.${suffix}")
+  endforeach()
   configure_file(cmake/install_end.cmake.in ${PROJECT_BINARY_DIR}/install_end.cmake @ONLY)
   install(SCRIPT ${PROJECT_BINARY_DIR}/install_end.cmake ALL_COMPONENTS)
 endfunction()

@@ -35,7 +35,7 @@ class DocsTest(unittest.TestCase):
         command = [PYTHON, "-c", text] if language == "python" else ["bash", "-euc", text]
         environment = os.environ | {"COLUMNS": "80", "PATH": f"{BUILD}/bin:{os.environ['PATH']}", "NYX_BUILD": str(BUILD),
                                     "NYX_GRPC": self.agent.grpc, "NYX_SOCKET": self.agent.socket,
-                                    "PYTHONPATH": f"{self.folder}/stubs"}
+                                    "PYTHONPATH": f"{BUILD}/python"}
         result = subprocess.run(command, cwd=self.folder, env=environment, capture_output=True, text=True,
                                 timeout=TIMEOUT_S)
         self.assertEqual(result.returncode, 0, f"{text}\n{result.stderr}")

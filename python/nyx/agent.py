@@ -124,7 +124,7 @@ class Agent:
         except KeyError:
             raise ValueError(f"unknown method {name!r}; agent.methods lists all") from None
 
-    def call(self, method: str, request: Mapping[str, Any] | Message | None = None, **fields: Any) -> Any:
+    def call(self, method: str, request: Mapping[str, Any] | Message | None = None, /, **fields: Any) -> Any:
         """Calls any method, and returns the response as a generated message (nyx.to_dict() makes Python values of it).
 
             ports = agent.call("PortSvc/PortGet", id=[b"..."]).response

@@ -18,11 +18,11 @@ import agent
 PROMETHEUS = pathlib.Path(__file__).resolve().parent.parent / "packaging/prometheus"
 LABELS = r"""
 ["nyx.SystemTemperature.value_1"]
-name = "core temperature"
+name = "core"
 unit = "°C"
 help = "Hottest \\ \"core\""
 ["nyx.SystemTemperature.value_2"]
-name = "core temperature"
+name = "core"
 unit = "°C"
 ["nyx.SystemVoltage.value_1"]
 name = "Kernspannung (größte)"
@@ -83,8 +83,8 @@ class MetricsTest(agent.SharedAgentTestCase):
         text = self.ctl("metrics", "--labels", "none", "--labels", str(path)).stdout
         samples = self.parsed(text)
         port = (("id", "0a000000-0000-4000-8000-000000010001"), ("port", "1"))
-        self.assertEqual(samples["nyx_system_core_temperature_celsius",], 58)
-        self.assertIn(r'# HELP nyx_system_core_temperature_celsius Hottest \\ "core"', text)
+        self.assertEqual(samples["nyx_system_temperature_core_celsius",], 58)
+        self.assertIn(r'# HELP nyx_system_temperature_core_celsius Hottest \\ "core"', text)
         self.assertEqual(samples["nyx_system_temperature_value_2_celsius",], 43)  # its name is taken
         self.assertEqual([value for key, value in samples.items() if key[0].endswith("_volts")], [0.851])
         limits = {dict(key[1:])["severity"]: value for key, value in samples.items() if key[0] == "nyx_limit_passed"}

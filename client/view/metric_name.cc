@@ -13,12 +13,30 @@ namespace nyxctl {
 namespace {
 
 constexpr unit_s k_units[] = {
-    {"°C", "celsius"},      {"C", "celsius"},          {"V", "volts"},          {"mV", "volts", 1e-3},
-    {"W", "watts"},         {"mW", "watts", 1e-3},     {"A", "amperes"},        {"mA", "amperes", 1e-3},
-    {"Hz", "hertz"},        {"kHz", "hertz", 1e3},     {"MHz", "hertz", 1e6},   {"GHz", "hertz", 1e9},
-    {"s", "seconds"},       {"ms", "seconds", 1e-3},   {"us", "seconds", 1e-6}, {"ns", "seconds", 1e-9},
-    {"B", "bytes"},         {"kB", "bytes", 1e3},      {"MB", "bytes", 1e6},    {"GB", "bytes", 1e9},
-    {"KiB", "bytes", 1024}, {"MiB", "bytes", 1048576}, {"%", "ratio", 1e-2},
+    {"°C", "celsius"},
+    {"C", "celsius"},
+    {"V", "volts"},
+    {"mV", "volts", 1e-3},
+    {"W", "watts"},
+    {"mW", "watts", 1e-3},
+    {"A", "amperes"},
+    {"mA", "amperes", 1e-3},
+    {"Hz", "hertz"},
+    {"kHz", "hertz", 1e3},
+    {"MHz", "hertz", 1e6},
+    {"GHz", "hertz", 1e9},
+    {"s", "seconds"},
+    {"ms", "seconds", 1e-3},
+    {"us", "seconds", 1e-6},
+    {"ns", "seconds", 1e-9},
+    {"B", "bytes"},
+    {"bytes", "bytes"},
+    {"kB", "bytes", 1e3},
+    {"MB", "bytes", 1e6},
+    {"GB", "bytes", 1e9},
+    {"KiB", "bytes", 1024},
+    {"MiB", "bytes", 1048576},
+    {"%", "ratio", 1e-2},
 };
 
 // Names of messages end in what they are, names of metrics don't.
@@ -44,7 +62,7 @@ std::string metric_name(std::string_view prefix, std::string_view path) {
         const bool is_last = dot == path.size();
         const std::string_view part = is_last ? path : without_kind(path.substr(0, dot));
         if (!part.empty()) {
-            name += part.starts_with(last + "_") ? "" : last + "_";
+            name += part == last || part.starts_with(last + "_") ? "" : last + "_";
             last = part;
         }
         path.remove_prefix(is_last ? dot : dot + 1);

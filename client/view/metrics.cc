@@ -45,6 +45,11 @@ std::string escaped(std::string_view text, std::string_view special) {
     return result;
 }
 
+std::string with_underscores(std::string path) {
+    std::ranges::replace(path, '.', '_');
+    return path;
+}
+
 std::string joined(const std::string &labels, const std::string &more) {
     return labels.empty() || more.empty() ? labels + more : labels + "," + more;
 }
@@ -53,7 +58,7 @@ std::string labels_of(const pb::Message &outer, const pb::Message &element,
                       const std::vector<view_column_s> &columns) {
     std::string labels;
     for (const view_column_s &column : columns) {
-        const std::string text = cell_text(column_value(*column.path == '^' ? outer : element, column));
+        const std::string text = plain_text(column_value(*column.path == '^' ? outer : element, column));
         labels = joined(labels, metrics_s::label(column.title, text == "-" ? "" : text));
     }
     return labels;
@@ -75,15 +80,30 @@ struct number_s {
                    : std::visit(to_number_s{factor}, element_value(message, field, index).content());
     }
 
-    // Names the field, for an element of its own with its number.
-    std::string owner(const metric_view_s &view, bool any_element) const {
-        const std::string number = list && !any_element ? fmt::format("[{}]", element) : "";
-        return fmt::format("{}{} of {}", path, number, view.method);
+    const label_s *label() const { return list ? label_of(list, element) : label_of(field); }
+
+    bool counts() const {
+        const label_s *own = label();
+        return own && own->counter ? *own->counter : field->options().GetExtension(types::counter);
     }
 
-    std::string help(const std::string &owner, const label_s *label) const {
-        return (label && !label->help.empty() ? label->help : owner) + number_texts(field, label);
+    // "value_1", "flag_a": only a dictionary knows what it is.
+    bool is_numbered() const {
+        const std::string tail = field->name().substr(field->name().rfind('_') + 1);
+        return list || tail.size() == 1 ||
+               std::ranges::all_of(tail, [](char c) { return c >= '0' && c <= '9'; });
     }
+
+    std::string name_in(const metric_view_s &view) const {
+        return metric_name(view.prefix, std::string_view(path).substr(0, path.find(".entry")));
+    }
+
+    std::string name_by_label(const metric_view_s &view) const {
+        const std::string word = is_numbered() && label() ? label_word(label()->name) : "";
+        return word.empty() ? "" : metric_name(view.prefix, path.substr(0, path.rfind('.') + 1) + word);
+    }
+
+    std::string element_label() const { return list ? fmt::format("{}=\"{}\"", element_name, element) : ""; }
 };
 
 }  // namespace
@@ -128,39 +148,41 @@ struct metric_walk_s {
             }
             const pb::Message &pair = message_at(message, field, static_cast<int>(i));
             const auto *number = pair.GetDescriptor()->field(0);
-            add_number({pair, pair.GetDescriptor()->field(1), path.substr(0, path.find(".entry")), 0, field,
+            add_number({pair, pair.GetDescriptor()->field(1), path, 0, field,
                         pair.GetReflection()->GetUInt32(pair, number), number->name()});
         }
     }
 
-    // A label that names an element makes a family of it. When another field has that name, the path stays the name.
+    // By its label, an element of a list has a family of its own. The other names are for faulty labels, which give one
+    // name to two numbers.
     void add_number(const number_s &number) const {
-        const label_s *label = number.list ? label_of(number.list, number.element) : label_of(number.field);
-        if (!label || label->name.empty() || !add_named(number, label, label_word(label))) {
-            add_named(number, label, "");
+        const std::string by_label = number.name_by_label(view);
+        if (by_label.empty() || !add_named(number, by_label, "")) {
+            const std::string more = number.element_label();
+            if (!add_named(number, number.name_in(view), more)) {
+                add_named(number, metric_name(view.prefix, "") + "_" + with_underscores(number.path), more);
+            }
         }
     }
 
-    bool add_named(const number_s &number, const label_s *label, const std::string &word) const {
-        const bool is_element = number.list && word.empty();
-        const std::string owner = number.owner(view, is_element);
-        std::string name = metric_name(view.prefix, word.empty() ? number.path : word);
+    bool add_named(const number_s &number, std::string name, const std::string &more) const {
+        const label_s *label = number.label();
+        const double scale = label ? label->scale.value_or(1) : 1;
         const unit_s unit = metric_unit(number.field, label, &name);
-        const std::string value = number.text(unit.factor * (label ? label->scale.value_or(1) : 1));
-        const bool counts = label && label->counter ? *label->counter : is_counter(number.field);
-        name += unit.base.empty() || name.ends_with(unit.base) ? "" : fmt::format("_{}", unit.base);
-        const std::string more =
-            is_element ? fmt::format("{}=\"{}\"", number.element_name, number.element) : "";
+        const std::string value = number.text(unit.factor * scale);
         if (value.empty()) {
             return true;
         }
+        name += unit.base.empty() || name.ends_with(unit.base) ? "" : fmt::format("_{}", unit.base);
         const std::string series = joined(labels, more);
-        const bool is_added =
-            metrics->add(name, {owner, counts ? "counter" : "gauge", number.help(owner, label)}, series,
-                         value, counts ? "_total" : "");
-        if (is_added && label) {
+        const std::string help =
+            label && !label->help.empty() ? label->help : fmt::format("{} of {}", number.path, view.method);
+        const bool is_added = metrics->add(
+            name, {number.counts() ? "counter" : "gauge", help + number_texts(number.field, label)}, series,
+            value, number.counts() ? "_total" : "");
+        if (is_added && label && !number.counts()) {  // limits of counters are about their growth
             add_limits(*label, joined(series, metrics_s::label("metric", name)),
-                       std::stod(number.text(label->scale.value_or(1))));
+                       std::stod(number.text(scale)));
         }
         return is_added;
     }
@@ -174,23 +196,17 @@ struct metric_walk_s {
             }
         }
     }
-
-    static bool is_counter(const pb::FieldDescriptor *field) {
-        return field->options().GetExtension(types::counter);
-    }
 };
 
 bool metrics_s::add(const std::string &name, const family_s &family, const std::string &labels,
                     const std::string &value, const char *suffix) {
     family_s &found = families_.try_emplace(name, family).first->second;
-    if (found.owner != family.owner) {
-        return false;
-    }
     const std::string series =
         labels.empty() ? name + suffix : fmt::format("{}{}{{{}}}", name, suffix, labels);
-    if (seen_.insert(series).second) {
-        found.lines += fmt::format("{} {}\n", series, value);
+    if (found.type != family.type || !seen_.insert(series).second) {
+        return false;
     }
+    found.lines += fmt::format("{} {}\n", series, value);
     return true;
 }
 
@@ -199,12 +215,7 @@ void metrics_s::add(const metric_view_s &view, const pb::Message &response) {
     for (const pb::Message *outer : outers) {
         for (const pb::Message *element :
              *view.inner ? elements_at(*outer, view.inner) : std::vector{outer}) {
-            const std::string labels = labels_of(*outer, *element, view.labels);
-            metric_walk_s{this, view, labels}.add_message(*element, "");
-            if (!view.facts.empty()) {
-                add(fmt::format("nyx_{}_info", view.prefix), "Texts; the value is 1",
-                    joined(labels, labels_of(*outer, *element, view.facts)), true);
-            }
+            add_element(view, *outer, *element);
         }
     }
     if (const auto *agent = dynamic_cast<const nyx::AgentGetResponse *>(&response)) {
@@ -212,14 +223,26 @@ void metrics_s::add(const metric_view_s &view, const pb::Message &response) {
     }
 }
 
+void metrics_s::add_element(const metric_view_s &view, const pb::Message &outer, const pb::Message &element) {
+    const std::string labels = labels_of(outer, element, view.labels);
+    if (!seen_.insert(fmt::format("{} {} {}", view.prefix, view.inner, labels)).second) {
+        return;
+    }
+    metric_walk_s{this, view, labels}.add_message(element, "");
+    if (!view.facts.empty()) {
+        add(fmt::format("nyx_{}_info", view.prefix), "Texts; the value is 1",
+            joined(labels, labels_of(outer, element, view.facts)), true);
+    }
+}
+
 void metrics_s::add(const std::string &name, const char *help, const std::string &labels, bool value) {
-    add(name, {name, "gauge", help}, labels, value ? "1" : "0");
+    add(name, {"gauge", help}, labels, value ? "1" : "0");
 }
 
 // The last bucket has no bound: it is the number of all calls.
 void metrics_s::add_durations(const nyx::AgentGetResponse &agent) {
     const std::string name = "nyx_agent_call_duration_seconds";
-    const family_s family = {name, "histogram", "From the arrival of a request to its response"};
+    const family_s family = {"histogram", "From the arrival of a request to its response"};
     const auto &bounds = agent.duration_bound_ns();
     for (const nyx::AgentMethod &method : agent.method()) {
         const std::string labels = label("method", method.method());
@@ -238,7 +261,7 @@ std::string metrics_s::text() const {
     std::string text;
     for (const auto &[name, family] : families_) {
         const std::string help = base::without_controls(base::to_utf8(family.help));
-        const char *suffix = family.type == std::string_view("counter") ? "_total" : "";
+        const char *suffix = family.type == "counter" ? "_total" : "";
         text += fmt::format("# HELP {0}{1} {2}\n# TYPE {0}{1} {3}\n{4}", name, suffix, escaped(help, "\\"),
                             family.type, family.lines);
     }

@@ -35,7 +35,7 @@ struct metric_view_s {
 // Views of one method follow each other.
 std::span<const metric_view_s> metric_views();
 
-// Metrics on their way into a text. A series is written once: of two with the same name and labels the first stays.
+// Metrics on their way into a text. Of two messages with the same labels the first one stays.
 class metrics_s {
  public:
     // The response is of the view's method.
@@ -53,19 +53,20 @@ class metrics_s {
  private:
     friend struct metric_walk_s;
     struct family_s {
-        std::string owner;  // the field that it is made of
-        const char *type;
+        std::string_view type;
         std::string help;
         std::string lines = {};
     };
 
-    // Returns false when another owner has the name.
+    // Returns false when the name has another type, or the series is there.
     bool add(const std::string &name, const family_s &family, const std::string &labels,
              const std::string &value, const char *suffix = "");
+    void add_element(const metric_view_s &view, const google::protobuf::Message &outer,
+                     const google::protobuf::Message &element);
     void add_durations(const nyx::AgentGetResponse &agent);
 
     std::map<std::string, family_s> families_;  // by name without _total, so that no two differ only in it
-    std::unordered_set<std::string> seen_;      // names with labels
+    std::unordered_set<std::string> seen_;      // series and messages
 };
 
 }  // namespace nyxctl

@@ -132,14 +132,16 @@ def _family_file(tables):
 
 def _service_file(tables):
     imports = "".join(f'import "nyx/tables/{family}.proto";\n' for family in families(tables))
+    imports += 'import "nyx/types/options.proto";\n'
+    operate, read = ("{ option (types.role) = ROLE_%s; }" % role for role in ("OPERATE", "READ"))
     methods = []
     for table in tables:
         name = table.name
         methods.append(f"""\
-  rpc {name}Create({name}Request) returns ({name}Response) {{}}
-  rpc {name}Update({name}Request) returns ({name}Response) {{}}
-  rpc {name}Get({name}GetRequest) returns ({name}GetResponse) {{}}
-  rpc {name}Delete({name}DeleteRequest) returns ({name}DeleteResponse) {{}}
+  rpc {name}Create({name}Request) returns ({name}Response) {operate}
+  rpc {name}Update({name}Request) returns ({name}Response) {operate}
+  rpc {name}Get({name}GetRequest) returns ({name}GetResponse) {read}
+  rpc {name}Delete({name}DeleteRequest) returns ({name}DeleteResponse) {operate}
 """)
     comment = """\
 // Entries of the P4 tables. A request is a list of entries or keys, which are handled one by one, in order and without

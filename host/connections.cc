@@ -99,6 +99,13 @@ void connections::add(int fd) {
     }
 }
 
+void connections::close_all() {
+    const std::lock_guard lock(mutex_);
+    for (const auto &[fd, connection] : connections_) {
+        shutdown(fd, SHUT_RDWR);
+    }
+}
+
 void connections::watch() {
     pthread_setname_np(pthread_self(), "connections");
     for (int pause_ms = -1; !is_stopped_; pause_ms = look()) {

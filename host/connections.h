@@ -40,6 +40,9 @@ class connections {
     // Remembers a connection, by a duplicate of its descriptor: each takes two.
     void add(int fd);
 
+    // Clients get UNAVAILABLE for their calls.
+    void close_all();
+
     // False while memory is short, unless closing connections has not helped.
     bool may_accept() const { return may_accept_; }
 

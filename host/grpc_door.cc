@@ -5,7 +5,6 @@
 #include <grpcpp/generic/generic_stub.h>
 #include <grpcpp/grpcpp.h>
 #include <grpcpp/health_check_service_interface.h>
-#include <poll.h>
 #include <sys/eventfd.h>
 #include <sys/resource.h>
 #include <sys/socket.h>
@@ -16,10 +15,11 @@
 #include <chrono>
 #include <climits>
 #include <deque>
+#include <semaphore>
 
 #include "base/accept_reserve.h"
+#include "host/audit.h"
 #include "host/connections.h"
-#include "host/credentials.h"
 #include "host/fault_service.h"
 #include "host/reflection.h"
 #include "host/server_settings.h"
@@ -45,7 +45,8 @@ constexpr uint32_t k_max_connections = 8192;  // each takes 40 KiB; what is beyo
 
 constexpr int k_pause_ms = 50;  // clients wait in the backlog until there is memory again
 
-constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);  // then calls are cancelled
+// Then connections are closed, and after half as long again calls are cancelled that don't notice.
+constexpr auto k_shutdown_patience = std::chrono::milliseconds(500);
 
 std::vector<std::unique_ptr<grpc::Service>> make_services(bool with_faults) {
     std::vector<std::unique_ptr<grpc::Service>> services;
@@ -138,10 +139,11 @@ int first_reserved_fd() {
 
 }  // namespace
 
-grpc_door::grpc_door(const options_s &options)
-    : listener_(listen_on(options.grpc, options.tls.has_value())),
+grpc_door::grpc_door(const options_s &options, std::shared_ptr<spdlog::logger> audit)
+    : audit_(std::move(audit)),
+      policy_(options.certificate_roles, audit_),
       stop_(eventfd(0, EFD_CLOEXEC)),
-      calls_({}, {.instance_id = instance_.get().id}),
+      calls_({}, {.observer = &policy_, .instance_id = instance_.get().id}),
       services_(make_services(options.fault_service)),
       served_(served_services(options.fault_service)) {
     services_.push_back(std::make_unique<AgentSvcImpl>(instance_, calls_, counts_, options.sysconfig));
@@ -157,12 +159,13 @@ grpc_door::grpc_door(const options_s &options)
         builder.RegisterService(service.get());
     }
     calls_.attach(&builder);
-    acceptor_ = builder.experimental().AddExternalConnectionAcceptor(
-        grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD,
-        server_credentials(options.tls));
+    if (options.tls) {
+        certificates_.emplace(*options.tls);
+    }
+    open_entrances(options, &builder);
     server_ = builder.BuildAndStart();
     if (!stop_.valid() || !server_) {
-        throw setup_error(options.grpc + ": the gRPC server does not start");
+        throw setup_error(address() + ": the gRPC server does not start");
     }
     for (const auto *service : served_) {  // otherwise the health service knows none by name
         server_->GetHealthCheckService()->SetServingStatus(service->full_name(), true);
@@ -170,7 +173,50 @@ grpc_door::grpc_door(const options_s &options)
     while (workers_.size() < k_workers) {
         workers_.emplace_back([this] { calls_.run(); });
     }
+    open_ = std::make_unique<connections>(&counts_, [this] {
+        return connections::uses_s{.tables = sim::table_bytes(), .calls = calls_.memory().used};
+    });
     accept_thread_ = std::thread([this] { accept_until_stopped(); });
+}
+
+// The transport of a connection is all that a call shows of how it came in: call_policy.h.
+void grpc_door::open_entrances(const options_s &options, grpc::ServerBuilder *builder) {
+    for (const std::string &address : options.grpc) {
+        listener_s listener = listen_on(address, certificates_.has_value());
+        auto credentials = listener.is_unix() ? grpc::experimental::LocalServerCredentials(UDS)
+                           : certificates_    ? certificates_->credentials()
+                                              : grpc::InsecureServerCredentials();
+        add_entrance(std::move(listener), true, std::move(credentials), builder);
+    }
+    if (!options.read_socket.empty()) {
+        add_entrance(listen_on("unix:" + options.read_socket, false), false,
+                     grpc::InsecureServerCredentials(), builder);
+    }
+}
+
+void grpc_door::add_entrance(listener_s listener, bool may_change,
+                             std::shared_ptr<grpc::ServerCredentials> credentials,
+                             grpc::ServerBuilder *builder) {
+    auto acceptor = builder->experimental().AddExternalConnectionAcceptor(
+        grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, std::move(credentials));
+    entrances_.push_back(
+        {.listener = std::move(listener), .may_change = may_change, .acceptor = std::move(acceptor)});
+}
+
+std::string grpc_door::address() const {
+    std::string all;
+    for (const auto &entrance : entrances_) {
+        if (entrance.may_change) {
+            all += (all.empty() ? "" : ",") + entrance.listener.address;
+        }
+    }
+    return all;
+}
+
+void grpc_door::reload_certificates() {
+    if (certificates_) {
+        certificates_->reload();
+    }
 }
 
 grpc_door::~grpc_door() { stop(); }
@@ -184,66 +230,83 @@ void grpc_door::stop() {
     if (!accept_thread_.joinable()) {
         return;
     }
-    if (listener_.file) {
-        listener_.file->remove();
+    for (const auto &entrance : entrances_) {
+        if (entrance.listener.is_unix()) {
+            entrance.listener.file->remove();
+        }
     }
     eventfd_write(stop_.get(), 1);
     accept_thread_.join();
-    server_->Shutdown(std::chrono::system_clock::now() + k_shutdown_patience);
+    std::binary_semaphore drained(0);
+    std::jthread closer([&] {
+        if (!drained.try_acquire_for(k_shutdown_patience)) {
+            open_->close_all();
+        }
+    });
+    server_->Shutdown(std::chrono::system_clock::now() + 3 * k_shutdown_patience / 2);
+    drained.release();
     calls_.shutdown();
     workers_.clear();
 }
 
-// What a wait ended with; none of them when time was up.
-struct grpc_door::waited_s {
-    bool has_client, has_news, must_stop;
-};
-
-grpc_door::waited_s grpc_door::wait(bool for_clients, int or_fd, int timeout_ms) const {
-    pollfd waiting[] = {{.fd = stop_.get(), .events = POLLIN, .revents = 0},
-                        {.fd = for_clients ? listener_.fd.get() : -1, .events = POLLIN, .revents = 0},
-                        {.fd = or_fd, .events = POLLIN, .revents = 0}};
-    poll(waiting, std::size(waiting), timeout_ms);
-    return {.has_client = waiting[1].revents != 0,
-            .has_news = waiting[2].revents != 0,
-            .must_stop = waiting[0].revents != 0};
+// One descriptor for each entrance, and the last two: connections have news, the server must stop. False when it must.
+bool grpc_door::wait(std::vector<pollfd> *waiting, bool for_clients, int timeout_ms) const {
+    for (size_t i = 0; i < entrances_.size(); i++) {
+        (*waiting)[i].fd = for_clients ? entrances_[i].listener.fd.get() : -1;
+    }
+    if (poll(waiting->data(), waiting->size(), timeout_ms) < 0) {
+        std::ranges::for_each(*waiting, [](pollfd &each) { each.revents = 0; });
+    }
+    return waiting->back().revents == 0;
 }
 
 void grpc_door::accept_until_stopped() {
     base::accept_reserve reserve;
-    connections open(&counts_, [this] {
-        return connections::uses_s{.tables = sim::table_bytes(), .calls = calls_.memory().used};
-    });
-    for (;;) {
-        const bool may_accept = open.may_accept();
-        const waited_s waited = wait(may_accept, open.kept_fd(), may_accept ? -1 : k_pause_ms);
-        if (waited.must_stop) {
-            return;
-        }
-        if (eventfd_t ignored = 0; waited.has_news && eventfd_read(open.kept_fd(), &ignored) == 0) {
+    std::vector<pollfd> waiting(entrances_.size(), {.fd = -1, .events = POLLIN, .revents = 0});
+    waiting.push_back({.fd = open_->kept_fd(), .events = POLLIN, .revents = 0});
+    waiting.push_back({.fd = stop_.get(), .events = POLLIN, .revents = 0});
+    for (bool may = true; wait(&waiting, may, may ? -1 : k_pause_ms); may = open_->may_accept()) {
+        const bool has_news = waiting[entrances_.size()].revents != 0;
+        if (eventfd_t ignored = 0; has_news && eventfd_read(open_->kept_fd(), &ignored) == 0) {
             replace_awaited_calls(server_.get(), served_);
         }
-        if (waited.has_client) {
-            accept_one(&reserve, &open);
+        for (size_t i = 0; i < entrances_.size(); i++) {
+            if (waiting[i].revents != 0) {
+                accept_one(&entrances_[i], &reserve);
+            }
         }
     }
 }
 
-void grpc_door::accept_one(base::accept_reserve *reserve, connections *open) {
+void grpc_door::accept_one(entrance_s *entrance, base::accept_reserve *reserve) {
+    const int listening = entrance->listener.fd.get();
     grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
-    connection.fd = accept4(listener_.fd.get(), nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
+    connection.fd = accept4(listening, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
     if (connection.fd >= first_reserved_fd() || (connection.fd >= 0 && counts_.open >= k_max_connections)) {
         close(connection.fd);
         counts_.turned_away++;
     } else if (connection.fd >= 0) {
         counts_.accepted++;
-        open->add(connection.fd);
-        acceptor_->HandleNewConnection(&connection);  // owns the descriptor from here on
+        record(*entrance, connection.fd);
+        open_->add(connection.fd);
+        entrance->acceptor->HandleNewConnection(&connection);  // owns the descriptor from here on
     } else if (errno == EMFILE || errno == ENFILE) {
-        reserve->turn_one_away(listener_.fd.get());
+        reserve->turn_one_away(listening);
         counts_.turned_away++;
     } else if (errno == ENOBUFS || errno == ENOMEM) {
-        wait(false, -1, k_pause_ms);
+        pollfd stop = {.fd = stop_.get(), .events = POLLIN, .revents = 0};
+        poll(&stop, 1, k_pause_ms);
+    }
+}
+
+// Calls over a Unix socket do not show whose they are.
+void grpc_door::record(const entrance_s &entrance, int fd) const {
+    ucred peer = {};
+    socklen_t size = sizeof(peer);
+    if (audit_ && entrance.may_change && entrance.listener.is_unix() &&
+        getsockopt(fd, SOL_SOCKET, SO_PEERCRED, &peer, &size) == 0) {
+        audit_->info("[connection] socket={} uid={} pid={}", word_of(entrance.listener.address), peer.uid,
+                     peer.pid);
     }
 }
 

@@ -5,6 +5,7 @@
 #include <netinet/in.h>
 #include <netinet/tcp.h>
 #include <sys/socket.h>
+#include <sys/stat.h>
 
 #include <cerrno>
 #include <charconv>
@@ -21,6 +22,7 @@ namespace {
 using addrinfo_list = std::unique_ptr<addrinfo, decltype(&freeaddrinfo)>;
 
 constexpr int k_backlog = SOMAXCONN;
+constexpr mode_t k_socket_mode = 0660;
 
 [[noreturn]] void fail(const std::string &subject, const std::string &why) {
     throw setup_error(subject + ": " + why);
@@ -48,6 +50,10 @@ listener_s listen_unix(const std::string &path) {
         fail_errno(path, "can't bind");
     }
     file->bound();
+    // Until here the umask decided, which lets nobody else write as a rule, and nobody can connect before listen().
+    if (chmod(path.c_str(), k_socket_mode) != 0) {
+        fail_errno(path, "can't set its mode");
+    }
     if (listen(fd.get(), k_backlog) != 0) {
         fail_errno(path, "can't listen");
     }
@@ -68,7 +74,13 @@ bool is_port(const std::string &text) {
     return error == std::errc() && end == text.data() + text.size();
 }
 
-addrinfo_list resolve(const std::string &address) {
+// "[::1]" and "localhost" lack the port.
+bool lacks_port(const std::string &address) {
+    return !address.empty() && (address.find(':') == address.npos || address.back() == ']');
+}
+
+addrinfo_list resolve(const std::string &given) {
+    const std::string address = lacks_port(given) ? given + ":" + k_default_port : given;
     const size_t colon = address.rfind(':');
     std::string name = address.substr(0, colon);
     if (name.size() > 2 && name.front() == '[' && name.back() == ']') {

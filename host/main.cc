@@ -56,17 +56,29 @@ void let_the_log_finish_before_an_abort() {
     });
 }
 
-constexpr auto k_log_patience = std::chrono::milliseconds(50);
+// What the agent and its libraries do, and who changed what.
+struct logs_s {
+    logs_s(const spdlog::sink_ptr &target, const host::options_s &options)
+        : trace(target, options.log_limit), audit(target, options.audit_limit) {}
+
+    bool drain() {
+        constexpr auto k_patience = std::chrono::milliseconds(50);
+        const bool traced = trace.drain(k_patience);
+        return audit.drain(k_patience) && traced;
+    }
+
+    host::agent_log trace, audit;
+};
 
 // A debug command or a peer can hold a server open for as long as it likes. What has not stopped in time is abandoned.
-void stop_in_time(host::grpc_door &grpc, host::socket_door &socket, host::agent_log &log) {
+void stop_in_time(host::grpc_door &grpc, host::socket_door &socket, logs_s &logs) {
     constexpr auto k_patience = std::chrono::milliseconds(850);
     const auto deadline = std::chrono::steady_clock::now() + k_patience;
     const auto grpc_stopped = std::async(std::launch::async, [&] { grpc.stop(); });
     const auto socket_stopped = std::async(std::launch::async, [&] { socket.stop(); });
     for (const auto *stopped : {&grpc_stopped, &socket_stopped}) {
         if (stopped->wait_until(deadline) != std::future_status::ready) {
-            log.drain(k_log_patience);
+            logs.drain();
             std::_Exit(0);
         }
     }
@@ -101,15 +113,15 @@ void start_scenario(const host::options_s &options, host::grpc_door *grpc) {
     }
 }
 
-int serve(const host::options_s &options, const sigset_t &stop_signals, host::agent_log &log) {
-    host::grpc_door grpc(options);
+int serve(const host::options_s &options, const sigset_t &stop_signals, logs_s &logs) {
+    host::grpc_door grpc(options, logs.audit.logger());
     host::socket_door socket(options.socket);
     start_scenario(options, &grpc);
     fmt::print("nyx-agent ready: grpc {} socket {}\n", grpc.address(), options.socket);
     fflush(stdout);
     int signal = 0;
     sigwait(&stop_signals, &signal);
-    stop_in_time(grpc, socket, log);
+    stop_in_time(grpc, socket, logs);
     sim::on_card_restart(nullptr);
     return 0;
 }
@@ -125,11 +137,10 @@ int main(int argc, char **argv) {
     const sigset_t stop_signals = block_stop_signals();  // before there are other threads
     ignore_signals_of_writes();
     let_the_log_finish_before_an_abort();
-    // Never destroyed: if nobody reads stderr, its thread does not end.
-    static auto &log =
-        *new host::agent_log(std::make_shared<spdlog::sinks::stderr_sink_st>(), parsed.options->log_limit);
-    utils::log trace_logger(log.logger(), 0);
-    host::redirect_library_logs(log.logger());
+    // Never destroyed: if nobody reads stderr, their threads do not end.
+    static auto &logs = *new logs_s(std::make_shared<spdlog::sinks::stderr_sink_mt>(), *parsed.options);
+    utils::log trace_logger(logs.trace.logger(), 0);
+    host::redirect_library_logs(logs.trace.logger());
     core::g_trace_logger = &trace_logger;
     core::trace_update(parsed.options->trace_level);
     for (const auto &fault : parsed.options->faults) {
@@ -139,12 +150,12 @@ int main(int argc, char **argv) {
     restore_host_interfaces(parsed.options->sysconfig);
     int exit_code = 1;
     try {
-        exit_code = serve(*parsed.options, stop_signals, log);
+        exit_code = serve(*parsed.options, stop_signals, logs);
     } catch (const std::exception &error) {
         fmt::print(stderr, "nyx-agent: {}\n", error.what());
     }
     core::g_trace_logger = nullptr;
-    if (!log.drain(k_log_patience)) {
+    if (!logs.drain()) {
         std::_Exit(exit_code);  // exit() would wait for stderr, which the log's thread is writing to
     }
     return exit_code;

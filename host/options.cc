@@ -3,10 +3,12 @@
 #include <fmt/core.h>
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 #include <map>
 #include <stdexcept>
 #include <string>
 
+#include "host/listener.h"
 #include "sim/proto/fault_grammar.h"
 #include "sim/scenario/running.h"
 #include "sim/scenario/scenario_files.h"
@@ -38,8 +40,15 @@ While the agent runs:
   nyxctl fault list --operations [TEXT]   what can fail
   nyxctl fault add SPEC, list, clear      add faults, count calls, remove faults
 
-Exit codes: 0 stopped by SIGTERM, SIGINT or SIGHUP, 1 failed to start or to
-serve, 2 invalid command line.)";
+A configuration file has the names of the options, one to a line:
+  grpc = ["unix:/run/nyx/grpc.sock", "0.0.0.0"]
+  log-level = "info"
+  reflection = true
+
+Signals: SIGTERM and SIGINT stop the agent. SIGHUP reads the certificates and
+the log level again; if something is wrong with them, the old ones stay.
+Exit codes: 0 stopped, 1 failed to start or to serve, 2 invalid command line or
+configuration.)";
 }
 
 const std::map<std::string, sdk::types::trace_level_e> k_levels = {
@@ -75,10 +84,19 @@ std::string check_fault(const std::string &text) {
 // The help is 80 columns wide, of which a text has 50: CLI11 does not break lines.
 void add_service_options(CLI::App &app, options_s &options) {
     app.add_option("--grpc", options.grpc,
-                   "Address of the gRPC server: HOST:PORT (port 0:\n"
-                   "any free one) or unix:PATH. Without TLS, HOST\n"
-                   "must be this machine's loopback")
+                   "Address of the gRPC server: unix:PATH, HOST or\n"
+                   "HOST:PORT (port 0: any free one; none: " +
+                       std::string(k_default_port) +
+                       ").\n"
+                       "Without TLS, HOST must be this machine's\n"
+                       "loopback. May be given more than once")
         ->type_name("ADDRESS")
+        ->take_all()
+        ->capture_default_str();
+    app.add_option("--read-socket", options.read_socket,
+                   "Path of a second socket of the gRPC server, whose\n"
+                   "clients may read and change nothing")
+        ->type_name("PATH")
         ->capture_default_str();
     app.add_option("--socket", options.socket, "Path of the debug socket, at most 107 bytes")
         ->type_name("PATH")
@@ -91,11 +109,11 @@ void add_service_options(CLI::App &app, options_s &options) {
         ->check(existing(CLI::ExistingDirectory));
     app.add_flag("--fault-service", options.fault_service,
                  "Serve nyx.FaultSvc, which nyxctl fault uses.\n"
-                 "Always served at a unix: address, where file\n"
-                 "permissions decide who may connect");
+                 "Always served when all addresses are unix:PATH,\n"
+                 "where file permissions decide who may connect");
     app.add_flag("--reflection", options.reflection,
-                 "Serve gRPC reflection. Always served at a\n"
-                 "unix: address");
+                 "Serve gRPC reflection. Always served when all\n"
+                 "addresses are unix:PATH");
 }
 
 void add_log_options(CLI::App &app, options_s &options, std::string &level) {
@@ -110,9 +128,14 @@ void add_log_options(CLI::App &app, options_s &options, std::string &level) {
                    "code may log; 0: no limit")
         ->type_name("LINES")
         ->capture_default_str();
+    app.add_option("--audit-limit", options.audit_limit,
+                   "Most audit lines per second, which say who\n"
+                   "changed what; 0: no limit")
+        ->type_name("LINES")
+        ->capture_default_str();
 }
 
-void add_tls_options(CLI::App &app, tls_options_s &tls) {
+void add_tls_options(CLI::App &app, tls_options_s &tls, certificate_roles_s &roles) {
     auto *cert = app.add_option("--tls-cert", tls.cert_file,
                                 "Certificate chain of the gRPC server, PEM.\n"
                                 "Encrypts; does not restrict who may connect");
@@ -126,6 +149,28 @@ void add_tls_options(CLI::App &app, tls_options_s &tls) {
     cert->needs(key);
     key->needs(cert);
     client_ca->needs(cert);
+    app.add_option("--tls-operate", roles.operate,
+                   "Name of a client's certificate (CN or subject\n"
+                   "alternative name) with the role operate. If this\n"
+                   "or --tls-rehearse is given, others may only read.\n"
+                   "Both may be given more than once")
+        ->type_name("NAME")
+        ->needs(client_ca);
+    app.add_option("--tls-rehearse", roles.rehearse, "The same for the role rehearse: nyxctl fault")
+        ->type_name("NAME")
+        ->needs(client_ca);
+}
+
+void add_config_options(CLI::App &app, options_s &options) {
+    app.set_config("--config", NYX_DEFAULT_CONFIG,
+                   "File with options, in TOML. Options of the command\n"
+                   "line win")
+        ->type_name("FILE");
+    app.allow_config_extras(CLI::config_extras_mode::error);
+    app.add_flag("--check", options.check,
+                 "Check options, configuration and certificates,\n"
+                 "and do nothing else")
+        ->configurable(false);
 }
 
 void add_fault_option(CLI::App &app, std::vector<std::string> &faults) {
@@ -172,7 +217,8 @@ void finish(const raw_options_s &raw, options_s *options) {
     for (const auto &fault : raw.faults) {
         options->faults.push_back(sim::parse_fault(fault));
     }
-    const bool guarded = options->grpc.starts_with("unix:");
+    const bool guarded = std::ranges::all_of(
+        options->grpc, [](const std::string &address) { return address.starts_with("unix:"); });
     options->fault_service = options->fault_service || guarded;
     options->reflection = options->reflection || guarded;
 }
@@ -185,13 +231,14 @@ parsed_s parse_command_line(int argc, char **argv) {
         "debug socket.",
         "nyx-agent");
     options_s options;
-    options.grpc = NYX_DEFAULT_GRPC;
+    options.grpc = {NYX_DEFAULT_GRPC};
     options.socket = NYX_DEFAULT_SOCKET;
     options.sysconfig = "/sysconfig/config0";
     raw_options_s raw;
     add_service_options(app, options);
     add_log_options(app, options, raw.level);
-    add_tls_options(app, raw.tls);
+    add_tls_options(app, raw.tls, options.certificate_roles);
+    add_config_options(app, options);
     add_fault_option(app, raw.faults);
     add_scenario_options(app, options);
     app.set_version_flag("--version", NYX_VERSION);

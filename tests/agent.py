@@ -69,6 +69,20 @@ def wait_until(condition):
     return result
 
 
+def make_certificate(folder, name, ca=None, days=1):
+    """Certificate and key; without a CA, a CA's own. -1 day: expired."""
+    cert, key, request = (f"{folder}/{name}.{kind}" for kind in ("crt", "key", "csr"))
+    new_key = ["openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-subj",
+               f"/CN={name}", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key]
+    if ca is None:
+        subprocess.run([*new_key, "-x509", "-days", "1", "-out", cert], check=True, capture_output=True)
+        return cert, key
+    subprocess.run([*new_key, "-out", request], check=True, capture_output=True)
+    subprocess.run(["openssl", "x509", "-req", "-in", request, "-CA", ca[0], "-CAkey", ca[1], "-copy_extensions", "copy",
+                    "-days", str(days), "-out", cert], check=True, capture_output=True)
+    return cert, key
+
+
 class ClientTestCase(unittest.TestCase):
     """Tests of nyxctl against `agent`."""
 

@@ -1,9 +1,12 @@
 """nyx-agent as a service: who it is, who may do what, what it records, how it starts and stops.
 
-usage: agent_service_test.py FOLDER-OF-PROGRAMS DESCRIPTOR-SET [unittest options]
+usage: agent_service_test.py FOLDER-OF-PROGRAMS REPOSITORY PROTOC [unittest options]
 """
 
+import os
 import pathlib
+import re
+import subprocess
 import sys
 import tempfile
 import unittest
@@ -11,18 +14,35 @@ import unittest
 import grpc
 from google.protobuf import descriptor_pb2, descriptor_pool, message_factory
 
-from agent import PATIENCE_S, Agent
+from agent import FREE_PORT, PATIENCE_S, Agent, make_certificate
 
 
-def read_descriptors(path):
+ROOT, PROTOC = (pathlib.Path(sys.argv.pop(1)).resolve() for _ in range(2))
+ROLE_OPTION = 50101  # types.role in nyx/types/options.proto
+ROLES = (None, "read", "operate", "rehearse")
+
+
+def read_services():
+    """All services, those of the stand-in too, with the pool of their messages."""
+    folders = (ROOT / "proto", ROOT / "sim/proto")
+    protos = [path for folder in folders for path in sorted(folder.glob("nyx/**/*.proto"))]
+    with tempfile.NamedTemporaryFile() as file:
+        subprocess.run([PROTOC, *(f"-I{folder}" for folder in folders), "--include_imports",
+                        f"--descriptor_set_out={file.name}", *protos], check=True)
+        files = descriptor_pb2.FileDescriptorSet.FromString(file.read()).file
     pool = descriptor_pool.DescriptorPool()
-    files = descriptor_pb2.FileDescriptorSet.FromString(pathlib.Path(path).read_bytes()).file
-    for file in files:
-        pool.Add(file)
-    return pool, [pool.FindServiceByName(f"{file.package}.{service.name}") for file in files for service in file.service]
+    for each in files:
+        pool.Add(each)
+    return pool, [pool.FindServiceByName(f"{each.package}.{service.name}") for each in files for service in each.service]
 
 
-POOL, SERVICES = read_descriptors(sys.argv.pop(1))
+POOL, SERVICES = read_services()
+METHODS = [method for service in SERVICES for method in service.methods]
+
+
+def role_of(method):
+    numbers = [option.data for option in method.GetOptions().UnknownFields() if option.field_number == ROLE_OPTION]
+    return ROLES[numbers[0]] if numbers else None
 
 
 class Client:
@@ -41,6 +61,15 @@ class Client:
         rpc = self.channel.unary_unary(f"/nyx.{name}", request.SerializeToString, response.FromString)
         answer, call = rpc.with_call(request(**fields), timeout=PATIENCE_S, wait_for_ready=True)
         return answer, dict(call.initial_metadata())
+
+    def refusal(self, method):
+        """The message of PERMISSION_DENIED; None when the method may be called."""
+        rpc = self.channel.unary_unary(f"/{method.containing_service.full_name}/{method.name}")
+        try:
+            rpc(b"", timeout=PATIENCE_S, wait_for_ready=True)
+        except grpc.RpcError as error:
+            return error.details() if error.code() == grpc.StatusCode.PERMISSION_DENIED else None
+        return None
 
     def state(self):
         return self.call("AgentSvc/AgentGet")[0]
@@ -83,6 +112,82 @@ class IdentityTest(ServiceTestCase):
         self.assertEqual([(o.grpc_code, o.api_status, o.calls) for o in ports.outcome], [(0, 0, 3), (0, 5, 1)])
         self.assertEqual(len(ports.duration_calls), len(state.duration_bound_ns) + 1)
         self.assertEqual(sum(ports.duration_calls), 4)
+
+
+def tls_credentials(ca, identity):
+    root, cert, key = (pathlib.Path(path).read_bytes() for path in (ca[0], *identity))
+    return grpc.ssl_channel_credentials(root, key, cert)
+
+
+class RolesTest(ServiceTestCase):
+    def assert_may(self, client, *roles):
+        """Calls every method of every service."""
+        for method in METHODS:
+            refusal, role = client.refusal(method), role_of(method)
+            with self.subTest(method=method.full_name, role=role):
+                if role in roles:
+                    self.assertIsNone(refusal)
+                else:
+                    self.assertIn(f"needs the role {role}", refusal or "not refused")
+
+    def test_every_method_has_a_role(self):
+        self.assertGreater(len(METHODS), 200)
+        self.assertEqual([method.full_name for method in METHODS if role_of(method) is None], [])
+
+    def test_socket_decides(self):
+        agent = self.start("--read-socket", f"{self.folder}/read.sock", grpc=f"unix:{self.folder}/grpc.sock")
+        self.assert_may(Client(self, agent.grpc), "read", "operate", "rehearse")
+        self.assert_may(Client(self, f"unix:{self.folder}/read.sock"), "read")
+        self.assertEqual({os.stat(f"{self.folder}/{name}.sock").st_mode & 0o777 for name in ("grpc", "read")}, {0o660})
+
+    def test_plaintext_over_tcp_may_do_all(self):
+        self.assert_may(Client(self, self.start("--fault-service").grpc), "read", "operate", "rehearse")
+
+    def test_certificate_decides_over_tls(self):
+        ca = make_certificate(self.folder, "ca")
+        server, *clients = (make_certificate(self.folder, name, ca) for name in ("agent", "controller", "tester", "guest"))
+        agent = self.start("--fault-service", "--tls-cert", server[0], "--tls-key", server[1], "--tls-client-ca", ca[0],
+                           "--tls-operate", "controller", "--tls-operate", "tester", "--tls-rehearse", "tester")
+        roles = (("read", "operate"), ("read", "operate", "rehearse"), ("read",))
+        for identity, may in zip(clients, roles, strict=True):
+            self.assert_may(Client(self, agent.grpc, tls_credentials(ca, identity)), *may)
+
+    def test_certificate_without_names_of_roles_may_do_all(self):
+        ca = make_certificate(self.folder, "ca")
+        server, client = (make_certificate(self.folder, name, ca) for name in ("agent", "client"))
+        agent = self.start("--fault-service", "--tls-cert", server[0], "--tls-key", server[1], "--tls-client-ca", ca[0])
+        self.assert_may(Client(self, agent.grpc, tls_credentials(ca, client)), "read", "operate", "rehearse")
+
+
+class AuditTest(ServiceTestCase):
+    def test_thousand_changes_leave_thousand_lines_or_a_true_count(self):
+        for options in ((), ("--audit-limit", "100"), ("--audit-limit", "0")):
+            agent = self.start(*options)
+            client = Client(self, agent.grpc)
+            for number in range(1000):
+                client.call("NyxTblSvc/flowCreate", request=[{"key": {"k1": number.to_bytes(2, "big")}}])
+            log = agent.stop()[1]
+            lines = re.findall(r"\[audit\] method=nyx.NyxTblSvc/flowCreate role=operate .*objects=k1:\w{4} count=1$", log, re.M)
+            left_out = sum(map(int, re.findall(r"\[audit\] (\d+) more lines from here were left out", log)))
+            left_out += sum(map(int, re.findall(r"(\d+) lines were left out: whoever reads", log)))
+            self.assertEqual(len(lines) + left_out, 1000, log[-1000:])
+
+    def test_line_names_client_objects_and_outcome(self):
+        agent = self.start("--read-socket", f"{self.folder}/read.sock", grpc=f"unix:{self.folder}/grpc.sock")
+        client, reader = Client(self, agent.grpc), Client(self, f"unix:{self.folder}/read.sock")
+        client.call("NyxTblSvc/flowDelete", key=[{"k1": bytes([n])} for n in range(5)])
+        client.call("PortSvc/PortUpdate", spec={"id": b"a \n", "port_number": 4711})
+        client.call("PortSvc/PortGet")
+        with self.assertRaises(grpc.RpcError):
+            reader.call("FaultSvc/FaultClear")
+        log = agent.stop()[1]
+        self.assertRegex(log, rf"\[connection\] socket={agent.grpc} uid={os.getuid()} pid={os.getpid()}\n")
+        self.assertRegex(log, r"flowDelete role=operate client=unix outcome=API_STATUS_ERROR duration_us=\d+ "
+                              r"objects=k1:00,k1:01,k1:02 count=5\n")
+        self.assertRegex(log, r"PortUpdate .*outcome=API_STATUS_\w+ .*objects=61200a\n")
+        self.assertRegex(log, r"\[warning\] \[audit\] method=nyx.FaultSvc/FaultClear role=rehearse .*outcome=PERMISSION_DENIED")
+        self.assertNotIn("PortGet", log)
+        self.assertNotIn("4711", log)
 
 
 if __name__ == "__main__":

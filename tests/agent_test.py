@@ -15,7 +15,7 @@ import tempfile
 import time
 import unittest
 
-from agent import BIN, FREE_PORT, Agent, run, wait_until
+from agent import BIN, FREE_PORT, Agent, make_certificate, run, wait_until
 
 
 class AgentTest(unittest.TestCase):
@@ -179,17 +179,7 @@ class AgentTest(unittest.TestCase):
         self.assertEqual(run("nyx-agent", "--help").returncode, 0)
 
     def make_certificate(self, name, ca=None, days=1):
-        """Certificate and key; without a CA, a CA's own. -1 day: expired."""
-        cert, key, request = (f"{self.folder}/{name}.{kind}" for kind in ("crt", "key", "csr"))
-        new_key = ["openssl", "req", "-newkey", "ec", "-pkeyopt", "ec_paramgen_curve:P-256", "-nodes", "-subj",
-                   f"/CN={name}", "-addext", "subjectAltName=IP:127.0.0.1", "-keyout", key]
-        if ca is None:
-            subprocess.run([*new_key, "-x509", "-days", "1", "-out", cert], check=True, capture_output=True)
-            return cert, key
-        subprocess.run([*new_key, "-out", request], check=True, capture_output=True)
-        subprocess.run(["openssl", "x509", "-req", "-in", request, "-CA", ca[0], "-CAkey", ca[1], "-copy_extensions", "copy",
-                        "-days", str(days), "-out", cert], check=True, capture_output=True)
-        return cert, key
+        return make_certificate(self.folder, name, ca, days)
 
     def test_tls_serves_clients_that_prove_themselves(self):
         ca, foreign_ca = self.make_certificate("ca"), self.make_certificate("foreign-ca")

@@ -37,7 +37,7 @@ class GrpcDoor : public testing::Test {
 
     void start(bool with_options) {
         host::options_s options = {};
-        options.grpc = "127.0.0.1:0";
+        options.grpc = {"127.0.0.1:0"};
         options.fault_service = options.reflection = with_options;
         door_.emplace(options);
     }

@@ -1,6 +1,7 @@
 """The agent under attack, and what can be seen of it from outside."""
 
 import collections
+import fcntl
 import os
 import pathlib
 import re
@@ -9,6 +10,7 @@ import shutil
 import signal
 import subprocess
 import tempfile
+import termios
 import time
 
 import wire
@@ -32,10 +34,17 @@ def check(condition, text):
         raise Failed(text)
 
 
-class Agent:
-    """Runs from construction to stop(). `files` limits its descriptors, `sysconfig` is the folder of its MAC file."""
+def prepare(files, terminal):
+    resource.setrlimit(resource.RLIMIT_NOFILE, (files, files))
+    if terminal is not None:
+        fcntl.ioctl(terminal, termios.TIOCSCTTY, 0)
 
-    def __init__(self, build, *options, files=20000, folder=None, sysconfig=None):
+
+class Agent:
+    """Runs from construction to stop(). `files` limits its descriptors, `sysconfig` is the folder of its MAC file, `terminal`
+    becomes its own terminal."""
+
+    def __init__(self, build, *options, files=20000, folder=None, sysconfig=None, terminal=None):
         self.programs = pathlib.Path(build, "bin")
         self.folder = pathlib.Path(folder or tempfile.mkdtemp(prefix="torture."))
         self.folder.chmod(0o711)  # other users reach the socket
@@ -48,7 +57,8 @@ class Agent:
                 [self.programs / "nyx-agent", "--grpc", "127.0.0.1:0", "--socket", self.socket, "--sysconfig",
                  sysconfig or self.folder, "--fault-service", "--reflection", *options], stdout=subprocess.PIPE,
                 stderr=log, text=True,
-                preexec_fn=lambda: resource.setrlimit(resource.RLIMIT_NOFILE, (files, files)))
+                start_new_session=terminal is not None,
+                preexec_fn=lambda: prepare(files, terminal))
         ready = self.process.stdout.readline().split()
         self.grpc = ("127.0.0.1", int(ready[3].rsplit(":", 1)[1])) if ready else None
         self.pid = self.process.pid

@@ -8,6 +8,9 @@ import processes
 import wire
 from agent import check
 
+UPDATE, SYSTEM_GET = "/nyx.IfSvc/InterfaceUpdate", "/nyx.SystemSvc/SystemGet"
+REFLECTION, LIST_SERVICES = "/grpc.reflection.v1alpha.ServerReflection/ServerReflectionInfo", wire.field(7, b"")
+SLOW_UPDATES = ("--fault", "nyx_ms::interface_update:delay=20")
 LIF_GET = "/nyx.IfSvc/LifGet"
 STREAMS = 128  # the agent's limit for a connection
 LIF_MAPPING_CREATE = "/nyx.NyxTblSvc/lif_mappingCreate"
@@ -169,17 +172,49 @@ def blocked_operations(agent, count):
     return f"{sum(processes.at_once(count, call_slowly, agent, None))} calls of {BLOCKED_S} s at once"
 
 
-def never_read(number, agent, connections, seconds):
-    peers = []
-    for _ in range(connections):
-        peer = wire.connect(agent.grpc)
-        peer.sendall(wire.opening(window=0) + b"".join(
-            wire.call(stream, wire.PORT_GET) for stream in range(1, 2 * STREAMS, 2)))
-        peers.append(peer)
-    time.sleep(seconds)
-    return len(peers) * STREAMS
+def never_read(number, agent, over):
+    """Opens a number of connections again and again, each with as many calls as it may have."""
+    path, calls = (wire.PORT_GET, REFLECTION)[number], 0
+    while not over.is_set():
+        peers = []
+        for _ in range(50):
+            peers.append(wire.connect(agent.grpc))
+            peers[-1].sendall(wire.opening(window=0) + b"".join(
+                wire.call(stream, path, LIST_SERVICES * number) for stream in range(1, 2 * STREAMS, 2)))
+        calls += STREAMS * len(peers)
+        over.wait(2)
+        for peer in peers:
+            peer.close()
+    return calls
 
 
-def closed_windows(agent, connections):
-    """Calls whose answers nobody takes, 128 on a connection."""
-    return f"{sum(processes.at_once(2, never_read, agent, connections // 2, 3))} answers"
+def closed_windows(agent, probes):
+    """Calls and reflection streams whose answers nobody takes, 128 on a connection: other clients are all answered."""
+    over = processes.CONTEXT.Event()
+    holders = [processes.Work(never_read, number, agent, over) for number in range(2)]
+    time.sleep(1)
+    try:
+        for i in range(probes):
+            check(wire.grpc_ask(agent.grpc, SYSTEM_GET), f"no answer to call {i} of {probes}")
+    finally:
+        over.set()
+    return f"{probes} answers beside {sum(holder.result() for holder in holders)} calls"
+
+
+def update_and_leave(number, agent, request):
+    peer = wire.connect(agent.grpc)
+    peer.sendall(wire.opening() + wire.frame(wire.HEADERS, wire.END_HEADERS, 1, wire.headers(UPDATE))
+                 + wire.data_frames(1, wire.message(request)))
+    time.sleep(1)
+    wire.reset(peer)
+    return time.monotonic()
+
+
+def cancelled_calls(agent, count):
+    """Updates of 2,000 host interfaces, each of which takes 20 ms, by clients that leave: a further update runs soon."""
+    record = wire.field(2, wire.field(8, wire.field(2, b"host") + wire.field(5, 1)))  # needs no id
+    left = max(processes.at_once(count, update_and_leave, agent, record * 2000))
+    check(wire.grpc_ask(agent.grpc, UPDATE, record), "no answer to an update")
+    seconds = time.monotonic() - left
+    check(seconds < 1, f"cancelled calls ran for {seconds:.1f} s")
+    return f"{count} calls stopped within {seconds:.2f} s"

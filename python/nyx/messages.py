@@ -103,22 +103,34 @@ class Codec:
 
     def normalise(self, message: Message) -> Message:
         """Changes an entry or a key into what would be read back: so that == compares the records."""
-        for name, field in self._fields.items():
-            if field.width and len(getattr(message, name)) < field.width:
-                setattr(message, name, getattr(message, name).ljust(field.width, b"\0"))
-            elif field.width is None:
-                message.ClearField(name)
+        texts, unstored, children = self._records
+        for name, width in texts:
+            value = getattr(message, name)
+            if len(value) < width:
+                setattr(message, name, value.ljust(width, b"\0"))
+        for name in unstored:
+            message.ClearField(name)
         for name, switch in self._switches.items():
             if not getattr(message, switch):
                 message.ClearField(name)
         for name, action in self._actions.items():
             if message.action_id == action:
                 getattr(message, name).SetInParent()
-        for name, field in self._fields.items():
-            if field.child and (message.HasField(name) or name not in self._optional):
-                getattr(message, name).SetInParent()
-                field.child.normalise(getattr(message, name))
+        for name, child in children:
+            if name not in self._optional or message.HasField(name):
+                nested = getattr(message, name)
+                nested.SetInParent()
+                child.normalise(nested)
         return message
+
+    @functools.cached_property
+    def _records(self) -> tuple[list[tuple[str, int]], list[str], list[tuple[str, Codec]]]:
+        """Of the fields: bytes with their width, those that are in no record, messages."""
+        fields = self.message.DESCRIPTOR.fields
+        texts = [(field.name, values.width(field)) for field in fields if field.type == field.TYPE_BYTES]
+        unstored = [field.name for field in fields
+                    if field.type not in (field.TYPE_BYTES, field.TYPE_MESSAGE) and not values.width(field)]
+        return texts, unstored, [(field.name, codec_of(field.message_type)) for field in fields if field.message_type]
 
 
 class _Field:
@@ -207,19 +219,6 @@ class _Field:
             known = self._field.enum_type.values_by_number.get(value)
             return known.name if known else value
         return value
-
-    @functools.cached_property
-    def child(self) -> Codec | None:
-        message = self._field.message_type
-        return codec_of(message) if message and not self.repeated else None
-
-    @functools.cached_property
-    def width(self) -> int | None:
-        """Of bytes in a record; 0 for others; None for a number that is in no record."""
-        if self._field.message_type:
-            return 0
-        width = values.width(self._field)
-        return width if self._field.type == self._field.TYPE_BYTES else 0 if width else None
 
 
 def chunks(items: Iterable[Any], size: int) -> Iterable[list[Any]]:

@@ -83,6 +83,15 @@ class ScenarioTest(agent.ClientTestCase):
             self.assertNotEqual(self.card(scenario, "8", 61.5), card, scenario)
             self.assertNotEqual(self.card(scenario, "7", 61), card, scenario)
 
+    def test_watch_shows_rates_of_ports_that_carry_traffic(self):
+        self.start("--fault-service", "--scenario", "busy", "--speed", "60")
+        rounds = self.ctl("-j", "watch", "ports", "--rates", "--count", "2", "-n", "0.1").stdout.splitlines()
+        for counter in ("mac_stats[0]", "mac_stats[17]"):
+            rows = [json.loads(line)["ports"] for line in rounds]
+            self.assertEqual([port[f"{counter}_per_s"] for port in rows[0]], [None] * 3)
+            self.assertTrue(all(port[f"{counter}_per_s"] > 0 for port in rows[1]), rows[1])
+        self.assertNotIn("mac_stats[0]", self.json("show", "ports")["ports"][0])
+
     def instance(self):
         return self.json("call", "AgentGet")["instance_id"]
 

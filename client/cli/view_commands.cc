@@ -55,7 +55,7 @@ using views_t = std::vector<view_s>;
 
 view_s list_view(const list_view_s &view) {
     return {view.name, view.help, "", {}, [&view](const given_s &given, shown_s *shown) {
-                return read_list_view(given.global, view, view.request, shown);
+                return read_list_view(given.global, view, view.request, shown, given.has("--rates"));
             }};
 }
 

@@ -142,7 +142,44 @@ std::vector<column_s> columns_of(const list_view_s &view, const pb::Descriptor *
     return columns;
 }
 
+// The column of a counter, new if there is none of its name.
+size_t counter_column(const std::string &name, const label_s &label, rows_s *rows) {
+    const auto found = std::ranges::find(rows->columns, label.name, &column_s::title);
+    const auto index = static_cast<size_t>(found - rows->columns.begin());
+    if (found == rows->columns.end()) {
+        rows->columns.emplace_back(name, label.name, true);
+        for (row_t &row : rows->rows) {
+            row.emplace_back();
+        }
+    }
+    return index;
+}
+
+// Those in one of the lists of an element, into its row.
+void append_counters(const pb::Message &element, std::string_view path, size_t row, rows_s *rows) {
+    const auto *list = field_at(element.GetDescriptor(), path);
+    const auto *number = list->message_type()->field(0), *value = list->message_type()->field(1);
+    for (const pb::Message *counter : elements_at(element, path)) {
+        const uint32_t kind = counter->GetReflection()->GetUInt32(*counter, number);
+        const label_s *label = label_of(list, kind);
+        if (label && label->is_short.value_or(false)) {
+            const std::string name = list->name() + "[" + std::to_string(kind) + "]";
+            const size_t column = counter_column(name, *label, rows);
+            rows->rows[row][column] = labelled(field_value(*counter, value), value);
+        }
+    }
+}
+
 }  // namespace
+
+void append_counters(const list_view_s &view, const pb::Message &response, shown_s *shown) {
+    const auto elements = elements_at(response, view.list);
+    for (size_t row = 0; row < elements.size(); row++) {
+        for (const char *path : view.counters) {
+            append_counters(*elements[row], path, row, &shown->rows);
+        }
+    }
+}
 
 value_s column_value(const pb::Message &element, const view_column_s &column) {
     const std::string_view path = column.path;

@@ -85,10 +85,13 @@ outcome_s read_method(const global_options_s &global, const char *name, const st
 }
 
 outcome_s read_list_view(const global_options_s &global, const list_view_s &view, const std::string &request,
-                         shown_s *shown) {
+                         shown_s *shown, bool with_counters) {
     message_t response;
     outcome_s outcome = read_method(global, view.method, request, &response);
     *shown = response ? list_rows(view, *response) : shown_s();
+    if (response && with_counters) {
+        append_counters(view, *response, shown);
+    }
     if (global.grpc.starts_with("unix:")) {
         add_zones(shown);
     }

@@ -18,7 +18,7 @@ namespace nyxctl {
 // Each sets `shown` to what the agent sent, also when its api_status is not API_STATUS_OK; the outcome is then
 // NYXCTL_EXIT_API_STATUS. After any other failure `shown` has no columns.
 outcome_s read_list_view(const global_options_s &global, const list_view_s &view, const std::string &request,
-                         shown_s *shown);
+                         shown_s *shown, bool with_counters = false);
 outcome_s read_object_view(const global_options_s &global, const object_view_s &view, shown_s *shown);
 
 // The object that find_object() finds.

@@ -32,6 +32,7 @@ struct list_view_s {
     size_t keys = 1;                // see shown_s
     std::vector<view_column_s> columns;
     bool flattened = false;  // a row for each field of an element, in further columns field and value
+    std::vector<const char *> counters = {};  // paths of lists of numbered counters, for append_counters()
 };
 
 // One response, or several one after the other, as rows of field and value.

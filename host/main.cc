@@ -115,7 +115,7 @@ void start_scenario(const host::options_s &options, host::grpc_door *grpc) {
 
 int serve(const host::options_s &options, const sigset_t &stop_signals, logs_s &logs) {
     host::grpc_door grpc(options, logs.audit.logger());
-    host::socket_door socket(options.socket);
+    host::socket_door socket(options.socket, options.socket_group);
     start_scenario(options, &grpc);
     fmt::print("nyx-agent ready: grpc {} socket {}\n", grpc.address(), options.socket);
     fflush(stdout);

@@ -101,6 +101,10 @@ void add_service_options(CLI::App &app, options_s &options) {
     app.add_option("--socket", options.socket, "Path of the debug socket, at most 107 bytes")
         ->type_name("PATH")
         ->capture_default_str();
+    app.add_option("--socket-group", options.socket_group,
+                   "Let only this group reach the debug socket (mode\n"
+                   "0660); otherwise any user who reaches the path")
+        ->type_name("GROUP");
     app.add_option("--sysconfig", options.sysconfig,
                    "Folder of hostif_mac.json, which keeps the MAC\n"
                    "addresses of host interfaces")

@@ -23,6 +23,7 @@ struct options_s {
     std::vector<std::string> grpc;  // each HOST:PORT or unix:PATH; clients of the latter have all roles
     std::string read_socket;        // path of a gRPC socket whose clients may only read; empty: none
     std::string socket;             // path of the service request socket
+    std::string socket_group;       // empty: any user may connect there
     std::string sysconfig;          // folder of hostif_mac.json
     bool fault_service = false;     // serve nyx.FaultSvc
     bool reflection = false;

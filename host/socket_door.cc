@@ -1,5 +1,11 @@
 #include "host/socket_door.h"
 
+#include <grp.h>
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <cstring>
 #include <utility>
 
 #include "host/setup_error.h"
@@ -12,6 +18,22 @@ namespace {
 
 constexpr size_t k_max_workers = 40;  // as many as the library can use
 
+gid_t group_id(const std::string &name) {
+    const group *found = getgrnam(name.c_str());
+    if (!found) {
+        throw setup_error("--socket-group: unknown group '" + name +
+                          "'; getent group lists those that exist");
+    }
+    return found->gr_gid;
+}
+
+void restrict_to_group(const std::string &path, const std::string &name) {
+    constexpr mode_t k_mode = 0660;
+    if (chown(path.c_str(), -1, group_id(name)) != 0 || chmod(path.c_str(), k_mode) != 0) {
+        throw setup_error(path + ": can't be given to group '" + name + "': " + strerror(errno));
+    }
+}
+
 }  // namespace
 
 socket_door::executor_s::executor_s() : threads(k_max_workers) {
@@ -23,7 +45,7 @@ socket_door::executor_s::~executor_s() {
     svc::set_executor({});
 }
 
-socket_door::socket_door(const std::string &path)
+socket_door::socket_door(const std::string &path, const std::string &group)
     : file_(path),
       path_(path),
       thread_("svc_server",
@@ -37,6 +59,9 @@ socket_door::socket_door(const std::string &path)
                           "; the log says why (--log-level error)");
     }
     file_.bound();
+    if (!group.empty()) {
+        restrict_to_group(path_, group);
+    }
 }
 
 socket_door::~socket_door() { stop(); }

@@ -14,8 +14,8 @@ namespace host {
 // one thread.
 class socket_door {
  public:
-    // Throws setup_error.
-    explicit socket_door(const std::string &path);
+    // Any user may connect, or this group only when one is given. Throws setup_error.
+    socket_door(const std::string &path, const std::string &group);
     ~socket_door();
 
     // Takes no more peers, and waits for the command that runs and for work that waits for a peer, for as long as

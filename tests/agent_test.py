@@ -5,11 +5,13 @@ usage: agent_test.py FOLDER-OF-PROGRAMS [unittest options]
 
 import contextlib
 import fcntl
+import grp
 import json
 import os
 import pathlib
 import signal
 import socket
+import stat
 import subprocess
 import tempfile
 import time
@@ -47,6 +49,13 @@ class AgentTest(unittest.TestCase):
         output = self.ctl(agent, "debug", "tables")
         self.assertRegex(output.stdout, r"(?m)^flow_info +1$")
         self.assertIn("API_STATUS_OK", output.stderr)
+
+    def test_the_debug_socket_belongs_to_the_group_it_is_given_to(self):
+        agent = self.start("--socket-group", grp.getgrgid(os.getegid()).gr_name)
+        self.assertEqual((stat.S_IMODE(os.stat(agent.socket).st_mode), os.stat(agent.socket).st_gid), (0o660, os.getegid()))
+        self.assertEqual(self.ctl(agent, "debug", "tables").returncode, 0)
+        self.assertEqual(stat.S_IMODE(os.stat(self.start(socket_name="open").socket).st_mode), 0o777)
+        self.assert_refused("unknown group 'no such'", *self.free_options(), "--socket-group", "no such")
 
     def test_exit_codes_tell_what_failed(self):
         agent = self.start()

@@ -202,29 +202,46 @@ class RestartTest(unittest.TestCase):
         self.assertEqual(self.told, [self.agent])
         self.assertEqual(self.agent.table("flow").add(flows(3000)), 3000)
 
+    def test_entries_that_an_agent_leaves_out_are_not_there(self):
+        table = self.agent.table("flow")
+        self.assertEqual(list(table.get(item["key"] for item in flows(3))), [None] * 3)
+        self.fake.restart_at = self.fake.calls + 1
+        self.assertRaises(nyx.Restarted, table.apply, flows(3))
+
 
 class ConnectionTest(unittest.TestCase):
-    def test_connection_comes_back_and_what_was_lost_is_reported(self):
-        folder = self.enterContext(tempfile.TemporaryDirectory())
-        address = f"unix:{folder}/grpc"
-        first = self.enterContext(Agent(folder, grpc=address))
-        agent = self.enterContext(nyx.connect(first.grpc))
-        second = []
+    def setUp(self):
+        self.folder = self.enterContext(tempfile.TemporaryDirectory())
+        self.start()
+        self.restarts = []
+        self.agent = self.enterContext(nyx.connect(self.process.grpc, on_restart=self.restarts.append))
 
+    def start(self):
+        self.process = self.enterContext(Agent(self.folder, grpc=f"unix:{self.folder}/grpc"))
+
+    def crash(self):
+        self.process.process.kill()
+        self.process.process.wait()
+        self.start()
+
+    def test_crash_in_the_middle_ends_an_operation(self):
         def flows_with_a_crash():
-            for i in range(20_000):
-                if i == 10_000:
-                    first.process.kill()
-                    first.process.wait()
-                    second.append(self.enterContext(Agent(folder, grpc=address)))
-                yield flow(i)
+            yield from flows(10_000)
+            self.crash()
+            yield from flows(20_000)
 
-        with self.assertRaises((nyx.EntriesFailed, nyx.Restarted)):
-            agent.table("flow").add(flows_with_a_crash())
-            agent.ping()
-            agent.table("flow").update(flows(20_000))
-        self.assertEqual(agent.table("flow").apply(flows(20_000)).updated, 0)
-        self.assertEqual(sum(read is not None for read in agent.table("flow").get(f["key"] for f in flows(20_001))), 20_000)
+        table = self.agent.table("flow")
+        self.assertRaises(nyx.Restarted, table.add, flows_with_a_crash())
+        self.assertEqual(self.restarts, [self.agent])
+        self.assertEqual(table.apply(flows(20_000)).updated, 0)
+        keys = (item["key"] for item in flows(20_001))
+        self.assertEqual(sum(read is not None for read in table.get(keys)), 20_000)
+
+    def test_reads_are_repeated_on_a_new_connection(self):
+        for _ in range(3):
+            self.crash()
+            self.assertEqual(len(self.agent.call("PortSvc/PortGet").response), 3)
+        self.assertEqual(len(self.restarts), 3)
 
 
 class PackageTest(unittest.TestCase):

@@ -20,6 +20,7 @@ from nyx import errors, messages
 from nyx.build import DEFAULT_ADDRESS
 from nyx.faults import Faults
 from nyx.table import Table
+from nyx.types import options_pb2
 
 # An agent that restarts is found again within a second or two; gRPC's own limit is two minutes.
 _CHANNEL_OPTIONS = [
@@ -47,9 +48,13 @@ def connect(address: str | None = None, *, on_restart: Callable[[Agent], object]
         agent.on_restart(on_restart)
     try:
         agent.ping()
-    except BaseException:
+    except BaseException as error:
         agent.close()
-        raise
+        if not isinstance(error, errors.Unreachable):
+            raise
+        advice = "check that the agent runs, and its address (NYX_GRPC), and whether it wants TLS"
+        text = f"no agent answers at {agent.address} within {timeout:g} s; {advice}"
+        raise errors.Unreachable("connect", error.code, text) from None
     return agent
 
 
@@ -130,10 +135,12 @@ class Agent:
             ports = agent.call("PortSvc/PortGet", id=[b"..."]).response
 
         The request is a generated message, a dict, or the fields by name. Raises nyx.ApiError if the response's
-        api_status is not API_STATUS_OK.
+        api_status is not API_STATUS_OK. When the connection breaks, methods that only read are called again; of others
+        the outcome is unknown, and nyx.Unreachable is raised.
         """
         called = self.method(method)
-        response = called.finish(called.start(called.request.build(fields if request is None else request)))
+        message = called.request.build(fields if request is None else request)
+        response = called.read(message) if called.only_reads else called.finish(called.start(message))
         self.tell_restart()
         status = getattr(response, "api_status", 0)
         if status:
@@ -189,6 +196,7 @@ class Method:
     def __init__(self, agent: Agent, service: str, descriptor: Any) -> None:
         self.name = f"{service.rpartition('.')[2]}/{descriptor.name}"
         self.descriptor = descriptor
+        self.only_reads: bool = descriptor.GetOptions().Extensions[options_pb2.role] == options_pb2.ROLE_READ
         self._agent = agent
         self._path = f"/{service}/{descriptor.name}"
 
@@ -237,5 +245,5 @@ class Method:
     def _failure(self, error: Any) -> errors.CallFailed:
         code, details = error.code(), error.details() or ""
         if code in _BROKEN or code == grpc.StatusCode.DEADLINE_EXCEEDED:
-            return errors.Unreachable(self.name, code, f"{details} ({self._agent.address})")
+            return errors.Unreachable(self.name, code, f"{details}: no answer from {self._agent.address}")
         return errors.CallFailed(self.name, code, details)

@@ -144,11 +144,12 @@ class Table:
 
     def _found(self, request: Any, response: Any, work: _Work) -> list[Any]:
         """The entries that a response holds, in the order of the keys; None for those that were not found."""
-        specs = [entry.spec for entry in response.response]
+        specs: list[Any] = [entry.spec for entry in response.response[:len(request.key)]]
+        specs += [None] * (len(request.key) - len(specs))  # an agent that says less than it should
         if not response.api_status:
             return specs
         keys = [self._key.normalise(key) for key in request.key]
-        found = [spec if spec.key == key else None for key, spec in zip(keys, specs)]
+        found = [spec if spec is not None and spec.key == key else None for key, spec in zip(keys, specs)]
         zero = self._key.normalise(self._key.message())
         if len(keys) == 1:  # the one that was not read; with the all-zero key it looks as if it was
             return [None]

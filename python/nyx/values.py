@@ -2,6 +2,7 @@
 
 from __future__ import annotations
 
+import dataclasses
 import ipaddress
 import uuid
 from collections.abc import Callable
@@ -14,13 +15,13 @@ Convert = Callable[[Any], Any]
 _MAC_LIMIT = (1 << 48) - 1
 
 
-class Mac(int):
-    """A MAC address, from text ("00:1a:2b:3c:4d:5e"), six bytes, or a number.
+@dataclasses.dataclass(frozen=True, order=True, repr=False, init=False)
+class Mac:
+    """A MAC address, from text ("00:1a:2b:3c:4d:5e"), six bytes, or a number; int(), bytes() and str() give them back."""
 
-    It is a number that prints as an address; bytes() of it gives the six bytes.
-    """
+    number: int
 
-    def __new__(cls, address: str | bytes | int) -> Mac:
+    def __init__(self, address: Mac | str | bytes | int) -> None:
         if isinstance(address, str):
             parts = address.replace("-", ":").split(":")
             if len(parts) != 6 or not all(1 <= len(part) <= 2 for part in parts):
@@ -30,12 +31,15 @@ class Mac(int):
             if len(address) != 6:
                 raise ValueError(f"a MAC address has 6 bytes, not {len(address)}")
             address = int.from_bytes(address, "big")
-        if not 0 <= address <= _MAC_LIMIT:
-            raise ValueError(f"{address} is too large for a MAC address")
-        return super().__new__(cls, address)
+        if not 0 <= int(address) <= _MAC_LIMIT:
+            raise ValueError(f"{address} is not a MAC address: it has 48 bits")
+        object.__setattr__(self, "number", int(address))
+
+    def __int__(self) -> int:
+        return self.number
 
     def __bytes__(self) -> bytes:
-        return self.to_bytes(6, "big")
+        return self.number.to_bytes(6, "big")
 
     def __str__(self) -> str:
         return bytes(self).hex(":")

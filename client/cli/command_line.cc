@@ -107,7 +107,7 @@ added_t add_commands(CLI::App *app, const commands_t &commands) {
         CLI::App *parser = app;
         if (!command.path.empty()) {
             CLI::App *group = command.group().empty() ? app : app->get_subcommand(command.group());
-            parser = group->add_subcommand(command.name(), command.summary);
+            parser = group->add_subcommand(command.name(), wrapped(command.summary));
             parser->fallthrough();  // the options of the program may follow the command
             parser->group(command.hidden ? "" : "Subcommands");
         }
@@ -186,7 +186,11 @@ outcome_s run_command_line(int argc, char **argv) {
     const command_s &command = read_values(added, &given);
     given.global = global_options(given);
     outcome_s outcome = choose_labels(given);
-    return outcome.ok() ? command.run(given) : outcome;
+    if (outcome.ok()) {
+        outcome = command.run(given);
+        note_labels_problems(given);
+    }
+    return outcome;
 }
 
 }  // namespace nyxctl

@@ -1,7 +1,11 @@
 #include "client/cli/commands.h"
 
+#include <algorithm>
 #include <filesystem>
+#include <iostream>
+#include <iterator>
 
+#include "base/text.h"
 #include "client/core/labels.h"
 
 namespace nyxctl {
@@ -72,8 +76,8 @@ commands_t all_commands() {
     commands_t all = {program()};
     for (const auto group :
          {status_commands, view_commands, snapshot_commands, metrics_commands, setting_commands,
-          interface_commands, table_commands, record_commands, call_commands, debug_commands, fault_commands,
-          scenario_commands, completion_commands}) {
+          interface_commands, table_commands, record_commands, labels_commands, call_commands, debug_commands,
+          fault_commands, scenario_commands, completion_commands}) {
         const commands_t commands = group();
         all.insert(all.end(), commands.begin(), commands.end());
     }
@@ -106,6 +110,14 @@ outcome_s choose_labels(const given_s &given) {
     const bool names_files = std::ranges::any_of(words, is_file);
     const auto problems = names_files ? (void(labels()), labels_problems()) : std::vector<std::string>();
     return problems.empty() ? outcome_s() : usage_failure(problems.front());
+}
+
+void note_labels_problems(const given_s &given) {
+    const auto problems = labels_problems();
+    if (!problems.empty() && !given.global.json) {
+        std::cerr << "nyxctl: note: " << base::without_controls(problems.front())
+                  << "; see nyxctl labels check\n";
+    }
 }
 
 }  // namespace nyxctl

@@ -16,6 +16,9 @@ global_options_s global_options(const given_s &given);
 // is a usage failure.
 outcome_s choose_labels(const given_s &given);
 
+// Says on stderr what is wrong in the installed folders, if they were read, and not with -j.
+void note_labels_problems(const given_s &given);
+
 commands_t call_commands();        // list, describe, call
 commands_t completion_commands();  // completion
 commands_t debug_commands();       // debug
@@ -23,6 +26,7 @@ commands_t fault_commands();
 commands_t scenario_commands();       // fault
 commands_t interface_commands();   // set, add, del interface
 commands_t metrics_commands();     // metrics
+commands_t labels_commands();      // labels
 commands_t record_commands();      // explain, encode, decode
 commands_t setting_commands();     // set, clear
 commands_t snapshot_commands();    // snapshot, diff

@@ -5,6 +5,8 @@
 #include <algorithm>
 
 #include "client/core/field_value.h"
+#include "client/core/fields.h"
+#include "client/core/labels.h"
 #include "client/core/symbols.h"
 #include "client/table/record_layout.h"
 #include "nyx/interface.pb.h"
@@ -58,8 +60,14 @@ void add_field_values(const pb::FieldDescriptor *field, const std::string &path,
     if (field->type() == pb::FieldDescriptor::TYPE_BOOL) {
         found->insert(found->end(), {path + "yes", path + "no"});
     }
+    for (const auto &[number, text] :
+         label_of(field) && !field->enum_type() ? label_of(field)->values : label_s().values) {
+        found->push_back(path + label_word(text));
+    }
     for (int i = 0; field->enum_type() && i < field->enum_type()->value_count(); i++) {
         found->push_back(path + enumerator_text(field->enum_type()->value(i)));
+        const std::string label = label_word(label_text(field, field->enum_type()->value(i)));
+        found->push_back(label.empty() ? found->back() : path + label);
     }
 }
 
@@ -82,7 +90,7 @@ void add_fields(const pb::Descriptor *type, const std::string &current, names_t 
         if (end == current.npos) {
             break;
         }
-        const pb::FieldDescriptor *field = type->FindFieldByName(current.substr(at, end - at));
+        const pb::FieldDescriptor *field = find_field(type, current.substr(at, end - at));
         if (!field || current[end] == '=') {
             return field ? add_field_values(field, current.substr(0, end + 1), found) : void();
         }
@@ -91,7 +99,12 @@ void add_fields(const pb::Descriptor *type, const std::string &current, names_t 
         at = dot + 1;
     }
     for (int i = 0; type && i < type->field_count(); i++) {
-        found->push_back(current.substr(0, at) + with_ending(type->field(i)));
+        const std::string ending = with_ending(type->field(i));
+        const std::string label = label_word(label_of(type->field(i)));
+        found->push_back(current.substr(0, at) + ending);
+        if (!label.empty()) {
+            found->push_back(current.substr(0, at) + label + ending.substr(type->field(i)->name().size()));
+        }
     }
 }
 
@@ -123,6 +136,9 @@ void add_entry_fields(const std::string &table, bool only_key, names_t *found) {
     for (const record_field_s &field : layout.fields) {
         if (!only_key || field.part == RECORD_KEY) {
             found->push_back(field.short_name() + "=");
+            if (const std::string label = field.label(); !label.empty()) {
+                found->push_back(label + "=");
+            }
         }
     }
 }

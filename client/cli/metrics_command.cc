@@ -20,20 +20,20 @@ constexpr int k_unimplemented = NYXCTL_EXIT_GRPC_BASE + 12;
 constexpr int k_unavailable = NYXCTL_EXIT_GRPC_BASE + 14;
 
 constexpr char k_footer[] =
-    R"(One scrape: each method that reads is called once. Numeric fields are gauges, those
-that count events counters (_total), enumerations gauges of their number; texts are
-labels of nyx_..._info. --timeout is for all calls together.
+    R"(One scrape: each method that reads is called once. Numeric fields are gauges,
+those that count events counters (_total), enumerations gauges of their number;
+texts are labels of nyx_..._info. --timeout is for all calls together.
 
   nyx_up                      1 if the agent answered
-  nyx_read_failed{method=}    1 for a method that failed; its metrics are missing,
-                              or end at the failure
+  nyx_read_failed{method=}    1 for a method that failed; its metrics are
+                              missing, or end at the failure
   nyx_limit_passed{metric=, severity=}   1 for a number beyond a limit of the
                               dictionary (--labels)
 A method that the agent does not provide has no metrics and has not failed.
 
-The file of -o is replaced whole, as the textfile collector of the Prometheus node
-exporter wants it. It is written after failures, too; then the exit code is that of
-the first one.
+The file of -o is replaced whole, as the textfile collector of the Prometheus
+node exporter wants it. It is written after failures, too; then the exit code is
+that of the first one.
 
 Examples:
   nyxctl metrics

@@ -17,6 +17,7 @@
 #include "base/text.h"
 #include "client/core/bytes_text.h"
 #include "client/core/fields.h"
+#include "client/core/labels.h"
 #include "client/core/record_width.h"
 #include "nyx/types/net.pb.h"
 
@@ -91,7 +92,7 @@ std::string set_number(const place_s &place, std::string_view text, fit_e fit, s
             return reason;
         }
         number = address;
-    } else if (!parse_number(text, &number)) {
+    } else if (!parse_number(text, &number) && !parse_number(labelled_number(place.field, text), &number)) {
         return no_number<Number>(place, text, fit);
     }
     if (fit == fit_e::record) {
@@ -131,19 +132,31 @@ const pb::EnumValueDescriptor *find_enumerator(const pb::EnumDescriptor *type, s
     return parse_number(text, &number) ? type->FindValueByNumber(number) : nullptr;
 }
 
+const pb::EnumValueDescriptor *find_labelled(const pb::FieldDescriptor *field, std::string_view text) {
+    for (int i = 0; i < field->enum_type()->value_count(); i++) {
+        const std::string label = label_text(field, field->enum_type()->value(i));
+        if (!text.empty() && !label.empty() && label_word(label) == label_word(text)) {
+            return field->enum_type()->value(i);
+        }
+    }
+    return nullptr;
+}
+
 std::string set_enumerator(const place_s &place, std::string_view text) {
     const pb::EnumDescriptor *type = place.field->enum_type();
-    if (const auto *enumerator = find_enumerator(type, text)) {
+    const auto *known = find_enumerator(type, text);
+    if (const auto *enumerator = known ? known : find_labelled(place.field, text)) {
         store<int32_t>(place, enumerator->number(), &reflection_t::SetEnumValue);
         return {};
     }
     std::vector<std::string> texts;
+    std::vector<std::string> names;
     for (int i = 0; i < type->value_count(); i++) {
-        texts.push_back(enumerator_text(type->value(i)));
-    }
-    std::vector<std::string> names = texts;
-    for (int i = 0; i < type->value_count(); i++) {
-        names.push_back(type->value(i)->name());
+        const std::string label = label_text(place.field, type->value(i));
+        const std::string number = enumerator_text(type->value(i));
+        texts.push_back(label.empty() ? number : fmt::format("{} ({})", number, label));
+        names.insert(names.end(),
+                     {number, type->value(i)->name(), label.empty() ? number : label_word(label)});
     }
     return fmt::format("\"{}\" is not accepted; give one of {}{}", text, fmt::join(texts, ", "),
                        base::nearest_names_text(text, names));

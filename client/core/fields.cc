@@ -5,6 +5,7 @@
 #include <google/protobuf/descriptor.h>
 
 #include "base/nearest_names.h"
+#include "client/core/labels.h"
 
 namespace pb = google::protobuf;
 
@@ -35,7 +36,8 @@ pb::Message *mutable_message_at(pb::Message *message, const pb::FieldDescriptor 
 
 const pb::FieldDescriptor *find_field(const pb::Descriptor *type, const std::string &name) {
     const auto *field = type->FindFieldByName(name);
-    return field ? field : type->FindFieldByCamelcaseName(name);
+    field = field ? field : type->FindFieldByCamelcaseName(name);
+    return field ? field : labelled_field(type, name);
 }
 
 std::vector<std::string> field_names(const pb::Descriptor *type) {
@@ -52,6 +54,8 @@ std::string unknown_field_text(std::span<const pb::Descriptor *const> types, con
     for (const pb::Descriptor *type : types) {
         const auto names = field_names(type);
         fields.insert(fields.end(), names.begin(), names.end());
+        const auto labels = field_labels(type);
+        fields.insert(fields.end(), labels.begin(), labels.end());
         messages.push_back(type->full_name());
     }
     return fmt::format("no such field in {}{}; see nyxctl describe {}", fmt::join(messages, " or "),

@@ -23,7 +23,7 @@ const google::protobuf::Message &message_at(const google::protobuf::Message &mes
 google::protobuf::Message *mutable_message_at(google::protobuf::Message *message,
                                               const google::protobuf::FieldDescriptor *field, int index);
 
-// The field of that name in either spelling of protobuf, or null.
+// The field of that name in either spelling of protobuf, or with that label, or null.
 const google::protobuf::FieldDescriptor *find_field(const google::protobuf::Descriptor *type,
                                                     const std::string &name);
 

@@ -7,6 +7,10 @@
 #include <filesystem>
 #include <fstream>
 #include <mutex>
+#include <set>
+#include <utility>
+
+#include "base/text.h"
 
 namespace pb = google::protobuf;
 
@@ -74,8 +78,7 @@ std::vector<std::string> table_targets(const pb::Descriptor *spec, std::string_v
     for (int i = 0; i < spec->field_count(); i++) {
         const pb::FieldDescriptor *field = spec->field(i);
         const bool is_mask = field->name() == "key_mask";
-        const bool is_meant =
-            member.empty() ? !is_mask : member == field->name() || (is_mask && member == "mask");
+        const bool is_meant = member.empty() || member == field->name() || (is_mask && member == "mask");
         const auto *below = field->message_type() ? field->message_type()->FindFieldByName(name) : nullptr;
         if (below && is_meant) {
             targets.push_back(below->full_name());
@@ -85,6 +88,17 @@ std::vector<std::string> table_targets(const pb::Descriptor *spec, std::string_v
         targets.push_back(own->full_name());
     }
     return targets;
+}
+
+// " core temperature [°C]: 1 up, 2 down; what else there is to know"
+std::string summary(const label_s &label) {
+    std::string text = label.name.empty() ? "" : " " + label.name;
+    text += label.unit.empty() ? "" : fmt::format(" [{}]", label.unit);
+    const char *gap = ": ";
+    for (const auto &[number, shown] : label.values) {
+        text += fmt::format("{}{} {}", std::exchange(gap, ", "), number, shown);
+    }
+    return text + (label.help.empty() ? "" : "; " + label.help);
 }
 
 }  // namespace
@@ -181,6 +195,54 @@ value_s labelled(value_s value, const pb::FieldDescriptor *field, std::optional<
     const bool is_narrow = field->cpp_type() == pb::FieldDescriptor::CPPTYPE_UINT32;
     return (number && label->counter.value_or(false) ? counter_s{*number, is_narrow ? 32U : 64U} : value)
         .shown_as(text);
+}
+
+const pb::FieldDescriptor *labelled_field(const pb::Descriptor *type, std::string_view word) {
+    for (int i = 0; !labels().empty() && !word.empty() && i < type->field_count(); i++) {
+        if (label_word(label_of(type->field(i))) == word) {
+            return type->field(i);
+        }
+    }
+    return nullptr;
+}
+
+std::string label_comments(const std::string &full_name) {
+    std::set<std::string> targets;
+    for (const auto &[key, place] : labels().keys()) {
+        for (const std::string &target : label_targets(key)) {
+            if (target == full_name || target.starts_with(full_name + ".")) {
+                targets.insert(target);
+            }
+        }
+    }
+    std::string text;
+    for (const std::string &target : targets) {
+        const std::string field = target.substr(std::min(full_name.size() + 1, target.size()));
+        const std::string line = field + summary(*labels().find(target));
+        text += line == field ? "" : base::without_controls("//   " + line) + "\n";
+    }
+    return text.empty() ? "" : "// Labels:\n" + text;
+}
+
+std::vector<std::string> field_labels(const pb::Descriptor *type) {
+    std::vector<std::string> words;
+    for (int i = 0; !labels().empty() && i < type->field_count(); i++) {
+        const std::string word = label_word(label_of(type->field(i)));
+        if (!word.empty()) {
+            words.push_back(word);
+        }
+    }
+    return words;
+}
+
+std::string labelled_number(const pb::FieldDescriptor *field, std::string_view text) {
+    const label_s *label = label_of(field);
+    for (const auto &[number, shown] : label ? label->values : label_s().values) {
+        if (!text.empty() && label_word(shown) == label_word(text)) {
+            return number;
+        }
+    }
+    return std::string(text);
 }
 
 std::string label_name(const pb::FieldDescriptor *field) {

@@ -9,7 +9,7 @@
 //   name = "rx frames"
 //   ["nyx.PortLinkState"]                 an enumeration, whose enumerators are nyx.PortLinkState.PORT_LINK_STATE_2
 //   values = { "1" = "down", "2" = "up" }
-//   ["flow.k1"]                           a field of a table: of its key; also flow.mask.k1, and flow.d1 or
+//   ["flow.k1"]                           a field of a table: of its key and mask; also flow.mask.k1, and flow.d1 or
 //   name = "source"                       flow.MEMBER.d1 for the data of all actions or of one
 //
 // Nothing is opened before the first lookup. Lookups may come from any thread.
@@ -102,6 +102,19 @@ std::string label_text(const google::protobuf::FieldDescriptor *field,
 // counts. Without a label, the value itself.
 value_s labelled(value_s value, const google::protobuf::FieldDescriptor *field,
                  std::optional<uint64_t> element = {});
+
+// The other way, for what people write: the field of the type whose label is that word, or null; and the number or
+// enumerator whose text that is, or else the text itself.
+const google::protobuf::FieldDescriptor *labelled_field(const google::protobuf::Descriptor *type,
+                                                        std::string_view word);
+std::string labelled_number(const google::protobuf::FieldDescriptor *field, std::string_view text);
+
+// What the dictionary says of the fields of a message or the values of an enumeration, as comments for its definition;
+// "" if it says nothing.
+std::string label_comments(const std::string &full_name);
+
+// The labels of a type's fields, as words.
+std::vector<std::string> field_labels(const google::protobuf::Descriptor *type);
 
 // The name that people read: of the label, or else of the contract.
 std::string label_name(const google::protobuf::FieldDescriptor *field);

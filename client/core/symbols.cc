@@ -10,6 +10,7 @@
 
 #include "base/nearest_names.h"
 #include "client/core/contract_comments.h"
+#include "client/core/labels.h"
 #include "nyx/fault.pb.h"
 #include "proto/proto_files.h"
 
@@ -175,7 +176,7 @@ std::string definition(const symbol_t &symbol) {
     const auto text = [&](const auto *any) {
         pb::DebugStringOptions options;
         options.include_comments = true;
-        return same(pool, any)->DebugStringWithOptions(options);
+        return same(pool, any)->DebugStringWithOptions(options) + label_comments(any->full_name());
     };
     const auto *method = std::get_if<const pb::MethodDescriptor *>(&symbol);
     if (!method) {

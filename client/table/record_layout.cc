@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "base/nearest_names.h"
+#include "client/core/labels.h"
 #include "nyx/types/options.pb.h"
 
 namespace pb = google::protobuf;
@@ -70,6 +71,11 @@ void read_layout(table_layout_s *layout) {
 std::string record_field_s::short_name() const {
     if (part == RECORD_ACTION) return "action";
     return (part == RECORD_MASK ? "mask." : "") + field->name();
+}
+
+std::string record_field_s::label() const {
+    const std::string word = label_word(label_of(field));
+    return (part == RECORD_MASK && !word.empty() ? "mask." : "") + word;
 }
 
 bool table_layout_s::ternary() const {

@@ -28,6 +28,9 @@ struct record_field_s {
 
     // As people name it in one table: "action", "k1", "key_mask_valid", "mask.k1", "d1".
     std::string short_name() const;
+
+    // The same by the field's label, as a word: "src", "mask.src". "" without one.
+    std::string label() const;
 };
 
 struct table_layout_s {

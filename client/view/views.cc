@@ -156,14 +156,14 @@ const std::vector<element_view_s> k_element_views = {
     {"interface",
      "Everything about one interface, by its id, name, MAC address or if_index",
      "IfSvc.InterfaceGet",
-     " eth0",
+     " host0",
      {"spec.id", "status.host_if_status.name", "status.host_if_status.mac_address",
       "spec.l3_if_spec.mac_address", "spec.control_if_spec.mac_address", "status.if_index",
       "status.uplink_if_status.lldp_status.local_if_status.if_name"}},
     {"lif",
      "Everything about one LIF, by its id, name or MAC address",
      "IfSvc.LifGet",
-     " 00:1a:2b:3c:4d:5e",
+     " host0-lif",
      {"spec.id", "status.name", "spec.mac_address"}},
 };
 

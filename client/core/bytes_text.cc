@@ -89,7 +89,12 @@ std::string hex_groups(std::string_view text, std::string *bytes) {
 
 bool parse_address(int family, std::string_view text, std::string *bytes) {
     char address[k_address_size];
-    if (inet_pton(family, std::string(text).c_str(), address) != 1) {
+    char terminated[INET6_ADDRSTRLEN + 1] = {};
+    if (text.size() > INET6_ADDRSTRLEN) {
+        return false;
+    }
+    text.copy(terminated, text.size());
+    if (inet_pton(family, terminated, address) != 1) {
         return false;
     }
     bytes->assign(address, family == AF_INET ? k_ipv4_size : k_address_size);
@@ -128,8 +133,14 @@ std::string parse(std::string_view text, types::BytesText form, std::string *byt
 }
 
 std::string to_hex(std::string_view bytes, std::string_view separator = "") {
-    const std::vector<unsigned char> numbers(bytes.begin(), bytes.end());
-    return fmt::format("{:02x}", fmt::join(numbers, separator));
+    constexpr char k_digits[] = "0123456789abcdef";
+    std::string text;
+    for (const unsigned char byte : bytes) {
+        text += text.empty() ? "" : separator;
+        text += k_digits[byte >> 4];
+        text += k_digits[byte & 15];
+    }
+    return text;
 }
 
 std::string to_uuid(std::string_view bytes) {

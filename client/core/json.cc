@@ -3,8 +3,10 @@
 #include <fmt/format.h>
 #include <google/protobuf/util/json_util.h>
 
+#include "client/core/bytes_text.h"
 #include "client/core/field_value.h"
 #include "client/core/json_reader.h"
+#include "client/core/message_plan.h"
 #include "client/core/record_width.h"
 
 namespace pb = google::protobuf;
@@ -51,9 +53,29 @@ void write_element(const pb::Message &message, const pb::FieldDescriptor *field,
     *json += json_text(is_wide ? cell_text(value) : value);
 }
 
-void write_field(const pb::Message &message, const pb::FieldDescriptor *field, std::string *json) {
-    *json += json->ends_with('{') ? "\"" : ",\"";
-    *json += field->name() + (field->is_repeated() ? "\":[" : "\":");
+// As write_element(), for numbers and bytes.
+void write_plainly(const pb::Message &message, const field_plan_s &plan, std::string *json) {
+    if (plan.plain == PLAIN_BYTES) {
+        std::string scratch;
+        const auto &bytes = message.GetReflection()->GetStringReference(message, plan.field, &scratch);
+        *json += '"';
+        *json += bytes_to_text(bytes, plan.bytes_form);
+        *json += '"';
+        return;
+    }
+    const bool is_wide = plan.plain == PLAIN_UINT64;
+    const fmt::format_int digits(plan.number(message));
+    json->append(is_wide ? "\"" : "").append(digits.data(), digits.size()).append(is_wide ? "\"" : "");
+}
+
+void write_field(const pb::Message &message, const field_plan_s &plan, std::string *json) {
+    const pb::FieldDescriptor *field = plan.field;
+    *json += json->back() == '{' ? "" : ",";
+    *json += plan.json_name;
+    if (plan.plain != PLAIN_NONE && plan.number_form == types::NUMBER_TEXT_DECIMAL) {
+        return write_plainly(message, plan, json);
+    }
+    *json += field->is_repeated() ? "[" : "";
     for (int i = 0; i < element_count(message, field); i++) {
         *json += i > 0 ? "," : "";
         write_element(message, field, i, json);
@@ -63,11 +85,10 @@ void write_field(const pb::Message &message, const pb::FieldDescriptor *field, s
 
 void write_message(const pb::Message &message, std::string *json) {
     *json += '{';
-    for (int i = 0; i < message.GetDescriptor()->field_count(); i++) {
-        const auto *field = message.GetDescriptor()->field(i);
+    for (const field_plan_s &plan : plan_of(message.GetDescriptor()).fields) {
         // Of a oneof only the member that is set; absent messages are left out as well.
-        if (!field->has_presence() || message.GetReflection()->HasField(message, field)) {
-            write_field(message, field, json);
+        if (!plan.field->has_presence() || message.GetReflection()->HasField(message, plan.field)) {
+            write_field(message, plan, json);
         }
     }
     *json += '}';

@@ -6,7 +6,6 @@
 #include <algorithm>
 #include <cstdint>
 #include <optional>
-#include <set>
 
 #include "base/nearest_names.h"
 #include "client/core/field_value.h"
@@ -28,170 +27,200 @@ fit in its field is refused unless --cut is given. nyxctl explain TABLE shows th
 
 namespace {
 
-struct word_s {
-    std::string name;
-    std::string value;
-};
-
-outcome_s split(const std::string &text, word_s *word) {
-    const size_t equal = text.find('=');
-    if (equal == 0 || equal == text.npos) {
-        return usage_failure(fmt::format("\"{}\" is not FIELD=VALUE, such as k1=7", text));
-    }
-    *word = {.name = text.substr(0, equal), .value = text.substr(equal + 1)};
-    return {};
-}
-
 std::string full_name(const record_field_s &field) {
     return (field.member ? field.member->name() + "." : "") + field.field->name();
 }
 
-outcome_s set_value(const word_s &word, const pb::FieldDescriptor *field, fit_e fit, pb::Message *message) {
-    const std::string error = set_from_text(message, field, 0, word.value, fit);
-    return error.empty() ? outcome_s() : usage_failure(fmt::format("{}: {}", word.name, error));
-}
+bool is_data(const record_field_s *place) { return place && place->part == RECORD_DATA; }
 
-// Fills one message out of words, each field once.
-class entry_words {
+}  // namespace
+
+// Fills one message, each field once.
+class entry_columns::row {
  public:
-    entry_words(const table_layout_s &layout, bool cut) : layout_(layout), cut_(cut) {}
+    row(const entry_columns &columns, std::span<const std::string_view> values, pb::Message *message)
+        : columns_(columns), layout_(columns.layout_), values_(values), message_(message) {}
 
-    outcome_s fill(const std::vector<std::string> &texts, bool key_only, pb::Message *message) {
-        key_only_ = key_only;
-        std::vector<word_s> words(texts.size());
-        for (size_t i = 0; i < texts.size(); i++) {
-            if (outcome_s outcome = split(texts[i], &words[i]); !outcome.ok()) return outcome;
-        }
-        if (outcome_s outcome = choose_action(words); !outcome.ok()) {
+    outcome_s fill() {
+        if (outcome_s outcome = choose_action(); !outcome.ok()) {
             return outcome;
         }
-        for (const word_s &word : words) {
-            if (outcome_s outcome = put(word, message); !outcome.ok()) return outcome;
+        for (size_t i = 0; i < values_.size(); i++) {
+            if (values_[i].data() == nullptr) continue;
+            if (outcome_s outcome = put(columns_.columns_[i], values_[i]); !outcome.ok()) return outcome;
         }
         return {};
     }
 
  private:
-    // By the word for it, by the full name of a data field, or as the only action that has data.
-    outcome_s choose_action(const std::vector<word_s> &words) {
+    // By the column for it, by the full name of a data field, or as the only action that has data.
+    outcome_s choose_action() {
         if (layout_.data.size() == 1) {
             action_ = action_of(layout_.data.front());
         }
-        for (const word_s &word : words) {
-            if (word.name == "action" || word.name == "action_id") {
-                const auto spec = new_message(layout_.spec);  // takes the number only
-                const auto *field = layout_.spec->FindFieldByName("action_id");
-                outcome_s outcome = set_value(word, field, fit_e::cut, spec.get());
-                action_ = static_cast<uint8_t>(spec->GetReflection()->GetUInt32(*spec, field));
+        for (size_t i = 0; i < values_.size(); i++) {
+            const auto &targets = columns_.columns_[i].targets;
+            const record_field_s *place = targets.front().place;
+            if (values_[i].data() == nullptr || !place) {
+                continue;
+            }
+            if (place->part == RECORD_ACTION) {
+                outcome_s outcome = set(columns_.columns_[i], targets.front(), values_[i], message_);
+                action_ = static_cast<uint8_t>(targets.front().plan.number(*message_));
+                gives_action_ = true;
                 return outcome;
             }
-            if (const auto *member = member_of(word.name)) {
-                action_ = action_of(member);
+            if (is_data(place) && columns_.columns_[i].name == full_name(*place)) {
+                action_ = place->action_id;
             }
         }
         return {};
     }
 
-    const pb::FieldDescriptor *member_of(const std::string &name) const {
-        const std::string prefix = name.substr(0, std::min(name.find('.'), name.size()));
-        const auto found = std::ranges::find(layout_.data, prefix, [](const auto *m) { return m->name(); });
-        return found == layout_.data.end() ? nullptr : *found;
-    }
-
-    bool fits(const record_field_s &field, const std::string &name) const {
-        if (key_only_ && field.part != RECORD_KEY) return false;
-        const bool other_action = field.part == RECORD_DATA && field.action_id != action_;
-        return name == full_name(field) || (name == field.short_name() && !other_action);
-    }
-
-    outcome_s put(const word_s &word, pb::Message *message) {
-        if (word.name == "client_tag" && !key_only_) {
-            return put_once(word, layout_.spec->FindFieldByName(word.name), message);
+    outcome_s put(const column_s &column, std::string_view value) {
+        const auto fits = [&](const target_s &target) {
+            return !is_data(target.place) || target.place->action_id == action_;
+        };
+        const auto target = std::ranges::find_if(column.targets, fits);
+        if (target == column.targets.end()) {
+            return misplaced(column);
         }
-        const auto found =
-            std::ranges::find_if(layout_.fields, [&](const auto &field) { return fits(field, word.name); });
-        if (found == layout_.fields.end()) {
-            return unknown(word);
-        }
-        if (found->part == RECORD_DATA && found->action_id != action_) {
+        if (std::ranges::count(given_, target->plan.field)) {
             return usage_failure(
-                fmt::format("{}: {} goes with action {}, not with {}; the agent would ignore it", word.name,
-                            found->member->name(), found->action_id, *action_));
+                fmt::format("{}: {} is given twice", column.name, target->plan.field->name()));
         }
-        return put_field(word, *found, message);
+        given_.push_back(target->plan.field);
+        return set(column, *target, value, holder_of(target->place));
     }
 
-    // A mask makes itself valid, and data brings its action, unless words say otherwise.
-    outcome_s put_field(const word_s &word, const record_field_s &field, pb::Message *message) {
-        if (field.part == RECORD_MASK) {
-            set_unless_given("key_mask_valid", 1, message);
+    // A mask makes itself valid, and data brings its action, unless a column says otherwise.
+    pb::Message *holder_of(const record_field_s *place) {
+        if (!place || !place->member || columns_.is_key_) {
+            return message_;
         }
-        if (field.part == RECORD_DATA) {
-            set_unless_given("action_id", *action_, message);
+        if (place->member == member_) {
+            return holder_;
         }
-        const bool below = field.member && !key_only_;
-        return put_once(word, field.field,
-                        below ? message->GetReflection()->MutableMessage(message, field.member) : message);
+        if (place->part == RECORD_MASK && !has_value("key_mask_valid")) {
+            set_number("key_mask_valid", 1);
+        }
+        if (place->part == RECORD_DATA && !gives_action_) {
+            set_number("action_id", *action_);
+        }
+        member_ = place->member;
+        holder_ = message_->GetReflection()->MutableMessage(message_, member_);
+        return holder_;
     }
 
-    void set_unless_given(const std::string &name, uint32_t number, pb::Message *spec) const {
-        const auto *field = layout_.spec->FindFieldByName(name);
-        if (!given_.contains(field)) {
-            spec->GetReflection()->SetUInt32(spec, field, number);
-        }
+    bool has_value(std::string_view name) const {
+        const auto found = std::ranges::find(columns_.columns_, name, &column_s::name);
+        return found != columns_.columns_.end() && values_[found - columns_.columns_.begin()].data();
     }
 
-    outcome_s put_once(const word_s &word, const pb::FieldDescriptor *field, pb::Message *holder) {
-        if (!given_.insert(field).second) {
-            return usage_failure(fmt::format("{}: {} is given twice", word.name, field->name()));
-        }
-        return set_value(word, field, cut_ ? fit_e::cut : fit_e::record, holder);
+    void set_number(const char *name, uint32_t number) {
+        message_->GetReflection()->SetUInt32(message_, layout_.spec->FindFieldByName(name), number);
     }
 
-    outcome_s unknown(const word_s &word) const {
-        if (outcome_s outcome = misplaced_data(word); !outcome.ok()) {
-            return outcome;
-        }
-        std::vector<std::string> names;
-        for (const record_field_s &field : layout_.fields) {
-            if (fits(field, field.short_name())) names.push_back(field.short_name());
-        }
-        return usage_failure(fmt::format("{}: no such field in the {} of {}{}; see nyxctl explain {}",
-                                         word.name, key_only_ ? "key" : "entries", layout_.name,
-                                         base::nearest_names_text(word.name, names), layout_.name));
-    }
-
-    // A plain dN that another action has, or that several have.
-    outcome_s misplaced_data(const word_s &word) const {
-        const bool known = std::ranges::any_of(layout_.fields, [&](const record_field_s &field) {
-            return field.part == RECORD_DATA && field.short_name() == word.name;
-        });
-        if (!known || key_only_) {
+    outcome_s set(const column_s &column, const target_s &target, std::string_view value,
+                  pb::Message *holder) const {
+        if (set_plainly(target.plan, value, holder)) {
             return {};
+        }
+        const std::string error =
+            set_from_text(holder, target.plan.field, 0, value, columns_.cut_ ? fit_e::cut : fit_e::record);
+        return error.empty() ? outcome_s() : usage_failure(fmt::format("{}: {}", column.name, error));
+    }
+
+    outcome_s misplaced(const column_s &column) const {
+        const record_field_s &place = *column.targets.front().place;
+        if (column.name == full_name(place)) {
+            return usage_failure(
+                fmt::format("{}: {} goes with action {}, not with {}; the agent would ignore it", column.name,
+                            place.member->name(), place.action_id, *action_));
         }
         const std::string problem = action_ ? fmt::format("action {} has no such data", *action_)
                                             : "data of several actions have this name";
         return usage_failure(
-            fmt::format("{}: {}; give action={}", word.name, problem, data_actions_text(layout_)));
+            fmt::format("{}: {}; give action={}", column.name, problem, data_actions_text(layout_)));
     }
 
+    const entry_columns &columns_;
     const table_layout_s &layout_;
-    const bool cut_;
-    bool key_only_ = false;
+    const std::span<const std::string_view> values_;
+    pb::Message *const message_;
     std::optional<uint32_t> action_;  // none: not given, and several have data
-    std::set<const pb::FieldDescriptor *> given_;
+    bool gives_action_ = false;
+    const pb::FieldDescriptor *member_ = nullptr;  // that holder_ is
+    pb::Message *holder_ = nullptr;
+    std::vector<const pb::FieldDescriptor *> given_;
 };
+
+outcome_s entry_columns::set_names(const std::vector<std::string> &names) {
+    columns_.clear();
+    for (const std::string &name : names) {
+        columns_.push_back(find(name));
+        if (columns_.back().targets.empty()) {
+            return unknown(name);
+        }
+    }
+    return {};
+}
+
+entry_columns::column_s entry_columns::find(const std::string &name) const {
+    column_s column = {.name = name, .targets = {}};
+    if (name == "client_tag" && !is_key_) {
+        column.targets.push_back({nullptr, plan_of_field(layout_.spec->FindFieldByName(name))});
+    }
+    for (const record_field_s &field : layout_.fields) {
+        const bool fits = !is_key_ || field.part == RECORD_KEY;
+        if (fits && (name == full_name(field) || name == field.short_name())) {
+            column.targets.push_back({&field, plan_of_field(field.field)});
+        }
+    }
+    return column;
+}
+
+outcome_s entry_columns::unknown(const std::string &name) const {
+    std::vector<std::string> names;
+    for (const record_field_s &field : layout_.fields) {
+        if (!is_key_ || field.part == RECORD_KEY) names.push_back(field.short_name());
+    }
+    return usage_failure(fmt::format("{}: no such field in the {} of {}{}; see nyxctl explain {}", name,
+                                     is_key_ ? "key" : "entries", layout_.name,
+                                     base::nearest_names_text(name, names), layout_.name));
+}
+
+outcome_s entry_columns::fill(std::span<const std::string_view> values, pb::Message *message) const {
+    return row(*this, values, message).fill();
+}
+
+namespace {
+
+outcome_s fill_words(entry_columns columns, const std::vector<std::string> &words, pb::Message *message) {
+    std::vector<std::string> names;
+    std::vector<std::string_view> values;
+    for (const std::string_view word : words) {
+        const size_t equal = word.find('=');
+        if (equal == 0 || equal == word.npos) {
+            return usage_failure(fmt::format("\"{}\" is not FIELD=VALUE, such as k1=7", word));
+        }
+        names.emplace_back(word.substr(0, equal));
+        values.push_back(word.substr(equal + 1));
+    }
+    outcome_s outcome = columns.set_names(names);
+    return outcome.ok() ? columns.fill(values, message) : outcome;
+}
 
 }  // namespace
 
 outcome_s fill_spec(const table_layout_s &layout, const std::vector<std::string> &words, bool cut,
                     pb::Message *spec) {
-    return entry_words(layout, cut).fill(words, false, spec);
+    return fill_words(entry_columns(layout, false, cut), words, spec);
 }
 
 outcome_s fill_key(const table_layout_s &layout, const std::vector<std::string> &words, bool cut,
                    pb::Message *key) {
-    return entry_words(layout, cut).fill(words, true, key);
+    return fill_words(entry_columns(layout, true, cut), words, key);
 }
 
 }  // namespace nyxctl

@@ -26,22 +26,21 @@ void set_number(pb::Message *message, const pb::FieldDescriptor *field, uint64_t
     }
 }
 
-// The value as it is in the record, exactly `width` bytes.
-std::string value_bytes(const pb::Message &message, const record_field_s &field) {
-    std::string bytes;
+// Writes the value as it is in the record, at most `width` bytes.
+void put_value(const pb::Message &message, const record_field_s &field, char *bytes) {
     if (field.field->type() == pb::FieldDescriptor::TYPE_BYTES) {
-        bytes = message.GetReflection()->GetString(message, field.field);
-        bytes.resize(field.width);
-        return bytes;
+        std::string scratch;
+        const auto &value = message.GetReflection()->GetStringReference(message, field.field, &scratch);
+        value.copy(bytes, field.width);
+        return;
     }
     uint64_t number = get_number(message, field.field);
     if (field.part == RECORD_MASK_FLAG) {
         number = number != 0;
     }
     for (size_t i = 0; i < field.width; i++, number >>= 8) {
-        bytes.push_back(static_cast<char>(number & 0xff));
+        bytes[i] = static_cast<char>(number & 0xff);
     }
-    return bytes;
 }
 
 void set_value(pb::Message *message, const record_field_s &field, std::string_view bytes) {
@@ -84,13 +83,18 @@ std::string encode_record(const table_layout_s &layout, const pb::Message &spec)
     std::string record(layout.record_size, '\0');
     const auto *flag = flag_field(layout);
     const bool masked = flag && get_number(spec, flag->field) != 0;
+    const pb::FieldDescriptor *member = nullptr;
+    const pb::Message *holder = &spec;
     for (const record_field_s &field : layout.fields) {
         const auto action_id = static_cast<uint8_t>(record[0]);  // the first of the fields
-        if (counts(field, masked, action_id)) {
-            const pb::Message &holder =
-                field.member ? spec.GetReflection()->GetMessage(spec, field.member) : spec;
-            record.replace(field.offset, field.width, value_bytes(holder, field));
+        if (!counts(field, masked, action_id)) {
+            continue;
         }
+        if (field.member != member) {
+            member = field.member;
+            holder = member ? &spec.GetReflection()->GetMessage(spec, member) : &spec;
+        }
+        put_value(*holder, field, &record[field.offset]);
     }
     return record;
 }
@@ -99,7 +103,7 @@ std::string encode_key(const table_layout_s &layout, const pb::Message &key) {
     std::string record(layout.key_size, '\0');
     for (const record_field_s &field : layout.fields) {
         if (field.part == RECORD_KEY) {
-            record.replace(field.offset - k_key_offset, field.width, value_bytes(key, field));
+            put_value(key, field, &record[field.offset - k_key_offset]);
         }
     }
     return record;

@@ -6,9 +6,11 @@
 
 #include <algorithm>
 #include <iterator>
+#include <memory>
 #include <optional>
 
 #include "client/core/field_value.h"
+#include "client/table/record_codec.h"
 #include "nyx/types/options.pb.h"
 
 namespace pb = google::protobuf;
@@ -175,11 +177,35 @@ rows_s key_rows(const table_layout_s &layout, const pb::Message &key) {
     return rows;
 }
 
+rows_s change_rows(const table_layout_s &layout, const pb::Message &before, const pb::Message &after) {
+    rows_s changes = {.subject = "fields", .columns = {"field", "old", "new"}, .rows = {}};
+    // Missing bytes of a message are zeros in the record.
+    const std::unique_ptr<pb::Message> stored(after.New());
+    (void)decode_record(layout, encode_record(layout, after), stored.get());
+    const rows_s new_rows = spec_rows(layout, *stored);
+    const auto value_in = [](const rows_s &rows, const value_s &name) {
+        const auto found = std::ranges::find(rows.rows, name, [](const row_t &row) { return row[0]; });
+        return found == rows.rows.end() ? value_s() : (*found)[1];
+    };
+    const rows_s old_rows = spec_rows(layout, before);
+    for (const row_t &row : new_rows.rows) {
+        const value_s old = value_in(old_rows, row[0]);
+        if (old != row[1]) changes.rows.push_back({row[0], old, row[1]});
+    }
+    for (const row_t &row : old_rows.rows) {
+        if (value_in(new_rows, row[0]).is_null()) changes.rows.push_back({row[0], row[1], nullptr});
+    }
+    return changes;
+}
+
 std::string key_text(const table_layout_s &layout, const pb::Message &key) {
     std::vector<std::string> words;
-    for (const row_t &row : key_rows(layout, key).rows) {
-        if (row[1] != value_s(0) && row[1] != value_s("")) {
-            words.push_back(fmt::format("{}={}", cell_text(row[0]), cell_text(row[1])));
+    const std::string record = encode_key(layout, key);
+    for (const record_field_s &field : layout.fields) {
+        const bool is_key = field.part == RECORD_KEY;
+        if (is_key && record.find_first_not_of('\0', field.offset - 1) < field.offset - 1 + field.width) {
+            words.push_back(
+                fmt::format("{}={}", field.short_name(), cell_text(field_value(key, field.field))));
         }
     }
     return words.empty() ? "a key of zeros" : fmt::format("{}", fmt::join(words, " "));

@@ -32,6 +32,10 @@ std::string layout_json(const table_layout_s &layout);
 rows_s spec_rows(const table_layout_s &layout, const google::protobuf::Message &spec, bool numbers = false);
 rows_s key_rows(const table_layout_s &layout, const google::protobuf::Message &key);
 
+// A row for each field that differs: name, old and new value, null where the entry does not have the field.
+rows_s change_rows(const table_layout_s &layout, const google::protobuf::Message &before,
+                   const google::protobuf::Message &after);
+
 // The fields that are not zero: "k1=100 k2=7".
 std::string key_text(const table_layout_s &layout, const google::protobuf::Message &key);
 

@@ -13,6 +13,7 @@
 #include <string_view>
 
 #include "client/core/connect.h"
+#include "client/core/fields.h"
 #include "client/core/status_fields.h"
 #include "client/core/symbols.h"
 #include "client/core/text_io.h"
@@ -218,6 +219,25 @@ outcome_s grpc_call(const global_options_s &options, const pb::MethodDescriptor 
     }
     const grpc::Status status = call_and_wait(channel, path, deadline, request, response);
     return status.ok() ? outcome_s() : failure(options, path, status, ready);
+}
+
+outcome_s connected_channel(const global_options_s &options, const pb::MethodDescriptor *method,
+                            std::shared_ptr<grpc::Channel> *channel) {
+    bool ready = false;
+    const system_time_t deadline = std::chrono::system_clock::now() + options.timeout();
+    const std::string path = method_path(method);
+    outcome_s outcome = connect_channel(options, path, deadline, channel, &ready);
+    if (!outcome.ok() || ready) {
+        return outcome;
+    }
+    const auto request = new_message(method->input_type());  // only a call says why
+    const auto response = new_message(method->output_type());
+    return failure(options, path, call_and_wait(*channel, path, deadline, *request, response.get()), false);
+}
+
+outcome_s call_failure(const global_options_s &options, const pb::MethodDescriptor *method,
+                       const grpc::Status &status) {
+    return failure(options, method_path(method), status, true);
 }
 
 outcome_s checked_call(const global_options_s &options, const pb::MethodDescriptor *method,

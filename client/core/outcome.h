@@ -10,12 +10,14 @@ namespace nyxctl {
 // Exit codes of the program, listed in its --help.
 enum exit_code_e : int {
     NYXCTL_EXIT_OK = 0,
-    NYXCTL_EXIT_LOCAL = 1,        // a file, the output, or an agent that closed without an answer
-    NYXCTL_EXIT_USAGE = 2,        // the command line or the JSON is wrong; nothing was sent
-    NYXCTL_EXIT_UNREACHABLE = 3,  // nobody answers at the address or on the socket
-    NYXCTL_EXIT_DEADLINE = 4,     // --timeout passed
-    NYXCTL_EXIT_API_STATUS = 5,   // the agent answered, and api_status is not API_STATUS_OK
-    NYXCTL_EXIT_GRPC_BASE = 64,   // plus the number of any other gRPC status
+    NYXCTL_EXIT_LOCAL = 1,          // a file, the output, or an agent that closed without an answer
+    NYXCTL_EXIT_USAGE = 2,          // the command line or the JSON is wrong; nothing was sent
+    NYXCTL_EXIT_UNREACHABLE = 3,    // nobody answers at the address or on the socket
+    NYXCTL_EXIT_DEADLINE = 4,       // --timeout passed
+    NYXCTL_EXIT_API_STATUS = 5,     // the agent answered, and api_status is not API_STATUS_OK
+    NYXCTL_EXIT_PARTLY = 6,         // a part of many entries was sent, then it ended early
+    NYXCTL_EXIT_GRPC_BASE = 64,     // plus the number of any other gRPC status
+    NYXCTL_EXIT_INTERRUPTED = 130,  // by a signal, before anything was sent
 };
 
 // `text` is printed to stderr after "nyxctl: ", without a newline at its end; nothing is printed when it is empty.

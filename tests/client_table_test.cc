@@ -2,6 +2,7 @@
 
 #include <gtest/gtest.h>
 
+#include <fstream>
 #include <string>
 #include <tuple>
 #include <utility>
@@ -10,11 +11,12 @@
 #include "client/core/bytes_text.h"
 #include "client/core/record_width.h"
 #include "client/table/entry_args.h"
-#include "client/table/entry_list.h"
+#include "client/table/entry_source.h"
 #include "client/table/record_codec.h"
 #include "client/table/record_layout.h"
 #include "client/table/record_rows.h"
 #include "tests/table_layouts.h"
+#include "tests/temporary_folder.h"
 
 namespace {
 
@@ -197,27 +199,62 @@ TEST(FindTable, MisspelledName_IsAnsweredWithTheNearest) {
     EXPECT_NE(outcome.text.find("nearest: flow_info"), outcome.text.npos) << outcome.text;
 }
 
-TEST(EntryList, LinesAndArrays_AreReadAndTheWrongOneIsNamed) {
-    const auto *type = layout_of("vlan_mapping").spec;
-    for (const char *text :
-         {"{\"key\": {\"k1\": 65535}}\n\n {\"action_id\": 1}", " [{\"key\": {\"k1\": 65535}}, {}]"}) {
-        nyxctl::message_list_t entries;
-        const outcome_s outcome = nyxctl::parse_entries(text, type, false, {}, &entries);
-        EXPECT_TRUE(outcome.ok()) << outcome.text;
-        EXPECT_EQ(entries.size(), 2u);
+// What a source reads of a file with this text: the records of the entries, or what is wrong.
+std::vector<std::string> read_entries(const std::string &text, const std::string &table = "vlan_mapping") {
+    const test::temporary_folder folder;
+    const std::string path = folder / "entries";
+    std::ofstream(path) << text;
+    const auto layout = layout_of(table);
+    nyxctl::entry_source source(layout, false, false);
+    nyxctl::outcome_s outcome = source.open({"@" + path}, 0);
+    std::vector<std::string> found;
+    nyxctl::entry_text_s entry;
+    while (outcome.ok() && source.next(&entry)) {
+        const auto spec = test::new_message(table + "Spec");
+        outcome = source.at(entry.line, source.read(entry, spec.get()));
+        found.push_back(nyxctl::bytes_to_text(nyxctl::encode_record(layout, *spec), types::BYTES_TEXT_HEX));
     }
+    const std::string error = outcome.ok() ? source.failure().text : outcome.text;
+    return error.empty() ? found : std::vector{error.substr(error.find("entries\"") + 8)};
+}
+
+TEST(EntrySource, EveryFormat_GivesTheSameEntries) {
+    const std::vector<std::string> wanted = {"00ffff00000000000000", "00010000000500000000"};
+    for (std::string text :
+         {"{\"key\": {\"k1\": 65535}}\n\n {\"key\": {\"k1\": 1}, \"vlan_mapping_data\": {\"d1\": 5}}",
+          " [{\"key\": {\"k1\": 65535}},\n{\"key\":\n{\"k1\": 1}, \"vlan_mapping_data\": {\"d1\": \"5\"}} "
+          "]\n",
+          "\xef\xbb\xbfkey.k1,\"d1\"\r\n0xffff,\r\n\r\n\"1\",5", "k1,d1\n65535,0\n1,5\n"}) {
+        auto found = read_entries(text);
+        for (std::string &record : found) record.resize(wanted[0].size(), '0');
+        EXPECT_EQ(found, wanted) << text;
+    }
+    EXPECT_EQ(read_entries("k1,mask.k1,d2,action\n1,,7,2\n1,3,7,1", "flow_key_native"),
+              (std::vector<std::string>{"02010000000000000007", "01010000010300000007"}));
+}
+
+TEST(EntrySource, WrongEntry_IsRefusedWithItsLineAndField) {
     const std::vector<std::pair<std::string, std::string>> cases = {
         {"{}\n\n{\"key\": {\"k1\": 65536}}",
-         "line 3: JSON of nyx.vlan_mappingSpec: key.k1: 65536 does not fit in 2 bytes"},
-        {"[{}, {\"key\": {\"k3\": 1}}]", "entry 2: JSON of nyx.vlan_mappingSpec: key.k3: no such field"},
-        {"{}\n{\"key\"", "line 2: "},
-        {"[{}", "parse error"},
+         " line 3: JSON of nyx.vlan_mappingSpec: key.k1: 65536 does not fit"},
+        {"[{},\n {\"key\": {\"k3\": 1}}]", " line 2: JSON of nyx.vlan_mappingSpec: key.k3: no such field"},
+        {"{}\n{\"key\"", " line 2: "},
+        {"{\n\"key\": {}}", "give one JSON object in each line"},
+        {"[{}", " line 1: the JSON array has no end"},
+        {"[{}] {}", "text after the end"},
+        {"[{} {}]", " line 1: JSON of"},
+        {"k1,k9\n1,2", " line 1: k9: no such field in the entries of vlan_mapping"},
+        {"k1,d1\n1,2\n3", " line 3: found 1 values under 2 columns"},
+        {"k1\n65536", " line 2: k1: 65536 does not fit in 2 bytes"},
+        {"k1\n\"1", " line 2: CSV: "},
+        {"k1,k1\n1,1", " line 2: k1: k1 is given twice"},
+        {" \n ", " holds no entries"},
+        {"{\"a\": \"" + std::string(1 << 20, 'x') + "\"}", " line 1: longer than 1 MiB"},
     };
     for (const auto &[text, error] : cases) {
-        nyxctl::message_list_t entries;
-        const outcome_s outcome = nyxctl::parse_entries(text, type, false, {}, &entries);
-        EXPECT_EQ(outcome.exit_code, NYXCTL_EXIT_USAGE);
-        EXPECT_NE(outcome.text.find(error), outcome.text.npos) << outcome.text;
+        const auto found = read_entries(text);
+        ASSERT_EQ(found.size(), 1u) << error;
+        EXPECT_NE(found[0].find(error), std::string::npos) << found[0] << "; wanted: " << error;
     }
 }
 

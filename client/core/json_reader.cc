@@ -1,194 +1,225 @@
 #include "client/core/json_reader.h"
 
 #include <fmt/format.h>
+#include <simdjson.h>
 
+#include <bitset>
 #include <cmath>
-#include <nlohmann/json.hpp>
 #include <string>
 #include <utility>
-#include <vector>
 
-#include "client/core/field_value.h"
 #include "client/core/fields.h"
+#include "client/core/json_dom.h"
+#include "client/core/message_plan.h"
 
 namespace pb = google::protobuf;
 
 namespace nyxctl {
 namespace {
 
-using json_sax_t = nlohmann::json_sax<nlohmann::json>;
+using simdjson::dom::element;
+using simdjson::dom::element_type;
 
-// An object or a list that is open.
-struct open_s {
-    // What the object fills, or what has the list. Null, like the field, for the list of all messages.
-    pb::Message *message;
-    const pb::FieldDescriptor *field = nullptr;  // that the next value is for
-    bool is_list = false;
-    int index = 0;         // of the next element of a list
-    std::string key = "";  // of an object, as it was given
-};
-
-// Takes the parser's events. Each returns false after the first refusal, which ends the parsing.
-class json_reader final : public json_sax_t {
- public:
-    json_reader(pb::Message *message, fit_e fit)
-        : type_(message->GetDescriptor()), fit_(fit), root_(message) {}
-    json_reader(const pb::Descriptor *type, const take_message_t &take, fit_e fit)
-        : type_(type), fit_(fit), take_(take) {}
-
-    bool null() override { return field() && !is_in_list() ? true : refuse_kind("null"); }
-    bool boolean(bool truth) override { return put("boolean", truth ? "true" : "false"); }
-    bool number_integer(number_integer_t number) override { return put("number", fmt::to_string(number)); }
-    bool number_unsigned(number_unsigned_t number) override { return put("number", fmt::to_string(number)); }
-    bool number_float(number_float_t number, const string_t &text) override {
-        const bool is_whole = std::trunc(number) == number && std::abs(number) < 1e18;  // 1e3, 5.0
-        return put("number", is_whole ? fmt::to_string(static_cast<int64_t>(number)) : text);
+const char *kind_name(element_type type) {
+    switch (type) {
+        case element_type::ARRAY:
+            return "array";
+        case element_type::OBJECT:
+            return "object";
+        case element_type::STRING:
+            return "string";
+        case element_type::BOOL:
+            return "boolean";
+        case element_type::NULL_VALUE:
+            return "null";
+        default:
+            return "number";
     }
-    bool string(string_t &text) override { return put("string", text); }
-    bool binary(binary_t &) override { return refuse_kind("binary"); }
+}
 
-    bool start_object(size_t) override {
-        if (open_.size() == k_json_depth_max) {
-            return refuse(fmt::format("nested deeper than {} levels", k_json_depth_max));
+// As set_from_text() takes it.
+std::string value_text(const element &value) {
+    switch (value.type()) {
+        case element_type::BOOL:
+            return value.get_bool().value_unsafe() ? "true" : "false";
+        case element_type::INT64:
+            return fmt::to_string(value.get_int64().value_unsafe());
+        case element_type::UINT64:
+            return fmt::to_string(value.get_uint64().value_unsafe());
+        case element_type::DOUBLE: {
+            const double number = value.get_double().value_unsafe();
+            const bool is_whole = std::trunc(number) == number && std::abs(number) < 1e18;  // 1e3, 5.0
+            return is_whole ? fmt::to_string(static_cast<int64_t>(number)) : fmt::to_string(number);
         }
-        const bool fits = field() ? field()->message_type() && is_one_here() : is_in_list() == bool(take_);
-        if (!fits) {
-            return refuse_kind("object");
-        }
-        if (!field() && take_) {
-            taken_message_ = new_message(type_);
-            root_ = taken_message_.get();
-        }
-        open_.push_back({.message = field() ? new_child() : root_});
-        return true;
+        default:
+            return std::string(value.get_string().value_unsafe());
     }
+}
 
-    bool key(string_t &key) override {
-        open_s &at = open_.back();
-        at.key = key;
-        const pb::Descriptor *type = at.message->GetDescriptor();
-        at.field = find_field(type, key);
-        if (!at.field) {
-            return refuse(unknown_field_text({&type, 1}, key));
-        }
-        const pb::Reflection *reflection = at.message->GetReflection();
-        const bool is_set = at.field->is_repeated() ? reflection->FieldSize(*at.message, at.field) > 0
-                                                    : reflection->HasField(*at.message, at.field);
-        const std::string error = is_set ? "given twice" : oneof_error(*at.message, at.field);
-        return error.empty() || refuse(error);
+std::string wanted_text(const pb::FieldDescriptor *field, bool is_element) {
+    if (field->is_repeated() && !is_element) {
+        return "a list: [...]";
     }
-
-    bool end_object() override {
-        open_.pop_back();
-        return end_element();
+    if (const pb::Descriptor *type = field->message_type()) {
+        return fmt::format("a JSON object; see nyxctl describe {}", type->full_name());
     }
-
-    bool start_array(size_t) override {
-        const bool fits = field() ? field()->is_repeated() && !is_in_list() : open_.empty() && take_;
-        if (!fits) {
-            return refuse_kind("array");
-        }
-        open_.push_back(
-            {.message = field() ? open_.back().message : nullptr, .field = field(), .is_list = true});
-        return true;
-    }
-
-    bool end_array() override {
-        open_.pop_back();
-        return true;
-    }
-
-    bool parse_error(size_t, const std::string &, const nlohmann::detail::exception &error) override {
-        error_ = json_error_text(error.what());
-        return false;
-    }
-
-    outcome_s outcome() const {
-        return error_.empty() ? taken_
-                              : usage_failure(fmt::format("JSON of {}: {}", type_->full_name(), error_));
-    }
-
- private:
-    // That the next value is for; null for a whole message.
-    const pb::FieldDescriptor *field() const { return open_.empty() ? nullptr : open_.back().field; }
-    bool is_in_list() const { return !open_.empty() && open_.back().is_list; }
-    bool is_one_here() const { return field()->is_repeated() == is_in_list(); }
-
-    bool refuse(const std::string &reason) {
-        error_ = path().empty() ? reason : path() + ": " + reason;
-        return false;
-    }
-
-    bool refuse_kind(std::string_view found) {
-        return refuse(fmt::format("found {}, but give {}", found, wanted()));
-    }
-
-    std::string wanted() const {
-        const pb::Descriptor *type = field() ? field()->message_type() : type_;
-        if (field() ? !is_one_here() : take_ && open_.empty()) {
-            return "a list: [...]";
-        }
-        if (type) {
-            return fmt::format("a JSON object; see nyxctl describe {}", type->full_name());
-        }
-        return field()->cpp_type() == pb::FieldDescriptor::CPPTYPE_STRING ? "a JSON string" : "one value";
-    }
-
-    // "key[1].k1", without the place in the list of all messages.
-    std::string path() const {
-        std::string path;
-        for (const open_s &at : open_) {
-            if (at.is_list) {
-                path += at.field ? fmt::format("[{}]", at.index) : "";
-            } else {
-                path += (path.empty() ? "" : ".") + at.key;
-            }
-        }
-        return path;
-    }
-
-    pb::Message *new_child() { return mutable_message_at(open_.back().message, field(), open_.back().index); }
-
-    bool put(std::string_view found, std::string_view text) {
-        const pb::Descriptor *type = field() ? field()->message_type() : type_;
-        const bool wants_string =
-            type ? field() && is_one_value(type) : field()->cpp_type() == pb::FieldDescriptor::CPPTYPE_STRING;
-        const bool is_string = found == "string";
-        if (!field() || !is_one_here() || (type && !wants_string) || (wants_string && !is_string)) {
-            return refuse_kind(found);
-        }
-        const std::string error =
-            type ? set_from_text(new_child(), text)
-                 : set_from_text(open_.back().message, field(), open_.back().index, text, fit_);
-        return error.empty() ? end_element() : refuse(error);
-    }
-
-    bool end_element() {
-        if (is_in_list()) {
-            open_.back().index++;
-        }
-        if (taken_message_ && !field()) {
-            taken_ = take_(std::move(taken_message_));
-        }
-        return taken_.ok();
-    }
-
-    const pb::Descriptor *const type_;
-    const fit_e fit_;
-    const take_message_t take_;
-    pb::Message *root_ = nullptr;
-    std::unique_ptr<pb::Message> taken_message_;
-    std::vector<open_s> open_;
-    std::string error_;
-    outcome_s taken_;
-};
-
-outcome_s run(std::string_view json, json_reader *reader) {
-    (void)nlohmann::json::sax_parse(json, reader);
-    return reader->outcome();
+    return field->cpp_type() == pb::FieldDescriptor::CPPTYPE_STRING ? "a JSON string" : "one value";
 }
 
 }  // namespace
+
+// Each function returns false after a refusal, and those around it add where it was.
+class json_reader::document {
+ public:
+    outcome_s read(std::string_view json, fit_e fit, pb::Message *message) {
+        fit_ = fit;
+        error_.clear();
+        path_.clear();
+        if (parse(json) && read_root(message)) {
+            return {};
+        }
+        return usage_failure(fmt::format("JSON of {}: {}{}{}", message->GetTypeName(), path_,
+                                         path_.empty() ? "" : ": ", error_));
+    }
+
+ private:
+    bool refuse(std::string reason) {
+        error_ = std::move(reason);
+        return false;
+    }
+
+    bool refuse_kind(element_type found, const std::string &wanted) {
+        return refuse(fmt::format("found {}, but give {}", kind_name(found), wanted));
+    }
+
+    bool refuse_at(std::string_view name) {
+        const bool needs_dot = !path_.empty() && path_.front() != '[';
+        path_ = std::string(name) + (needs_dot ? "." : "") + path_;
+        return false;
+    }
+
+    bool parse(std::string_view json) {
+        simdjson::error_code error = simdjson::SUCCESS;
+        if (parser_.capacity() < json.size()) {
+            error = parser_.allocate(2 * json.size(), k_json_depth_max);
+        }
+        error = error ? error : parser_.parse(json.data(), json.size(), false).get(root_);
+        if (!error) {
+            return true;
+        }
+        json_t unused;
+        std::string reason;  // with the place, which this parser does not know
+        return refuse(parse_json(json, &unused, &reason) ? simdjson::error_message(error) : reason);
+    }
+
+    bool read_root(pb::Message *message) {
+        return root_.is_object()
+                   ? read_object(root_.get_object().value_unsafe(), message)
+                   : refuse_kind(root_.type(), fmt::format("a JSON object; see nyxctl describe {}",
+                                                           message->GetDescriptor()->full_name()));
+    }
+
+    bool read_object(const simdjson::dom::object &object, pb::Message *message) {
+        const message_plan_s &plan = plan_of(message->GetDescriptor());
+        std::bitset<256> given;  // no message has as many fields
+        size_t at = 0;
+        for (const auto [key, value] : object) {
+            at = plan.find(key, at);
+            if (at == plan.fields.size()) {
+                const pb::Descriptor *type = message->GetDescriptor();
+                refuse(unknown_field_text({&type, 1}, std::string(key)));
+                return refuse_at(key);
+            }
+            const field_plan_s &field = plan.fields[at];
+            if (given[at] || !is_alone(field.field, given, *message)) {
+                error_ = given[at] ? "given twice" : oneof_error(*message, field.field);
+                return refuse_at(key);
+            }
+            given[at] = !value.is_null();
+            if (!read_field(value, field, message)) {
+                return refuse_at(key);
+            }
+            at++;
+        }
+        return true;
+    }
+
+    // Whether no other member of the field's oneof was given.
+    static bool is_alone(const pb::FieldDescriptor *field, const std::bitset<256> &given,
+                         const pb::Message &message) {
+        const pb::OneofDescriptor *oneof = field->real_containing_oneof();
+        const auto *member =
+            oneof ? message.GetReflection()->GetOneofFieldDescriptor(message, oneof) : nullptr;
+        return !member || member == field || !given[static_cast<size_t>(member->index())];
+    }
+
+    bool read_field(const element &value, const field_plan_s &plan, pb::Message *message) {
+        if (value.is_null()) {
+            return true;
+        }
+        if (!plan.field->is_repeated()) {
+            return read_value(value, plan, 0, message);
+        }
+        if (!value.is_array()) {
+            return refuse_kind(value.type(), wanted_text(plan.field, false));
+        }
+        int index = 0;
+        for (const element &each : value.get_array().value_unsafe()) {
+            if (!read_value(each, plan, index, message)) {
+                return refuse_at(fmt::format("[{}]", index));
+            }
+            index++;
+        }
+        return true;
+    }
+
+    // One value, of a list the one at `index`.
+    bool read_value(const element &value, const field_plan_s &plan, int index, pb::Message *message) {
+        const pb::FieldDescriptor *field = plan.field;
+        const pb::Descriptor *type = field->message_type();
+        if (value.is_object() && type) {
+            return read_object(value.get_object().value_unsafe(), mutable_message_at(message, field, index));
+        }
+        const bool is_text = value.is_string();
+        const bool wants_text = type != nullptr || field->cpp_type() == pb::FieldDescriptor::CPPTYPE_STRING;
+        if (value.is_object() || value.is_array() || value.is_null() || (type && !is_one_value(type)) ||
+            (wants_text && !is_text)) {
+            return refuse_kind(value.type(), wanted_text(field, field->is_repeated()));
+        }
+        if (put_plainly(value, plan, message)) {
+            return true;
+        }
+        const std::string text = value_text(value);
+        std::string error = type ? set_from_text(mutable_message_at(message, field, index), text)
+                                 : set_from_text(message, field, index, text, fit_);
+        return error.empty() || refuse(std::move(error));
+    }
+
+    static bool put_plainly(const element &value, const field_plan_s &plan, pb::Message *message) {
+        if (value.is_string()) {
+            return set_plainly(plan, value.get_string().value_unsafe(), message);
+        }
+        uint64_t number = 0;
+        if (!plan.is_plain_number() || value.get_uint64().get(number) || number > plan.largest) {
+            return false;
+        }
+        plan.set_number(message, number);
+        return true;
+    }
+
+    simdjson::dom::parser parser_;
+    element root_;
+    fit_e fit_ = fit_e::type;
+    std::string path_;
+    std::string error_;
+};
+
+json_reader::json_reader(fit_e fit) : fit_(fit), document_(std::make_unique<document>()) {}
+json_reader::~json_reader() = default;
+
+outcome_s json_reader::read(std::string_view json, pb::Message *message) {
+    return document_->read(json, fit_, message);
+}
 
 // "[json.exception.parse_error.101] parse error at line 1 ..."
 std::string json_error_text(std::string_view what) {
@@ -198,14 +229,10 @@ std::string json_error_text(std::string_view what) {
 
 outcome_s read_json(std::string_view json, pb::Message *message, fit_e fit) {
     message->Clear();
-    json_reader reader(message, fit);
-    return run(json, &reader);
-}
-
-outcome_s read_json_list(std::string_view json, const pb::Descriptor *type, const take_message_t &take,
-                         fit_e fit) {
-    json_reader reader(type, take, fit);
-    return run(json, &reader);
+    std::string padded;
+    padded.reserve(json.size() + k_json_padding);
+    padded = json;
+    return json_reader(fit).read(padded, message);
 }
 
 }  // namespace nyxctl

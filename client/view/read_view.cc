@@ -8,7 +8,7 @@
 #include "client/core/symbols.h"
 #include "client/table/entry_args.h"
 #include "client/table/record_rows.h"
-#include "client/table/table_requests.h"
+#include "client/table/table_calls.h"
 #include "client/view/find_object.h"
 #include "client/view/list_rows.h"
 #include "client/view/one_object.h"

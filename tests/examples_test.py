@@ -7,6 +7,7 @@ Each seed is a run of its own. By default there is one, and few faults; the whol
 """
 
 import concurrent.futures
+import contextlib
 import os
 import pathlib
 import random
@@ -55,20 +56,21 @@ def random_fault(rng):
         f"delay={rng.randrange(1, 4)},every={rng.randrange(20, 100)}"])
 
 
-class Rehearsal:
+class Rehearsal(contextlib.ExitStack):
     """An agent that fails and restarts while a program runs: one event for each line that the program prints."""
 
-    def __init__(self, case, seed):
-        self.case, self.rng = case, random.Random(seed)
-        self.folder = case.enterContext(tempfile.TemporaryDirectory())
+    def __init__(self, seed):
+        super().__init__()
+        self.rng = random.Random(seed)
+        self.folder = self.enter_context(tempfile.TemporaryDirectory())
         self.events = [self.fail] * FAULTS + [self.restart] * RESTARTS
         self.rng.shuffle(self.events)
         self.rounds = len(self.events) + 2
         self.start()
-        self.client = case.enterContext(nyx.connect(self.agent.grpc))
+        self.client = self.enter_context(nyx.connect(self.agent.grpc))
 
     def start(self):
-        self.agent = self.case.enterContext(Agent(self.folder, grpc=f"unix:{self.folder}/grpc"))
+        self.agent = self.enter_context(Agent(self.folder, grpc=f"unix:{self.folder}/grpc"))
 
     def restart(self):
         self.agent.process.kill()
@@ -86,7 +88,7 @@ class Rehearsal:
         command = [str(word).format(address=self.agent.grpc, flows=FLOWS, rounds=self.rounds) for word in command]
         environment = os.environ | {"PYTHONPATH": str(PACKAGE)}
         with subprocess.Popen(command, env=environment, stdout=subprocess.PIPE, text=True) as program:
-            self.case.addCleanup(program.kill)
+            self.callback(program.kill)
             for line in program.stdout:
                 if self.events:
                     self.events.pop()()
@@ -108,8 +110,7 @@ class Rehearsal:
 class ControllerTest(unittest.TestCase):
     def rehearse(self, *command):
         for seed in range(SEEDS or 1):
-            with self.subTest(seed=seed):
-                rehearsal = Rehearsal(self, seed)
+            with self.subTest(seed=seed), Rehearsal(seed) as rehearsal:
                 self.assertEqual(rehearsal.run(*command)[0], 0)
                 self.assertEqual(rehearsal.events, [])
                 wanted = controller_flows(FLOWS, rehearsal.rounds)

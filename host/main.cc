@@ -3,20 +3,26 @@
 #include <fmt/core.h>
 #include <pthread.h>
 #include <signal.h>
-#include <spdlog/sinks/stdout_sinks.h>
 #include <unistd.h>
 
+#include <cerrno>
 #include <chrono>
 #include <cstdlib>
+#include <cstring>
+#include <functional>
 #include <future>
+#include <string>
 
 #include "agent_api/trace_level.h"
 #include "agent_api/trace_logger.h"
 #include "base/standard_descriptors.h"
 #include "host/agent_log.h"
 #include "host/grpc_door.h"
+#include "host/journal.h"
 #include "host/library_logs.h"
 #include "host/options.h"
+#include "host/service_manager.h"
+#include "host/setup_error.h"
 #include "host/socket_door.h"
 #include "sim/card/host_interfaces.h"
 #include "sim/scenario/running.h"
@@ -25,9 +31,9 @@
 
 namespace {
 
-// sigwait() on the main thread takes them: a gRPC server can't be stopped from a handler. A blocked signal is delivered
-// even if it is ignored, as nohup does with SIGHUP, so that one is asked first.
-sigset_t block_stop_signals() {
+// The main thread waits for them: a gRPC server can't be stopped from a handler. A blocked signal is delivered even if it
+// is ignored, as nohup does with SIGHUP, so that one is asked first.
+sigset_t block_signals() {
     sigset_t signals;
     sigemptyset(&signals);
     sigaddset(&signals, SIGTERM);
@@ -113,17 +119,84 @@ void start_scenario(const host::options_s &options, host::grpc_door *grpc) {
     }
 }
 
-int serve(const host::options_s &options, const sigset_t &stop_signals, logs_s &logs) {
+// What a person who starts the agent by hand can do about a folder that the service has and others lack.
+void check_folders(const host::options_s &options) {
+    for (const std::string &path : {options.grpc.front(), options.socket}) {
+        const std::string file = path.substr(path.starts_with("unix:") ? 5 : 0);
+        const std::string folder = file.substr(0, file.rfind('/'));
+        if ((path == NYX_DEFAULT_GRPC || path == NYX_DEFAULT_SOCKET) &&
+            access(folder.c_str(), W_OK | X_OK) != 0) {
+            throw host::setup_error(
+                fmt::format("{}: {}; it belongs to the service nyx-agent. By hand, give --grpc unix:PATH and "
+                            "--socket PATH "
+                            "in a folder of your own, or --grpc 127.0.0.1",
+                            folder, strerror(errno)));
+        }
+    }
+}
+
+// Certificates and log level; what else has changed takes a restart. What is wrong is reported, and the old stays.
+void reload(int argc, char **argv, host::grpc_door &grpc, spdlog::logger &log) {
+    const host::parsed_s parsed = host::parse_command_line(argc, argv);
+    try {
+        if (!parsed.options) {
+            throw host::setup_error(parsed.error);
+        }
+        grpc.reload_certificates();
+        core::trace_update(parsed.options->trace_level);
+        log.info("[reload] certificates and log level were read again");
+    } catch (const std::exception &error) {
+        log.error("[reload] nothing changed: {}", error.what());
+    }
+}
+
+int serve(const host::options_s &options, const sigset_t &signals, logs_s &logs,
+          const std::function<void(host::grpc_door &)> &on_hangup) {
+    check_folders(options);
     host::grpc_door grpc(options, logs.audit.logger());
     host::socket_door socket(options.socket, options.socket_group);
     start_scenario(options, &grpc);
-    fmt::print("nyx-agent ready: grpc {} socket {}\n", grpc.address(), options.socket);
+    const auto ready = fmt::format("grpc {} socket {}", grpc.address(), options.socket);
+    fmt::print("nyx-agent ready: {}\n", ready);
     fflush(stdout);
+    host::report_ready("Serving " + ready);
+    host::service_watchdog watchdog;
+    const auto wait = std::chrono::nanoseconds(watchdog.interval()).count();
+    const timespec limit = {.tv_sec = wait / 1'000'000'000, .tv_nsec = wait % 1'000'000'000};
     int signal = 0;
-    sigwait(&stop_signals, &signal);
+    do {
+        signal = sigtimedwait(&signals, nullptr, &limit);
+        watchdog.look();
+        if (signal == SIGHUP) {
+            on_hangup(grpc);
+        }
+    } while (signal <= 0 || signal == SIGHUP);
+    host::report_stopping();
     stop_in_time(grpc, socket, logs);
     sim::on_card_restart(nullptr);
     return 0;
+}
+
+// Whether the agent would start with these options, as far as that can be known without starting it.
+int check(const host::options_s &options) {
+    if (options.tls) {
+        host::certificates certificates(*options.tls);
+    }
+    if (access(options.sysconfig.c_str(), W_OK | X_OK) != 0) {
+        throw host::setup_error(options.sysconfig + ": " + strerror(errno) + "; it keeps hostif_mac.json");
+    }
+    fmt::print("nyx-agent: the configuration is valid\n");
+    return 0;
+}
+
+// The exit code of `run`, or 1 after reporting what it threw.
+int or_complain(const std::function<int()> &run) {
+    try {
+        return run();
+    } catch (const std::exception &error) {
+        fmt::print(stderr, "nyx-agent: {}\n", error.what());
+        return 1;
+    }
 }
 
 }  // namespace
@@ -132,13 +205,19 @@ int main(int argc, char **argv) {
     base::occupy_standard_descriptors();
     const host::parsed_s parsed = host::parse_command_line(argc, argv);
     if (!parsed.options) {
+        if (!parsed.error.empty()) {
+            fmt::print(stderr, "nyx-agent: {}; see nyx-agent --help\n", parsed.error);
+        }
         return parsed.exit_code;
     }
-    const sigset_t stop_signals = block_stop_signals();  // before there are other threads
+    if (parsed.options->check) {
+        return or_complain([&] { return check(*parsed.options); });
+    }
+    const sigset_t signals = block_signals();  // before there are other threads
     ignore_signals_of_writes();
     let_the_log_finish_before_an_abort();
     // Never destroyed: if nobody reads stderr, their threads do not end.
-    static auto &logs = *new logs_s(std::make_shared<spdlog::sinks::stderr_sink_mt>(), *parsed.options);
+    static auto &logs = *new logs_s(host::make_log_target(), *parsed.options);
     utils::log trace_logger(logs.trace.logger(), 0);
     host::redirect_library_logs(logs.trace.logger());
     core::g_trace_logger = &trace_logger;
@@ -148,12 +227,10 @@ int main(int argc, char **argv) {
     }
     warn_of_missing_protection(*parsed.options);
     restore_host_interfaces(parsed.options->sysconfig);
-    int exit_code = 1;
-    try {
-        exit_code = serve(*parsed.options, stop_signals, logs);
-    } catch (const std::exception &error) {
-        fmt::print(stderr, "nyx-agent: {}\n", error.what());
-    }
+    const int exit_code = or_complain([&] {
+        return serve(*parsed.options, signals, logs,
+                     [&](host::grpc_door &grpc) { reload(argc, argv, grpc, *logs.trace.logger()); });
+    });
     core::g_trace_logger = nullptr;
     if (!logs.drain()) {
         std::_Exit(exit_code);  // exit() would wait for stderr, which the log's thread is writing to

@@ -253,8 +253,7 @@ parsed_s parse_command_line(int argc, char **argv) {
         if (error.get_exit_code() == 0) {  // --help and --version
             return {.options = {}, .exit_code = app.exit(error)};
         }
-        fmt::print(stderr, "nyx-agent: {}; see nyx-agent --help\n", error.what());
-        return {.options = {}, .exit_code = 2};
+        return {.options = {}, .exit_code = 2, .error = error.what()};
     }
     finish(raw, &options);
     return {.options = std::move(options), .exit_code = 0};

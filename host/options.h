@@ -39,11 +39,11 @@ struct options_s {
     uint32_t speed = 1;
 };
 
-// Returns the options, or the exit code when there is nothing to run: after --help, or after an error message about the
-// command line on stderr.
+// Returns the options, or the exit code when there is nothing to run: after --help, or because of `error`.
 struct parsed_s {
     std::optional<options_s> options;
     int exit_code;
+    std::string error = {};
 };
 parsed_s parse_command_line(int argc, char **argv);
 

@@ -46,6 +46,11 @@ of the agent with JSON, and runs its debug commands.")
 set(CPACK_DEBIAN_AGENT_PACKAGE_NAME nyx-agent)
 set(CPACK_DEBIAN_AGENT_PACKAGE_SECTION net)
 set(CPACK_COMPONENT_AGENT_DEPENDS runtime)
+# Not systemd itself: the agent also runs where it does not.
+set(CPACK_DEBIAN_AGENT_PACKAGE_DEPENDS
+    "systemd-standalone-sysusers | systemd-sysusers, systemd-standalone-tmpfiles | systemd-tmpfiles")
+set(service ${CMAKE_CURRENT_LIST_DIR}/agent)
+set(CPACK_DEBIAN_AGENT_PACKAGE_CONTROL_EXTRA ${service}/conffiles ${service}/postinst ${service}/prerm ${service}/postrm)
 set(CPACK_DEBIAN_AGENT_DESCRIPTION "Quill dataplane agent on an in-memory adapter
 Serves all services with no card in the machine, for rehearsals, and for people
 who write controllers. Fails on demand.")

@@ -94,16 +94,14 @@ class AgentHostTest(unittest.TestCase):
                 process.send_signal(number)
             self.assert_serves()
 
-    def test_hangup_stops_it_unless_nohup(self):
-        process = self.start(subprocess.DEVNULL)
-        process.stdout.readline()
-        process.send_signal(signal.SIGHUP)
-        self.assertEqual(process.wait(agent.STOP_S), 0)
-        self.assertFalse(os.path.exists(self.socket))
-        process = self.start(subprocess.DEVNULL, preexec_fn=lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN))
-        process.stdout.readline()
-        process.send_signal(signal.SIGHUP)
-        self.assert_serves()
+    def test_hangup_does_not_stop_it(self):
+        for prepare in (None, lambda: signal.signal(signal.SIGHUP, signal.SIG_IGN)):
+            process = self.start(subprocess.DEVNULL, preexec_fn=prepare)
+            process.stdout.readline()
+            process.send_signal(signal.SIGHUP)
+            self.assert_serves()
+            process.terminate()
+            self.assertEqual(process.wait(agent.STOP_S), 0)
 
     def test_certificate_that_is_no_file_is_refused(self):
         os.mkfifo(f"{self.folder}/fifo")

@@ -17,6 +17,7 @@
 #include <vector>
 
 #include "svc/common/call_memory.h"
+#include "svc/common/trace.h"
 #include "svc/method_counters.h"
 #include "svc/served.h"
 
@@ -253,6 +254,9 @@ class call_server::state::call final : event {
         facts.status = status_of([&] { return run(&arena, &facts, bytes); });
         facts.duration = clock::now() - arrived_;
         method_->counters.count(facts);
+        SVC_TRACE_DEBUG("{}: gRPC status {}, {}, {} us", method_->descriptor->full_name(),
+                        int{facts.status.error_code()}, types::ApiStatus_Name(facts.api_status),
+                        facts.duration / std::chrono::microseconds(1));
         if (server_->host_.observer) {
             server_->host_.observer->finished(facts);
         }

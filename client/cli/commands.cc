@@ -47,10 +47,14 @@ command_s program() {
     socket.shown = "PATH";
     socket.initial = NYX_DEFAULT_SOCKET;
     socket.variable = "NYX_SOCKET";
+    argument_s ca = {"--tls-ca", "Use TLS over TCP and trust these certificates", KIND_FILE};
+    ca.variable = "NYX_TLS_CA";
     argument_s certificate = {"--tls-cert", "Certificate to present to the agent", KIND_FILE};
     certificate.needs = {"--tls-ca", "--tls-key"};
+    certificate.variable = "NYX_TLS_CERT";
     argument_s key = {"--tls-key", "Private key of --tls-cert", KIND_FILE};
     key.needs = {"--tls-cert"};
+    key.variable = "NYX_TLS_KEY";
     argument_s labels_option = {
         "--labels",
         "Names, units and texts of values: \"json\" adds them to JSON, \"none\" uses none, a "
@@ -66,7 +70,7 @@ command_s program() {
          socket,
          {"--timeout", "How long to wait for the agent", KIND_SECONDS, COUNT_ONE, "", {}, 0.001, 1e6, "10"},
          {"-j,--json", "Results as one JSON document, failures as one JSON object on stderr", KIND_FLAG},
-         {"--tls-ca", "Use TLS and trust these certificates", KIND_FILE},
+         ca,
          certificate,
          key,
          labels_option}};

@@ -69,7 +69,8 @@ outcome_s make_channel(const global_options_s &options, std::shared_ptr<grpc::Ch
             "--grpc \"{}\" has no port from 1 to 65535; give HOST:PORT or unix:PATH", options.grpc));
     }
     auto credentials = grpc::InsecureChannelCredentials();
-    if (!options.tls_ca.empty()) {
+    // The file of a Unix socket guards it, so that variables for TLS may stay set.
+    if (!options.tls_ca.empty() && !options.grpc.starts_with("unix:")) {
         grpc::SslCredentialsOptions tls;
         if (outcome_s outcome = tls_options(options, &tls); !outcome.ok()) {
             return outcome;

@@ -12,7 +12,7 @@ struct global_options_s {
     std::string grpc = NYX_DEFAULT_GRPC;      // HOST:PORT or unix:PATH
     std::string socket = NYX_DEFAULT_SOCKET;  // path
     double timeout_seconds = 10;              // above zero
-    std::string tls_ca;                       // path; TLS is used when it is not empty
+    std::string tls_ca;                       // path; TLS is used over TCP when it is not empty
     std::string tls_cert;                     // path; both or neither
     std::string tls_key;
     bool json = false;        // results and failures for scripts

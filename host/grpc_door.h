@@ -69,8 +69,8 @@ class grpc_door {
         std::unique_ptr<grpc::experimental::ExternalConnectionAcceptor> acceptor;
     };
     void open_entrances(const options_s &options, grpc::ServerBuilder *builder);
-    void add_entrance(listener_s listener, bool may_change, std::shared_ptr<grpc::ServerCredentials> credentials,
-                      grpc::ServerBuilder *builder);
+    void add_entrance(listener_s listener, bool may_change,
+                      std::shared_ptr<grpc::ServerCredentials> credentials, grpc::ServerBuilder *builder);
     void accept_until_stopped();
     void accept_one(entrance_s *entrance, base::accept_reserve *reserve);
     void record(const entrance_s &entrance, int fd) const;

@@ -6,15 +6,21 @@ usage: agent_service_test.py FOLDER-OF-PROGRAMS REPOSITORY PROTOC [unittest opti
 import os
 import pathlib
 import re
+import shutil
+import signal
+import socket
+import ssl
 import subprocess
 import sys
 import tempfile
+import threading
 import unittest
+from unittest import mock
 
 import grpc
 from google.protobuf import descriptor_pb2, descriptor_pool, message_factory
 
-from agent import FREE_PORT, PATIENCE_S, Agent, make_certificate
+from agent import BIN, PATIENCE_S, Agent, make_certificate, run, wait_until
 
 
 ROOT, PROTOC = (pathlib.Path(sys.argv.pop(1)).resolve() for _ in range(2))
@@ -188,6 +194,156 @@ class AuditTest(ServiceTestCase):
         self.assertRegex(log, r"\[warning\] \[audit\] method=nyx.FaultSvc/FaultClear role=rehearse .*outcome=PERMISSION_DENIED")
         self.assertNotIn("PortGet", log)
         self.assertNotIn("4711", log)
+
+
+class NotifySocket:
+    """What systemd would listen at. Messages are dictionaries, in the order in which they came."""
+
+    def __init__(self, test, **environment):
+        self.socket = test.enterContext(socket.socket(socket.AF_UNIX, socket.SOCK_DGRAM))
+        self.socket.bind(f"{test.folder}/notify")
+        self.socket.settimeout(PATIENCE_S)
+        test.enterContext(mock.patch.dict(os.environ, NOTIFY_SOCKET=f"{test.folder}/notify", **environment))
+
+    def until(self, key, text=""):
+        """The messages up to the first that has `text` in `key`."""
+        messages = []
+        while not messages or key not in messages[-1] or text not in messages[-1][key]:
+            messages.append(dict(line.split("=", 1) for line in self.socket.recv(4096).decode().splitlines()))
+        return messages
+
+
+class ServiceManagerTest(ServiceTestCase):
+    def test_service_manager_follows_the_whole_life(self):
+        manager = NotifySocket(self, WATCHDOG_USEC="4000000")
+        agent = self.start("--fault", "debug::nyx_handle_cmd:delay=17000,nth=2")
+        [ready] = manager.until("READY")
+        self.assertIn(agent.grpc, ready["STATUS"])
+        for command in (("call", "PortGet"), ("debug", "help")):
+            self.assertEqual(agent.ctl(*command).returncode, 0)
+        manager.until("WATCHDOG")
+        holding = subprocess.Popen(agent.command("--timeout", "60", "debug", "help"), stdout=subprocess.DEVNULL)
+        self.addCleanup(holding.wait)
+        manager.until("STATUS", "is held")
+        silent = manager.until("STATUS", "Serving")[:-1]
+        self.assertFalse(any("WATCHDOG" in message for message in silent))
+        manager.until("WATCHDOG")
+        self.assertEqual(agent.stop()[0], 0)
+        self.assertEqual(manager.until("STOPPING")[-1]["STATUS"], "Stopping")
+
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "systemd is not installed")
+    def test_unit_has_no_faults(self):
+        text = (ROOT / "packaging/agent/nyx-agent.service.in").read_text(encoding="utf-8")
+        for name, value in (("CMAKE_INSTALL_FULL_BINDIR", str(BIN)), ("NYX_DEFAULT_CONFIG", "/etc/nyx/agent.toml")):
+            text = text.replace(f"@{name}@", value)
+        unit = pathlib.Path(self.folder, "nyx-agent.service")
+        unit.write_text(text, encoding="utf-8")
+        result = subprocess.run(["systemd-analyze", "verify", "--man=no", unit], capture_output=True, text=True)
+        self.assertEqual((result.returncode, [line for line in result.stderr.splitlines() if "nyx-agent" in line]), (0, []))
+
+    def test_client_in_flight_at_a_stop_gets_unavailable(self):
+        agent = self.start("--fault-service", "--fault", "nyx_tbl_flow_create:delay=20000")
+        client, calls = Client(self, agent.grpc), []
+
+        def call():
+            with self.assertRaises(grpc.RpcError) as error:
+                client.call("NyxTblSvc/flowCreate", request=[{}])
+            calls.append(error.exception.code())
+        caller = threading.Thread(target=call)
+        caller.start()
+        other = Client(self, agent.grpc)
+        wait_until(lambda: other.call("FaultSvc/FaultList")[0].response[0].calls)
+        self.assertEqual(agent.stop()[0], 0)
+        caller.join(PATIENCE_S)
+        self.assertEqual(calls, [grpc.StatusCode.UNAVAILABLE])
+
+
+class ConfigurationTest(ServiceTestCase):
+    def configure(self, text):
+        path = pathlib.Path(self.folder, "agent.toml")
+        path.write_text(text, encoding="utf-8")
+        return str(path)
+
+    def check(self, text, *options):
+        return run("nyx-agent", "--config", self.configure(text), "--sysconfig", self.folder, *options, "--check")
+
+    def test_check_says_what_is_wrong(self):
+        self.assertEqual(self.check('log-level = "debug"\ngrpc = ["unix:/x", "127.0.0.1"]\nlog-limit = 3\n').returncode, 0)
+        for text, complaint in (('log-level = "loud"', "loud"), ("nonsense = 1", "nonsense"),
+                                ('tls-cert = "/nowhere"', "/nowhere"), ('tls-operate = ["a"]', "tls-client-ca")):
+            result = self.check(text)
+            self.assertEqual(result.returncode, 2, result.stderr)
+            self.assertIn(complaint, result.stderr)
+        shipped = ROOT / "packaging/agent/agent.toml"
+        result = run("nyx-agent", "--config", shipped, "--sysconfig", self.folder, "--check")
+        self.assertEqual(result.returncode, 0, result.stderr)
+
+    def test_hangup_reads_the_log_level_again_and_keeps_it_if_the_file_is_bad(self):
+        agent = self.start("--config", self.configure('log-level = "error"\nreflection = true'))
+        client = Client(self, agent.grpc)
+        self.assertEqual(client.state().trace_level, 1)
+        self.configure('log-level = "debug"')
+        agent.process.send_signal(signal.SIGHUP)
+        wait_until(lambda: client.state().trace_level == 2)
+        self.configure('log-level = "loud"')
+        agent.process.send_signal(signal.SIGHUP)
+        log = iter(agent.process.stderr.readline, "")
+        self.assertIn("loud", next(line for line in log if "nothing changed" in line))
+        self.assertEqual(client.state().trace_level, 2)
+        other = self.start("--config", self.configure('log-level = "error"'), "--log-level", "warn", socket_name="other")
+        self.assertEqual(Client(self, other.grpc).state().trace_level, 3, "options win")
+
+    def test_debug_level_logs_each_call(self):
+        agent = self.start()
+        client = Client(self, agent.grpc)
+        client.call("PortSvc/PortGet")
+        client.call("DebugSvc/TraceUpdate", trace_level=2)
+        client.call("PortSvc/PortGet")
+        self.assertEqual(len(re.findall("nyx.PortSvc.PortGet: gRPC status 0, API_STATUS_OK", agent.stop()[1])), 1)
+
+    def test_certificate_is_replaced_under_load(self):
+        ca = make_certificate(self.folder, "ca")
+        first, second, client = (make_certificate(self.folder, name, ca) for name in ("first", "second", "client"))
+        used = [shutil.copy(path, f"{self.folder}/used{path[-4:]}") for path in first]
+        agent = self.start("--tls-cert", used[0], "--tls-key", used[1], "--tls-client-ca", ca[0])
+        stop, failures, calls = threading.Event(), [], []
+
+        def load():
+            while not stop.is_set():
+                with grpc.secure_channel(agent.grpc, tls_credentials(ca, client),
+                                         [("grpc.use_local_subchannel_pool", 1)]) as channel:
+                    try:
+                        channel.unary_unary("/nyx.PortSvc/PortGet")(b"", timeout=PATIENCE_S)
+                        calls.append(1)
+                    except grpc.RpcError as error:
+                        failures.append(error)
+
+        def served_name():
+            context = ssl.create_default_context(cafile=ca[0])
+            context.load_cert_chain(*client)
+            host, port = agent.grpc.rsplit(":", 1)
+            with socket.create_connection((host, int(port))) as plain, context.wrap_socket(plain, server_hostname=host) as tls:
+                return dict(item for [item] in tls.getpeercert()["subject"])["commonName"]
+
+        loaders = [threading.Thread(target=load) for _ in range(4)]
+        for loader in loaders:
+            loader.start()
+        self.assertEqual(served_name(), "first")
+        for source, target in zip(second, used, strict=True):
+            shutil.copy(source, target)
+        agent.process.send_signal(signal.SIGHUP)
+        wait_until(lambda: served_name() == "second")
+        shutil.copy(first[1], used[1])  # not the key of this certificate
+        agent.process.send_signal(signal.SIGHUP)
+        log = iter(agent.process.stderr.readline, "")
+        self.assertIn("not the unencrypted PEM private key", next(line for line in log if "nothing changed" in line))
+        self.assertEqual(served_name(), "second")
+        before = len(calls)
+        wait_until(lambda: len(calls) > before + 20)
+        stop.set()
+        for loader in loaders:
+            loader.join()
+        self.assertEqual(failures, [])
 
 
 if __name__ == "__main__":

@@ -4,6 +4,7 @@ usage: ctl_alias_test.py FOLDER-OF-PROGRAMS [unittest options]
 """
 
 import json
+import pathlib
 import shutil
 import subprocess
 import unittest
@@ -39,7 +40,8 @@ class AliasTest(agent.SharedAgentTestCase):
 
     def test_set_port_changes_what_is_named_and_keeps_the_rest(self):
         before = self.ports()
-        self.assertEqual(self.ctl("set", "port", "1", "number_a=1234", "setting_a=none").stdout, "")
+        changed = self.ctl("set", "port", "1", "number_a=1234", "setting_a=none", "--labels", "none").stdout
+        self.assertIn(f"number_a {before[1]['number_a']} -> 1234\n", changed)
         wanted = before | {1: before[1] | {"number_a": 1234, "setting_a": "PORT_SETTING_NONE"}}
         self.assertEqual(self.ports(), wanted)
         self.ctl("set", "port", before[1]["id"], f"number_a={before[1]['number_a']}", "flag_a=no")
@@ -86,6 +88,35 @@ class AliasTest(agent.SharedAgentTestCase):
             self.ctl("call", "InterfaceGet", f"id={key}", code=5)
         self.ctl("add", "interface", "host", "id=a9", "name=h9", "mac_address=00:1a:2b:3c:4d:5e")
         self.assertIn("h9", (self.agent.folder / "hostif_mac.json").read_text())
+
+    def test_set_interface_changes_what_is_named_and_keeps_the_rest(self):
+        self.start()
+        self.ctl("add", "interface", "l3", "id=b1", "admin_status=up", *KINDS["l3"])
+        before = self.interface("b1")
+        changed = self.ctl("set", "interface", "l3", "id=b1", "admin_status=down", "prefix=10.9.0.1/24",
+                           "--labels", "none").stdout
+        self.assertIn("admin_status up -> down\n", changed)
+        prefix = [{"addr": {"af": "IP_AF_INET", "v4_addr": "10.9.0.1"}, "len": 24}]
+        wanted = before | {"admin_status": "STATE_DOWN", "l3_if_spec": before["l3_if_spec"] | {"prefix": prefix}}
+        self.assertEqual(self.interface("b1"), wanted)
+        self.assertIn('"b1" is l3, not uplink', self.ctl("set", "interface", "uplink", "id=b1", code=2).stderr)
+
+        key = next(row["spec"]["id"] for row in self.call("InterfaceGet")["response"]
+                   if row["status"].get("host_if_status", {}).get("name") == "host0")
+        before = self.interface(key)
+        self.assertEqual(self.ctl("set", "interface", "host", "name=host0", "host_flag_1=yes", "--labels", "none").stdout,
+                         "host_if_spec.host_flag_1 no -> yes\n")
+        changed = before | {"host_if_spec": before["host_if_spec"] | {"host_flag_1": True}}
+        self.assertEqual(self.interface(key), changed)
+        macs = pathlib.Path(self.folder, "hostif_mac.json")
+        self.assertFalse(macs.exists())
+        self.ctl("set", "interface", "host", "name=host0", "mac_address=02:00:00:00:00:09")
+        bogus = ("set", "interface", "host", "name=bogus", "mac_address=02:00:00:00:00:08")
+        self.assertIn("--new stores", self.ctl(*bogus, code=5).stderr)
+        self.assertNotIn("bogus", macs.read_text())
+        self.ctl(*bogus, "--new")
+        self.assertIn("bogus", macs.read_text())
+        self.assertIn("host0", macs.read_text())
 
     def test_switches_and_resets_reach_the_agent(self):
         self.ctl("set", "recovery", "off")

@@ -19,8 +19,8 @@ namespace {
 
 constexpr char k_port_footer[] =
     R"(The service replaces all settings of a port. So nyxctl reads the port, changes
-the named settings, and sends all of them back; a change made by somebody else
-in between is lost. The settings are the fields of nyx.PortSpec, see nyxctl
+the named settings, sends all of them back, and prints what changed; a change
+made by somebody else in between is lost. The settings are the fields of nyx.PortSpec, see nyxctl
 describe PortSpec.
 
 Examples:
@@ -39,19 +39,7 @@ std::string quiet(const std::string &example) {
     return "The agent does not report failures.\n\nExample:\n  nyxctl " + example;
 }
 
-// The settings of a port, found by its number or id.
-outcome_s read_port(const global_options_s &global, const std::string &port, nyx::PortSpec *spec) {
-    nyx::PortGetRequest request;
-    nyx::PortGetResponse response;
-    outcome_s outcome = find_id(global, "port", port, request.add_id());
-    if (outcome.ok()) {
-        outcome = call(global, "nyx.PortSvc.PortGet", request, &response);
-    }
-    if (outcome.ok() && response.response_size() > 0) {
-        *spec = response.response(0).spec();
-    }
-    return outcome;
-}
+parts_t port_parts(pb::Message *spec) { return {spec}; }
 
 outcome_s set_port(const given_s &given) {
     const std::vector<std::string> &words = given.all("SETTING");
@@ -64,11 +52,10 @@ outcome_s set_port(const given_s &given) {
     if (outcome_s outcome = set_fields(request.mutable_spec(), words); !outcome.ok()) {
         return outcome;
     }
-    outcome_s outcome = read_port(given.global, given.one("PORT"), request.mutable_spec());
-    if (outcome.ok()) {
-        outcome = set_fields(request.mutable_spec(), words);
-    }
-    return outcome.ok() ? change(given.global, "nyx.PortSvc.PortUpdate", request) : outcome;
+    outcome_s outcome = read_spec(given.global, "port", given.one("PORT"), request.mutable_spec());
+    return outcome.ok() ? change_settings(given.global, "nyx.PortSvc.PortUpdate", request,
+                                          request.mutable_spec(), port_parts, words)
+                        : outcome;
 }
 
 // The services report no failure, so that an object that does not exist is found out before.

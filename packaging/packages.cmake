@@ -38,7 +38,7 @@ documentation.")
 
 set(CPACK_DEBIAN_CLIENT_PACKAGE_NAME nyxctl)
 set(CPACK_DEBIAN_CLIENT_PACKAGE_SECTION net)
-set(CPACK_COMPONENT_CLIENT_DEPENDS runtime)
+set(CPACK_COMPONENT_CLIENT_DEPENDS runtime proto)
 set(CPACK_DEBIAN_CLIENT_DESCRIPTION "Command-line client of the quill dataplane agent
 Shows and changes tables, interfaces, ports and the adapter, calls any method
 of the agent with JSON, and runs its debug commands.")
@@ -59,9 +59,12 @@ set(CPACK_DEBIAN_PROTO_PACKAGE_NAME nyx-proto)
 set(CPACK_DEBIAN_PROTO_PACKAGE_SECTION misc)
 set(CPACK_DEBIAN_PROTO_PACKAGE_ARCHITECTURE all)
 set(CPACK_DEBIAN_PROTO_PACKAGE_SHLIBDEPS OFF)
+# Which had these files.
+set(CPACK_DEBIAN_PROTO_PACKAGE_BREAKS "libsvc-quill-dev (<< 0.2.0)")
+set(CPACK_DEBIAN_PROTO_PACKAGE_REPLACES "libsvc-quill-dev (<< 0.2.0)")
 set(CPACK_DEBIAN_PROTO_DESCRIPTION "Contracts of the quill dataplane agent
-The .proto files of its gRPC services, and a descriptor set with their
-comments: for clients in any language.")
+The .proto files of its gRPC services, a descriptor set with their comments,
+and the dictionary of names and units: for clients in any language.")
 
 set(CPACK_DEBIAN_PYTHON_PACKAGE_NAME python3-nyx)
 set(CPACK_DEBIAN_PYTHON_PACKAGE_SECTION python)

@@ -193,6 +193,7 @@ class RestartTest(unittest.TestCase):
         self.assertEqual(self.told, [])
         self.fake.instance = "b" * 32
         self.agent.ping()
+        self.fake.instance = "a" * 32  # as of a response that comes late
         self.agent.ping()
         self.assertEqual((self.told, self.agent.instance_id), ([self.agent], "b" * 32))
 

@@ -80,6 +80,7 @@ class Agent:
                          else grpc.insecure_channel(address, _CHANNEL_OPTIONS))
         self._lock = threading.Lock()
         self._callbacks: list[Callable[[Agent], object]] = []
+        self._past: set[str] = set()
         self._untold = False
         self._tables: dict[str, Table] = {}
         self._methods: dict[str, Method] = {}
@@ -176,7 +177,10 @@ class Agent:
         if instance is None or instance == self.instance_id:
             return
         with self._lock:
-            if self.instance_id not in (None, instance):
+            if instance == self.instance_id or instance in self._past:  # seen by another thread meanwhile
+                return
+            if self.instance_id is not None:
+                self._past.add(self.instance_id)
                 self.restarts += 1
                 self._untold = True
             self.instance_id = instance

@@ -6,6 +6,7 @@
 #include <string>
 #include <vector>
 
+#include "base/text.h"
 #include "sim/faults/faults.h"
 #include "sim/framework/watchdog.h"
 #include "sim/scenario/running.h"
@@ -125,7 +126,9 @@ grpc::Status FaultSvcImpl::ScenarioSet(grpc::ServerContext *, const nyx::Scenari
         const auto text = req->toml().empty() ? sim::scenario_text(req->name()) : req->toml();
         sim::start_scenario(
             sim::parse_scenario(text),
-            {.name = req->name().substr(0, k_max_name), .seed = req->seed(), .speed = req->speed()});
+            {.name = std::string(base::without_cut_character(req->name().substr(0, k_max_name))),
+             .seed = req->seed(),
+             .speed = req->speed()});
     } catch (const std::invalid_argument &error) {
         return {grpc::StatusCode::INVALID_ARGUMENT, error.what()};
     } catch (const std::out_of_range &error) {
@@ -141,13 +144,14 @@ grpc::Status FaultSvcImpl::ScenarioGet(grpc::ServerContext *, const types::Empty
     return grpc::Status::OK;
 }
 
-grpc::Status FaultSvcImpl::ScenarioAdvance(grpc::ServerContext *, const nyx::ScenarioAdvanceRequest *req,
+grpc::Status FaultSvcImpl::ScenarioAdvance(grpc::ServerContext *context,
+                                           const nyx::ScenarioAdvanceRequest *req,
                                            nyx::ScenarioGetResponse *rsp) {
     if (req->by_ms() > sim::k_max_advance_ms) {
         return {grpc::StatusCode::INVALID_ARGUMENT,
                 "by_ms must be a number from 0 to " + std::to_string(sim::k_max_advance_ms)};
     }
-    if (!sim::advance_scenario(req->by_ms())) {
+    if (!sim::advance_scenario(req->by_ms(), [=] { return !context->IsCancelled(); })) {
         return {grpc::StatusCode::FAILED_PRECONDITION, "no scenario runs"};
     }
     fill(rsp);

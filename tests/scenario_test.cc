@@ -209,6 +209,18 @@ TEST_F(Scenario, SensorsDriftOverTheirLimit) {
     }
 }
 
+// Somebody who no longer waits holds up nobody, and what is left happens step by step.
+TEST_F(Scenario, AbandonedAdvanceIsFinishedByLaterOperations) {
+    start(R"(fill = [{table = "flow_info", per_second = 100000, entries = 400000}])");
+    EXPECT_TRUE(sim::advance_scenario(10'000, [] { return false; }));
+    EXPECT_EQ(sim::scenario_status().history.now_ms, 1'001u);
+    for (int i = 0; i < 3; i++) {
+        (void)sim::fault("nyx_if_read");
+    }
+    EXPECT_EQ(sim::scenario_status().history.now_ms, 10'000u);
+    EXPECT_EQ(sim::table_entry_count(flow_info()), 400'000u);
+}
+
 // What clients clear begins at 0 again, and stays still once the scenario has been stopped.
 TEST_F(Scenario, ClearedCountersGoOnFromZero) {
     start(R"(traffic = [{from = "port1", to = "lif1", packets = 1000}])");
@@ -260,6 +272,9 @@ TEST_F(Scenario, InvalidTextIsRefusedWithTheReason) {
         {"fill = [{table = \"flow_inf\", per_second = 1, entries = 1}]", "nearest: flow_info"},
         {"title = ", "line 1: "},
         {"[[\nevent]]", "the text is not TOML"},
+        {"fill = [{table = \"flow\", per_second = 1, entries = 600000}, {table = \"flow_info\", per_second = 1, "
+         "entries = 600000}]",
+         "up to 1000000 entries together"},
     };
     for (const auto &[text, reason] : cases) {
         try {
@@ -272,6 +287,11 @@ TEST_F(Scenario, InvalidTextIsRefusedWithTheReason) {
     EXPECT_THROW(sim::parse_scenario(std::string(sim::k_max_scenario_bytes + 1, ' ')), std::invalid_argument);
     EXPECT_THROW(sim::parse_scenario("x=" + std::string(60'000, '[')), std::invalid_argument);
     EXPECT_NO_THROW(sim::parse_scenario(""));
+    std::string title = "x";
+    for (int i = 0; i < 100; i++) {
+        title += "\u00e9";
+    }
+    EXPECT_EQ(sim::parse_scenario("title = '" + title + "'").title, title.substr(0, 199));  // whole characters
 }
 
 }  // namespace

@@ -2,11 +2,13 @@
 #include <cmath>
 #include <cstdlib>
 #include <limits>
+#include <numeric>
 #include <optional>
 #include <span>
 #include <stdexcept>
 
 #include "base/nearest_names.h"
+#include "base/text.h"
 #include "sim/card/table_info.h"
 #include "sim/scenario/scenario.h"
 
@@ -35,6 +37,7 @@ namespace sim {
 
 namespace {
 
+constexpr uint64_t k_max_entries = 1'000'000;  // of all tables together: about 200 MB
 constexpr uint64_t k_max_packets = 1'000'000'000, k_max_packet = 9216, k_million = 1'000'000;
 constexpr uint64_t k_day_ms = 86'400'000, k_shortest_ms = 1000,
                    k_required = std::numeric_limits<uint64_t>::max();
@@ -83,7 +86,7 @@ constexpr number_key_s<event_s> k_event_keys[] = {
 constexpr number_key_s<fill_s> k_fill_keys[] = {
     {"at", &fill_s::at_ms, 0, k_day_ms, 0, true},
     {"per_second", &fill_s::per_second, 1, 100'000, k_required},
-    {"entries", &fill_s::entries, 1, 10'000'000, k_required},
+    {"entries", &fill_s::entries, 1, k_max_entries, k_required},
 };
 
 std::optional<double> number_in(const toml::node &value) {
@@ -209,6 +212,15 @@ void read(const toml::table &stanza, fill_s *fill) {
     }
 }
 
+void check(const std::vector<fill_s> &fills) {
+    const uint64_t entries = std::accumulate(fills.begin(), fills.end(), uint64_t{0},
+                                             [](uint64_t sum, auto &fill) { return sum + fill.entries; });
+    if (entries > k_max_entries) {
+        throw std::invalid_argument("tables may fill with up to " + std::to_string(k_max_entries) +
+                                    " entries together");
+    }
+}
+
 template <class Stanza>
 std::vector<Stanza> stanzas(const toml::table &root, std::string_view name) {
     std::vector<Stanza> all;
@@ -233,11 +245,15 @@ scenario_s parse_scenario(std::string_view text) {
     try {
         const toml::table root = toml::parse(text);
         refuse_unknown_keys(root, std::vector<std::string>{"title", "traffic", "sensor", "event", "fill"});
-        return {.title = root.contains("title") ? text_of(root, "title").substr(0, 200) : "",
+        const auto fills = stanzas<fill_s>(root, "fill");
+        check(fills);
+        return {.title = root.contains("title")
+                             ? std::string(base::without_cut_character(text_of(root, "title").substr(0, 200)))
+                             : "",
                 .traffic = stanzas<traffic_s>(root, "traffic"),
                 .sensors = stanzas<sensor_s>(root, "sensor"),
                 .events = stanzas<event_s>(root, "event"),
-                .fills = stanzas<fill_s>(root, "fill")};
+                .fills = fills};
     } catch (const toml::parse_error &error) {
         throw std::invalid_argument("line " + std::to_string(error.source().begin.line) + ": " +
                                     std::string(error.description()));

@@ -3,6 +3,7 @@
 #include <chrono>
 #include <memory>
 #include <mutex>
+#include <thread>
 #include <utility>
 
 #include "sim/faults/faults.h"
@@ -90,15 +91,19 @@ void stop_scenario() {
     state.card.reset();
 }
 
-bool advance_scenario(uint64_t by_ms) {
+bool advance_scenario(uint64_t by_ms, const std::function<bool()> &is_wanted) {
     auto &state = running();
-    std::lock_guard guard(state.lock);
+    std::unique_lock guard(state.lock);
     if (!state.card) {
         return false;
     }
     state.clock.set_forward(by_ms);
-    for (const uint64_t target = state.clock.now_ms(); state.card->history().now_ms < target;) {
+    const uint64_t target = state.clock.now_ms();
+    while (state.card && state.card->history().now_ms < target && is_wanted()) {
         state.card->advance(target);
+        guard.unlock();
+        std::this_thread::yield();
+        guard.lock();
     }
     return true;
 }

@@ -28,8 +28,10 @@ void start_scenario(scenario_s scenario, scenario_settings_s settings);
 // Leaves the card as it is.
 void stop_scenario();
 
-// Sets the clock forward, up to k_max_advance_ms, and handles everything until then. False: no scenario runs.
-bool advance_scenario(uint64_t by_ms);
+// Sets the clock forward, up to k_max_advance_ms, and handles everything until then. Operations go on meanwhile. When
+// `is_wanted` no longer is, leaves the rest to them. False: no scenario runs.
+bool advance_scenario(
+    uint64_t by_ms, const std::function<bool()> &is_wanted = [] { return true; });
 
 struct scenario_status_s {
     bool is_running = false;  // otherwise, what there was when it was stopped

@@ -12,6 +12,7 @@
 #include "agent_api/trace_logger.h"
 #include "base/text.h"
 #include "host/setup_error.h"
+#include "sim/api/pipeline.h"
 #include "sim/faults/faults.h"
 #include "sim/framework/watchdog.h"
 
@@ -176,6 +177,7 @@ void AgentSvcImpl::fill(nyx::AgentGetResponse *rsp) const {
     host::fill(connections_, rsp->mutable_connections());
     host::fill(rsp->mutable_watchdog());
     host::fill(sysconfig_, rsp->mutable_mac_file_folder());
+    rsp->set_pipeline_quiesced(sim::pipeline_state().quiesced);
 }
 
 void AgentSvcImpl::fill_calls(nyx::AgentGetResponse *rsp) const {

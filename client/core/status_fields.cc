@@ -5,6 +5,7 @@
 #include <vector>
 
 #include "client/core/fields.h"
+#include "nyx/agent.pb.h"
 #include "nyx/types/status.pb.h"
 
 namespace pb = google::protobuf;
@@ -15,7 +16,8 @@ namespace {
 std::optional<std::string> failed_value(const pb::Message &message, const pb::FieldDescriptor *field,
                                         int index) {
     if (field->message_type()) {
-        return failed_api_status(message_at(message, field, index));
+        const bool of_other_calls = field->message_type() == nyx::AgentOutcome::descriptor();
+        return of_other_calls ? std::nullopt : failed_api_status(message_at(message, field, index));
     }
     if (field->name() != "api_status" || field->enum_type() != types::ApiStatus_descriptor()) {
         return {};

@@ -19,7 +19,8 @@ nyx_if_info_s uplink(uint8_t number, nyx_state_e oper_state) {
     auto info = nyx_if_info_s();
     info.spec.key = uplink_key(number);
     info.spec.type = NYX_IF_TYPE_UPLINK;
-    info.spec.admin_state = NYX_STATE_UP;
+    info.spec.admin_state =
+        oper_state;  // an uplink that should be up and is not would be a fault of the card
     info.spec.uplink.port = port_key(number);
     info.status.if_index = k_uplink_if_index | number << 16;
     info.status.oper_state = oper_state;

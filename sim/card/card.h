@@ -1,6 +1,6 @@
 // The stand-in's card, the same after every start: two data ports (1 with a QSFP-class transceiver and
 // its link up, 2 with an SFP-class one and its link down), one management port (3), an uplink for each data port,
-// two host interfaces and five LIFs.
+// the second down by its settings, two host interfaces and five LIFs.
 
 #pragma once
 

@@ -168,21 +168,21 @@ const std::vector<element_view_s> k_element_views = {
 };
 
 constexpr snapshot_part_s k_snapshot_parts[] = {
-    {"cache_counters", "DebugSvc.LlcStatsGet", "{}"},
-    {"credits", "SystemSvc.QueueCreditsGet", "{}"},
-    {"heap", "DebugSvc.HeapGet", "{}"},
-    {"interfaces", "IfSvc.InterfaceGet", "{}"},
-    {"lifs", "IfSvc.LifGet", "{}"},
-    {"lifs_classic", "LifClassicSvc.LifClassicGet", "{}"},
-    {"packet_buffer", "DebugSvc.PbStatsGet", "{}"},
-    {"pipeline_assist", "PipelineSvc.DataPathAssistStatsGet", "{}"},
-    {"pipeline_summary", "PipelineSvc.FlowStatsSummaryGet", "{}"},
-    {"ports", "PortSvc.PortGet", "{}"},
-    {"recovery", "SystemSvc.ProcessRecoveryGet", "{}"},
-    {"slabs", "DebugSvc.SlabGet", "{}"},
-    {"switch_ports", "DebugSvc.InternalPortGet", k_all_switch_ports},
-    {"system", "SystemSvc.SystemGet", "{}"},
-    {"table_statistics", "DebugSvc.TableStatsGet", "{}"},
+    {"cache_counters", "DebugSvc.LlcStatsGet", "{}", "call LlcStatsGet"},
+    {"credits", "SystemSvc.QueueCreditsGet", "{}", "show credits"},
+    {"heap", "DebugSvc.HeapGet", "{}", "show heap"},
+    {"interfaces", "IfSvc.InterfaceGet", "{}", "show interfaces"},
+    {"lifs", "IfSvc.LifGet", "{}", "show lifs"},
+    {"lifs_classic", "LifClassicSvc.LifClassicGet", "{}", "show lifs --classic"},
+    {"packet_buffer", "DebugSvc.PbStatsGet", "{}", "show packet-buffer"},
+    {"pipeline_assist", "PipelineSvc.DataPathAssistStatsGet", "{}", "show pipeline"},
+    {"pipeline_summary", "PipelineSvc.FlowStatsSummaryGet", "{}", "show pipeline"},
+    {"ports", "PortSvc.PortGet", "{}", "show ports"},
+    {"recovery", "SystemSvc.ProcessRecoveryGet", "{}", "show system"},
+    {"slabs", "DebugSvc.SlabGet", "{}", "show slabs"},
+    {"switch_ports", "DebugSvc.InternalPortGet", k_all_switch_ports, "show switch-ports"},
+    {"system", "SystemSvc.SystemGet", "{}", "show system"},
+    {"table_statistics", "DebugSvc.TableStatsGet", "{}", "show tables"},
 };
 
 }  // namespace

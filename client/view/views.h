@@ -68,6 +68,7 @@ struct snapshot_part_s {
     const char *name;
     const char *method;
     const char *request;  // JSON
+    const char *see;      // the command that shows it
 };
 
 std::span<const snapshot_part_s> snapshot_parts();

@@ -1,4 +1,4 @@
-"""nyxctl fault, scenario and status against an agent.
+"""nyxctl fault and scenario against an agent.
 
 usage: ctl_fault_test.py FOLDER-OF-PROGRAMS [unittest options]
 """
@@ -42,24 +42,8 @@ class FaultTest(agent.ClientTestCase):
         server.start()
         self.addCleanup(lambda: server.stop(None).wait())
         self.assertIn("does not offer faults and scenarios", self.ctl("fault", "list", exit_code=64 + 12).stderr)
-        states = [(row["check"], row["state"]) for row in self.json("status")["status"]]
-        self.assertIn(("grpc", "ok"), states)
-        self.assertIn(("health", "unknown"), states)
-
-    def test_status_of_an_agent_that_is_well(self):
-        rows = self.json("status")["status"]
-        self.assertEqual({row["state"] for row in rows}, {"ok", "info"}, rows)
-        self.assertTrue(all(list(row) == ["check", "subject", "state", "ms", "detail"] for row in rows))
-        checks = [row["check"] for row in rows]
-        self.assertEqual([checks.count(name) for name in ("grpc", "socket", "health")], [1, 1, 9])
-        limits = {row["subject"]: row["detail"] for row in rows if row["check"] == "limit"}
-        self.assertEqual(limits, {"gRPC request": 16 << 20, "socket request": 1 << 20})
-
-    def test_status_tells_degraded_from_unreachable(self):
-        self.ctl("fault", "add", "debug::nyx_handle_cmd:code=39")
-        self.assertRegex(self.ctl("status", exit_code=1).stdout, r"(?m)^socket .* warning .*API_STATUS_TIMED_OUT$")
-        self.assertEqual(self.agent.stop()[0], 0)
-        self.assertEqual(self.ctl("status", exit_code=3).stdout.count(" unreachable "), 2)
+        states = {(row["check"], row["state"]) for row in self.json("health")["checks"]}
+        self.assertLessEqual({("grpc", "ok"), ("service", "unknown"), ("read", "unknown")}, states)
 
 
 class ScenarioTest(agent.ClientTestCase):

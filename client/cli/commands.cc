@@ -14,7 +14,7 @@ namespace {
 constexpr char k_footer[] = R"(Options may come before or after the command.
 
 Examples:
-  nyxctl status
+  nyxctl health
   nyxctl show ports
   nyxctl watch sessions 0 100 --rates
   nyxctl table add registered_mac k1=00:1a:2b:3c:4d:5e k2=100 d1=1
@@ -28,8 +28,8 @@ Examples:
 Exit codes:
   0   done
   1   local failure: a file, the output, or the agent closed the connection
-      without an answer; diff: there are differences; status: something is degraded
-  2   wrong command line or JSON; nothing was sent
+      without an answer; diff: there are differences; health: degraded
+  2   wrong command line or JSON; nothing was sent; health: failed
   3   no agent reachable; nothing was sent
   4   no answer within --timeout
   5   the agent answered, and an api_status is not API_STATUS_OK
@@ -81,7 +81,7 @@ command_s program() {
 commands_t all_commands() {
     commands_t all = {program()};
     for (const auto group :
-         {status_commands, view_commands, snapshot_commands, metrics_commands, setting_commands,
+         {health_commands, view_commands, snapshot_commands, metrics_commands, setting_commands,
           interface_commands, table_commands, record_commands, labels_commands, call_commands, debug_commands,
           fault_commands, scenario_commands, completion_commands}) {
         const commands_t commands = group();

@@ -22,15 +22,15 @@ void note_labels_problems(const given_s &given);
 commands_t call_commands();        // list, describe, call
 commands_t completion_commands();  // completion
 commands_t debug_commands();       // debug
-commands_t fault_commands();
-commands_t scenario_commands();       // fault
+commands_t fault_commands();       // fault
+commands_t health_commands();      // health, status
+commands_t scenario_commands();    // scenario
 commands_t interface_commands();   // set, add, del interface
 commands_t metrics_commands();     // metrics
 commands_t labels_commands();      // labels
 commands_t record_commands();      // explain, encode, decode
 commands_t setting_commands();     // set, clear
 commands_t snapshot_commands();    // snapshot, diff
-commands_t status_commands();      // status
 commands_t table_commands();       // table
 commands_t view_commands();        // show, watch
 

@@ -107,10 +107,14 @@ void restore_host_interfaces(const std::string &sysconfig) {
     }
 }
 
-// A card that starts anew has lost everything, as with a new start of the agent.
+// A card that starts anew has lost everything, as with a new start of the agent. Other threads use the path of the file
+// meanwhile, and stderr may have no reader.
 void start_scenario(const host::options_s &options, host::grpc_door *grpc) {
-    sim::on_card_restart([&options, grpc] {
-        restore_host_interfaces(options.sysconfig);
+    sim::on_card_restart([grpc] {
+        std::string error;
+        if (!sim::load_host_interfaces(g_host_if_mac_file, &error)) {
+            core::g_trace_logger->logger()->error("{}", error);
+        }
         grpc->renew_instance();
     });
     if (!options.scenario.empty()) {

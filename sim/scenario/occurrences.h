@@ -12,8 +12,8 @@ namespace sim {
 
 constexpr uint64_t k_never = std::numeric_limits<uint64_t>::max();
 
-// Walks through the beginnings and ends of one event, in the order of time. `number` tells the random numbers of events
-// apart.
+// Walks through the beginnings and ends of one event, in the order of time. `number` distinguishes the random numbers
+// of events.
 class occurrences {
  public:
     occurrences(const event_s &event, uint64_t seed, uint64_t number)

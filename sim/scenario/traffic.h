@@ -54,7 +54,7 @@ class traffic {
     // One direction of a stanza.
     struct direction_s {
         traffic_s stanza;   // whose replies are not looked at
-        uint64_t number;    // tells the random numbers of directions apart
+        uint64_t number;    // distinguishes the random numbers of directions
         size_t in_session;  // place of its first counter
         passed_s passed = {};
     };

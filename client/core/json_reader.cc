@@ -164,7 +164,8 @@ class json_reader::document {
             return refuse_kind(value.type(), wanted_text(plan.field, false));
         }
         int index = 0;
-        for (const element &each : value.get_array().value_unsafe()) {
+        const simdjson::dom::array values = value.get_array().value_unsafe();
+        for (const element &each : values) {
             if (!read_value(each, plan, index, message)) {
                 return refuse_at(fmt::format("[{}]", index));
             }

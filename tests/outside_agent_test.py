@@ -78,6 +78,12 @@ class ServiceTest(unittest.TestCase):
             with self.subTest(method):
                 self.assertIn(answer, AGENT.ctl(f"call {method}"))
 
+    def test_Calls_RunOnLentThreadsWithinTheirMemory(self):
+        ids, port = TMP / "ids", '"' + b"port".ljust(16, b"\0").hex() + '"'
+        ids.write_text('{"id": [' + ", ".join(10_000 * [port]) + "]}")
+        refused = run(PREFIX / "bin/nyxctl", "call", "PortGet", f"@{ids}", exit_code=None, **AGENT.env)
+        self.assertIn("more memory than the agent has left for calls", refused.stderr)
+
     def test_TableEntries_AreKeptByTableAndKey(self):
         lif, other = "lif_mapping k1=7", "lif_kvo_mapping k1=7"
         AGENT.ctl(f"table add {lif} d1=42")
@@ -97,7 +103,7 @@ class ServiceTest(unittest.TestCase):
         AGENT.ctl("del interface 0c")
         AGENT.ctl("call InterfaceGet id[0]=0c", exit_code=5)
         AGENT.ctl("set port 1 number_a=1500")
-        self.assertRegex(AGENT.ctl("show port 1"), r"number_a +1500\n")
+        self.assertRegex(AGENT.ctl("show port 1"), r"mtu +1500 bytes\n")
 
     def test_HostInterface_IsStoredWhereTheAgentWantsIt(self):
         AGENT.ctl("add interface host id=0d name=h1 mac_address=00:1a:2b:3c:4d:5e")

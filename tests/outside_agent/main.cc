@@ -1,4 +1,4 @@
-// An agent that loads the service layer: the platform below, the two doors above.
+// An agent that loads the service layer: the platform below, gRPC server and debug socket above.
 
 #include <grpcpp/grpcpp.h>
 #include <spdlog/sinks/stdout_sinks.h>
@@ -15,6 +15,7 @@
 
 #include "agent_api/trace_logger.h"
 #include "platform.h"
+#include "svc/call_server.h"
 #include "svc/channel/svc_thread.h"
 #include "svc/debug.h"
 #include "svc/grpc_nyx_tbl.h"
@@ -26,6 +27,9 @@
 #include "svc/system.h"
 
 namespace {
+
+constexpr size_t k_call_memory = 16 << 20;  // of all requests and answers together
+constexpr size_t k_workers = 8;             // operations that may wait for the card at once
 
 struct signal_watcher : sdk::event_thread::io_ {
     char *socket_path;
@@ -40,7 +44,7 @@ void signal_cb(sdk::event_thread::io_ *io, int fd, int) {
     if (info.ssi_signo == SIGUSR2) (void)core::svc_server_thread_resume_cb(socket_path);  // logs its failures
 }
 
-// The service request thread, until SIGTERM; false when it could not start. The gRPC door is open by then.
+// The service request thread, until SIGTERM; false when it could not start. The gRPC server runs by then.
 bool serve_requests(char *socket_path, int signal_fd) {
     sdk::lib::thread::t_curr_thread_ = &platform::g_service_thread;
     if (core::svc_server_thread_init(socket_path) != sdk::SDK_RET_OK) return false;
@@ -76,6 +80,7 @@ int main(int argc, char **argv) {
     core::g_trace_logger = &log;
     g_host_if_mac_file = std::string(argv[3]) + "/hostif_mac.json";
 
+    svc::call_server calls({.memory = k_call_memory});  // serves the services that follow
     NyxTblSvcImpl tables;
     IfSvcImpl interfaces;
     LifClassicSvcImpl lifs;
@@ -88,11 +93,15 @@ int main(int argc, char **argv) {
     const std::vector<grpc::Service *> services = {&tables, &interfaces, &lifs, &ports,
                                                    &system, &pipeline,   &debug};
     for (grpc::Service *service : services) builder.RegisterService(service);
+    calls.attach(&builder);
     const std::unique_ptr<grpc::Server> server = builder.BuildAndStart();
     if (!server) return 1;
+    std::vector<std::jthread> workers;
+    while (workers.size() < k_workers) workers.emplace_back([&calls] { calls.run(); });
 
     bool served = false;
     std::thread([&] { served = serve_requests(argv[2], signal_fd); }).join();
     server->Shutdown(std::chrono::system_clock::now() + std::chrono::milliseconds(500));
+    calls.shutdown();  // the workers end
     return served ? 0 : 1;
 }

@@ -65,6 +65,16 @@ nyx_if_info_s *find(objects_t &objects, const nyx_obj_key_s &key, bool port) {
     return found != objects.end() && is_port(found->second) == port ? &found->second : nullptr;
 }
 
+template <typename function_t>
+sdk_ret_t add_change_of(const nyx_obj_key_s &key, bool port, uint64_t batch, const function_t &change) {
+    return add_change(batch, [=](objects_t &objects) {
+        nyx_if_info_s *const info = find(objects, key, port);
+        if (info == nullptr) return SDK_RET_LOOKUP_FAILURE;
+        change(objects, info);
+        return SDK_RET_OK;
+    });
+}
+
 sdk_ret_t read(const nyx_obj_key_s &key, bool port, nyx_if_info_s *info) {
     return guarded(g_mutex, [&] {
         const nyx_if_info_s *found = find(g_objects, key, port);
@@ -141,19 +151,12 @@ sdk_ret_t nyx_if_create(nyx_if_spec_s *spec, uint64_t batch) {
     });
 }
 sdk_ret_t nyx_if_update(nyx_if_spec_s *spec, uint64_t batch) {
-    return add_change(batch, [spec = *spec](objects_t &objects) {
-        nyx_if_info_s *const info = find(objects, spec.key, false);
-        if (info == nullptr) return SDK_RET_LOOKUP_FAILURE;
-        info->spec = spec;
-        return SDK_RET_OK;
-    });
+    return add_change_of(spec->key, false, batch,
+                         [spec = *spec](objects_t &, nyx_if_info_s *info) { info->spec = spec; });
 }
 sdk_ret_t nyx_if_delete(nyx_obj_key_s *key, uint64_t batch) {
-    return add_change(batch, [key = *key](objects_t &objects) {
-        if (find(objects, key, false) == nullptr) return SDK_RET_LOOKUP_FAILURE;
-        objects.erase(id_of(key));
-        return SDK_RET_OK;
-    });
+    return add_change_of(*key, false, batch,
+                         [id = id_of(*key)](objects_t &objects, nyx_if_info_s *) { objects.erase(id); });
 }
 sdk_ret_t nyx_if_read(nyx_obj_key_s *key, nyx_if_info_s *info) { return read(*key, false, info); }
 sdk_ret_t nyx_if_read_all(nyx_read_cb_t callback, void *ctxt) { return read_all(false, callback, ctxt); }
@@ -168,12 +171,8 @@ sdk_ret_t core::interface_lldp_stats_get(uint16_t, nyx_if_lldp_stats_s *) { retu
 sdk_ret_t api::port_get(nyx_obj_key_s *key, nyx_if_info_s *info) { return read(*key, true, info); }
 sdk_ret_t api::port_get_all(nyx_read_cb_t callback, void *ctxt) { return read_all(true, callback, ctxt); }
 sdk_ret_t api::port_update(nyx_if_spec_s *spec, uint64_t batch) {
-    return add_change(batch, [spec = *spec](objects_t &objects) {
-        nyx_if_info_s *const info = find(objects, spec.key, true);
-        if (info == nullptr) return SDK_RET_LOOKUP_FAILURE;
-        info->spec.port = spec.port;
-        return SDK_RET_OK;
-    });
+    return add_change_of(spec->key, true, batch,
+                         [port = spec->port](objects_t &, nyx_if_info_s *info) { info->spec.port = port; });
 }
 sdk_ret_t api::port_stats_reset(const nyx_obj_key_s *) { return SDK_RET_INVALID_OPERATION; }
 

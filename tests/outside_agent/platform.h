@@ -15,7 +15,7 @@ namespace platform {
 void run_events();
 void stop_events();
 
-// The one thread that serves requests, and how often it told that it is alive. Any thread.
+// The one thread that serves requests, and how often it reported that it is alive. Any thread.
 extern sdk::lib::thread g_service_thread;
 uint32_t num_heartbeats();
 

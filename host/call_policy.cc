@@ -36,8 +36,11 @@ bool is_transport(const grpc::ServerContext &context, std::string_view type) {
     return types.size() == 1 && types.front() == type;
 }
 
-// A call that the agent makes of itself.
-bool is_own(const grpc::ServerContext &context) { return context.peer().starts_with("inproc"); }
+// A call that the agent makes of itself, within the process: no connection, and so no credentials.
+bool is_own(const grpc::ServerContext &context) {
+    return context.peer() == "unknown" &&
+           properties(context, GRPC_TRANSPORT_SECURITY_TYPE_PROPERTY_NAME).empty();
+}
 
 bool is_unix(const grpc::ServerContext &context) { return context.peer().starts_with("unix"); }
 
@@ -77,7 +80,7 @@ bool call_policy::has_role(types::Role role, const grpc::ServerContext &context)
     if (role == types::ROLE_NONE) {
         return false;
     }
-    if (is_transport(context, "local") || is_own(context)) {
+    if (is_transport(context, "local")) {
         return true;
     }
     if (is_transport(context, GRPC_SSL_TRANSPORT_SECURITY_TYPE)) {

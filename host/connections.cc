@@ -30,6 +30,7 @@ constexpr size_t k_unexplained = 96 * k_mib;
 // What calls, requests that are coming in and open connections explain, at most and together.
 constexpr size_t k_calls = 128 * k_mib, k_received = 96 * k_mib, k_connection = 40 * 1024;
 constexpr size_t k_allowed = 400 * k_mib;
+constexpr int k_questions = 3;
 constexpr auto k_until_a_close_helps = std::chrono::seconds(1);
 
 size_t resident_bytes() {
@@ -130,7 +131,7 @@ void connections::forget_ended(int timeout_ms) {
 void connections::forget(int fd) {
     epoll_ctl(events_.get(), EPOLL_CTL_DEL, fd, nullptr);
     connections_.erase(fd);
-    last_end_ = clock::now();
+    questions_ = k_questions;
     counts_->open = static_cast<uint32_t>(connections_.size());
 }
 
@@ -171,14 +172,13 @@ int connections::look() {
     return connections_.empty() && may_accept_ ? k_rarely_ms : k_often_ms;
 }
 
+// More than once, because the agent's own calls may come too early or be late.
 void connections::ask_for_kept(size_t bytes) {
-    constexpr auto k_between_questions = std::chrono::seconds(2),
-                   k_until_it_is_kept = std::chrono::seconds(1);
-    const auto now = clock::now();
-    if (bytes > k_worth_a_trim + explained() && now > last_question_ + k_between_questions &&
-        last_question_ < last_end_ + k_until_it_is_kept) {
+    constexpr auto k_between_questions = std::chrono::seconds(2);
+    if (questions_ > 0 && bytes > k_worth_a_trim + explained() && clock::now() > next_question_) {
         eventfd_write(kept_.get(), 1);
-        last_question_ = now;
+        next_question_ = clock::now() + k_between_questions;
+        questions_--;
     }
 }
 
@@ -205,6 +205,7 @@ void connections::forget_bytes() {
     }
     just_received_ = 0;
     is_counting_ = false;
+    malloc_trim(0);  // the last time before memory grows again
 }
 
 // Half of what came in came over these. Who sent next to nothing has not cost that memory.

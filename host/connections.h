@@ -80,8 +80,9 @@ class connections {
 
     // Of the watching thread.
     bool is_counting_ = false;
+    int questions_ = 0;  // that may still be asked
     double just_received_ = 0;
-    clock::time_point next_trim_ = {}, last_close_ = {}, last_end_ = {}, last_question_ = {};
+    clock::time_point next_trim_ = {}, last_close_ = {}, next_question_ = {};
     std::thread thread_;
 };
 

@@ -1,5 +1,6 @@
-"""Attacks on the gRPC door."""
+"""Attacks on the gRPC server."""
 
+import contextlib
 import random
 import socket
 import struct
@@ -75,7 +76,7 @@ def send_garbage(number, agent, rounds, seed):
 
 
 def http2_garbage(agent, rounds):
-    """What is no HTTP/2, and HTTP/2 that breaks its rules."""
+    """What is not HTTP/2, and HTTP/2 that breaks its rules."""
     seed = random.randrange(1 << 32)
     return f"{sum(processes.at_once(2, send_garbage, agent, rounds // 2, seed))} connections, seed {seed}"
 
@@ -90,7 +91,7 @@ def reset_stream(stream):
 
 FLOODS = {
     "reset": lambda stream: begin_stream(stream) + reset_stream(stream),
-    "reset behind a request": lambda stream: wire.call(stream, wire.PORT_GET) + reset_stream(stream),
+    "reset after a request": lambda stream: wire.call(stream, wire.PORT_GET) + reset_stream(stream),
     "ping": lambda _: wire.frame(wire.PING, 0, 0, bytes(8)),
     "settings": lambda _: wire.frame(wire.SETTINGS, 0, 0, struct.pack(">HI", 3, 100)),
     "empty data": lambda _: wire.frame(wire.DATA, 0, 1),
@@ -167,9 +168,10 @@ def message_limits(agent, at_once):
 
 def open_streams(number, agent, count, complete):
     with wire.connect(agent.grpc) as peer:
-        peer.sendall(wire.opening())
-        for stream in range(1, 2 * count, 2):
-            peer.sendall(wire.call(stream, wire.PORT_GET) if complete else begin_stream(stream))
+        with contextlib.suppress(ConnectionError):  # the agent may close what takes so much memory
+            peer.sendall(wire.opening())
+            for stream in range(1, 2 * count, 2):
+                peer.sendall(wire.call(stream, wire.PORT_GET) if complete else begin_stream(stream))
         time.sleep(1)
         return agent.figures().threads
 

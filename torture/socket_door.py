@@ -172,7 +172,7 @@ def descriptor_limit(agent, seconds):
     recovery = agent.recovery_s()
     lines = len(agent.log_lines(begin))
     check(recovery < 1, f"recovery took {recovery:.1f} s")
-    check(lines <= 10 * (seconds + 3), f"{lines} log lines")
+    check(lines <= 2 * 10 * (seconds + 3), f"{lines} log lines")  # of two places in the code
     return f"{tried} connections, recovery {recovery * 1000:.0f} ms, {lines} log lines"
 
 

@@ -198,7 +198,7 @@ std::string check_scenario(const std::string &name_or_file) {
 void add_scenario_options(CLI::App &app, options_s &options) {
     app.add_option("--scenario", options.scenario,
                    "Let the card live: counters move, links flap.\n"
-                   "Name of a scenario (nyxctl scenario show lists\n"
+                   "Name of a scenario (nyxctl scenario list has\n"
                    "them) or file, with a slash or dot in its name")
         ->type_name("NAME")
         ->check(check_scenario);

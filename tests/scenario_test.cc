@@ -44,7 +44,7 @@ event = [
     {what = "fault", fault = "nyx_lif_stats_enable:code=6", at = 6, every = 20, lasts = 3},
     {what = "restart", at = 60, every = 60},
 ]
-sensor = [{name = "temperature.die", from = 50, to = 110, period = 40, limit = 95}]
+sensor = [{name = "temperature.core", from = 50, to = 110, period = 40, limit = 95}]
 fill = [{table = "flow_info", at = 1, per_second = 37, entries = 900}]
 )";
 
@@ -196,7 +196,7 @@ TEST_F(Scenario, TableFillsAndRestartLosesIt) {
 }
 
 TEST_F(Scenario, SensorsDriftOverTheirLimit) {
-    start(R"(sensor = [{name = "temperature.die", from = 40, to = 100, period = 60, limit = 90},
+    start(R"(sensor = [{name = "temperature.core", from = 40, to = 100, period = 60, limit = 90},
                        {name = "voltage.card", from = 12000, to = 11000, period = 60}])");
     const std::vector<std::vector<uint32_t>> expected = {
         {50, 11834, 1}, {60, 11667, 1}, {100, 11000, 2}, {40, 12000, 1}};
@@ -272,7 +272,8 @@ TEST_F(Scenario, InvalidTextIsRefusedWithTheReason) {
         {"fill = [{table = \"flow_inf\", per_second = 1, entries = 1}]", "nearest: flow_info"},
         {"title = ", "line 1: "},
         {"[[\nevent]]", "the text is not TOML"},
-        {"fill = [{table = \"flow\", per_second = 1, entries = 600000}, {table = \"flow_info\", per_second = 1, "
+        {"fill = [{table = \"flow\", per_second = 1, entries = 600000}, {table = \"flow_info\", per_second = "
+         "1, "
          "entries = 600000}]",
          "up to 1000000 entries together"},
     };
@@ -291,7 +292,8 @@ TEST_F(Scenario, InvalidTextIsRefusedWithTheReason) {
     for (int i = 0; i < 100; i++) {
         title += "\u00e9";
     }
-    EXPECT_EQ(sim::parse_scenario("title = '" + title + "'").title, title.substr(0, 199));  // whole characters
+    EXPECT_EQ(sim::parse_scenario("title = '" + title + "'").title,
+              title.substr(0, 199));  // whole characters
 }
 
 }  // namespace

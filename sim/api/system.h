@@ -23,9 +23,9 @@ std::vector<port_credits_s> default_port_credits();
 // The values that an adapter starts with.
 struct system_state_s {
     nyx_system_voltage_s voltage = {{12040, 851, 852}};        // mV: card, core, Arm cores
-    nyx_system_power_s power = {{24300, 14200, 6100}};         // mW: card, core, Arm cores
+    nyx_system_power_s power = {{24300, 14200, 6100}};         // mW: total, core, Arm cores
     nyx_system_clock_freq_s frequency = {{1100, 2000, 1500}};  // MHz: core, Arm cores, pipeline stages
-    nyx_system_temperature_s temperature = {{58, 43, 39}};     // Celsius: die, card, transceiver cage
+    nyx_system_temperature_s temperature = {{58, 43, 39}};     // Celsius: core, board, inlet
     std::string die_id = "0b7c-51e2-9a30-44d8";
     uint32_t led = 1;
     uint32_t reset_reason = 1;

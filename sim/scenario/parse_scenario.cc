@@ -164,9 +164,9 @@ void read(const toml::table &stanza, traffic_s *traffic) {
 }
 
 void read(const toml::table &stanza, sensor_s *sensor) {
-    static const std::vector<std::string> names = {"temperature.die", "temperature.card", "temperature.cage",
-                                                   "voltage.card",    "voltage.core",     "voltage.arm",
-                                                   "power.card",      "power.core",       "power.arm"};
+    static const std::vector<std::string> names = {
+        "temperature.core", "temperature.board", "temperature.inlet", "voltage.card", "voltage.core",
+        "voltage.arm",      "power.total",       "power.core",        "power.arm"};
     *sensor = numbers_of<sensor_s>(stanza, k_sensor_keys, {"name"});
     const size_t name = one_of(stanza, "name", names);
     sensor->group = name / 3;

@@ -15,6 +15,7 @@
 #include "sim/api/pipeline.h"
 #include "sim/faults/faults.h"
 #include "sim/framework/watchdog.h"
+#include "svc/channel/svc_thread.h"
 
 namespace host {
 
@@ -79,6 +80,7 @@ uint64_t memory_limit() {
 
 void fill(const connection_counts_s &counts, nyx::AgentConnections *connections) {
     connections->set_grpc(counts.open);
+    connections->set_debug_socket(static_cast<uint32_t>(core::svc_server_open_connections()));
     connections->set_accepted(counts.accepted);
     connections->set_turned_away(counts.turned_away);
     connections->set_closed(counts.closed);

@@ -22,6 +22,9 @@ inline void apply_server_settings(grpc::ServerBuilder &builder) {
     // A peer that has not said what it wants by then, and one that is gone without a word.
     constexpr int k_handshake_ms = 10'000;
     constexpr int k_keepalive_ms = 60'000, k_keepalive_answer_ms = 20'000;
+    // Clients in other languages ping every ten seconds at most, also without a call. Who pings more often is told to stop,
+    // and disconnected.
+    constexpr int k_ping_ms = 5'000;
     builder.SetMaxReceiveMessageSize(base::k_max_grpc_request_size);
     builder.SetSyncServerOption(option::MAX_POLLERS, k_max_pollers);
     builder.SetResourceQuota(grpc::ResourceQuota("nyx-agent").SetMaxThreads(k_max_threads));
@@ -31,6 +34,7 @@ inline void apply_server_settings(grpc::ServerBuilder &builder) {
     builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIME_MS, k_keepalive_ms);
     builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_TIMEOUT_MS, k_keepalive_answer_ms);
     builder.AddChannelArgument(GRPC_ARG_KEEPALIVE_PERMIT_WITHOUT_CALLS, 1);
+    builder.AddChannelArgument(GRPC_ARG_HTTP2_MIN_RECV_PING_INTERVAL_WITHOUT_DATA_MS, k_ping_ms);
 }
 
 }  // namespace host

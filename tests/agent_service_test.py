@@ -106,12 +106,15 @@ class IdentityTest(ServiceTestCase):
         self.assertEqual(len(ids), 2)
 
     def test_state_counts_connections_and_calls(self):
-        client = Client(self, self.start().grpc)
+        agent = self.start()
+        client = Client(self, agent.grpc)
         for _ in range(3):
             client.call("PortSvc/PortGet")
         client.call("PortSvc/PortGet", id=[b"unknown"])
-        state = client.state()
-        self.assertEqual((state.connections.grpc, state.connections.accepted), (1, 1))
+        peer = self.enterContext(socket.socket(socket.AF_UNIX))
+        peer.connect(agent.socket)
+        state = wait_until(lambda: (state := client.state()).connections.debug_socket and state)
+        self.assertEqual((state.connections.grpc, state.connections.accepted, state.connections.debug_socket), (1, 1, 1))
         self.assertEqual((state.mac_file_folder.path, state.mac_file_folder.writable), (self.folder, True))
         self.assertGreater(state.memory.resident, 0)
         [ports] = [method for method in state.method if method.method == "nyx.PortSvc/PortGet"]

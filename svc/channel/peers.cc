@@ -4,6 +4,7 @@
 #include <sys/socket.h>
 #include <unistd.h>
 
+#include <atomic>
 #include <cerrno>
 #include <new>
 #include <utility>
@@ -19,6 +20,8 @@ namespace {
 
 using base::unique_fd;
 using sdk::event_thread::io_;
+
+std::atomic<size_t> g_open = 0;
 
 constexpr int k_ticks_to_request = 10;
 
@@ -61,6 +64,7 @@ bool peers::add(unique_fd fd, sdk::event_thread::io_callback callback) {
         connection->ticks_left = k_ticks_to_request;
         const int connection_fd = connection->fd.get();
         open_.emplace(io, std::move(connection));
+        g_open++;
         sdk::event_thread::io_init(io, callback, connection_fd, sdk::event_thread::k_io_readable);
         sdk::event_thread::io_start(io);
         return true;
@@ -146,8 +150,11 @@ bool peers::close(io_ *io) {
     limits_.leave(found->second->uid);
     found->second->fd.reset();
     open_.erase(found);
+    g_open--;
     return true;
 }
+
+size_t peers::open_count() { return g_open; }
 
 void peers::close_elsewhere(unique_fd fd, uid_t uid) {
     if (!uses_executor() || closes_at_once(fd.get())) {

@@ -44,6 +44,9 @@ class peers {
     void tick();
     bool is_idle() const { return open_.empty() && work_.size() == 0; }
 
+    // Connections that wait or are served, of all threads. Any thread.
+    static size_t open_count();
+
     // So much work waits that no more peers should be accepted.
     bool is_swamped() const { return work_.size() >= k_max_work; }
 

@@ -236,4 +236,6 @@ void svc_server_thread_heartbeat_punch_cb(timer_ *) {
     }
 }
 
+size_t svc_server_open_connections() { return svc::peers::open_count(); }
+
 }  // namespace core

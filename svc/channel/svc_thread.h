@@ -39,4 +39,7 @@ void svc_server_accept_cb(sdk::event_thread::io_ *io, int fd, int events);
 void svc_server_read_cb(sdk::event_thread::io_ *io, int fd, int events);
 void svc_server_thread_heartbeat_punch_cb(sdk::event_thread::timer_ *timer);
 
+// Connections of the socket that are open now. Any thread.
+size_t svc_server_open_connections();
+
 }  // namespace core

@@ -97,7 +97,7 @@ class Agent:
         check(wire.grpc_ask(self.grpc), "gRPC does not answer")
 
     def recovery_s(self):
-        """How long it takes until new clients are answered at both doors."""
+        """How long it takes until new clients are answered at gRPC server and debug socket."""
         began = time.monotonic()
         while True:
             try:

@@ -58,7 +58,7 @@ def keep_asking(number, agent):
 
 
 def stop_under_load(build, rounds):
-    """SIGTERM among busy clients of both doors: the agent ends within a second and leaves no socket behind."""
+    """SIGTERM among busy clients: the agent ends within a second and leaves no socket behind."""
     slowest, answers = 0, 0
     for _ in range(rounds):
         with Agent(build) as agent:

@@ -27,10 +27,10 @@ def watch(agent, over):
     looker.start()
     times, failures = [], 0
     while not over.wait(PAUSE_S):
-        for door in (lambda: wire.ask(agent.socket)[0] == wire.ANSWERED, lambda: wire.grpc_ask(agent.grpc)):
+        for is_answered in (lambda: wire.ask(agent.socket)[0] == wire.ANSWERED, lambda: wire.grpc_ask(agent.grpc)):
             began = time.monotonic()
             try:
-                failures += not door()
+                failures += not is_answered()
             except OSError:
                 failures += 1
             times.append(time.monotonic() - began)

@@ -1,4 +1,4 @@
-# The manuals, out of what the programs say about themselves, and the completion script that nyxctl prints.
+# The manuals, out of what the programs say about themselves, and the completion scripts that nyxctl prints.
 
 file(GLOB NYX_MANPAGES CONFIGURE_DEPENDS ${PROJECT_SOURCE_DIR}/tools/manpages/*.py)
 set(written)
@@ -19,13 +19,21 @@ endfunction()
 nyx_manual(nyxctl 1 client)
 nyx_manual(nyx-agent 8 agent)
 
-set(completion ${PROJECT_BINARY_DIR}/completion/nyxctl)
-add_custom_command(
-  OUTPUT ${completion}
-  COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/completion
-  COMMAND ${NYX_PROGRAMS}/nyxctl completion bash > ${completion}
-  DEPENDS nyxctl
-  COMMENT "Writing the completion script"
-  VERBATIM)
-install(FILES ${completion} DESTINATION ${CMAKE_INSTALL_DATADIR}/bash-completion/completions COMPONENT client)
-add_custom_target(manuals ALL DEPENDS ${written} ${completion})
+# The script of a shell, where that looks for it.
+function(nyx_completion shell folder name)
+  set(file ${PROJECT_BINARY_DIR}/completion/${shell}/${name})
+  add_custom_command(
+    OUTPUT ${file}
+    COMMAND ${CMAKE_COMMAND} -E make_directory ${PROJECT_BINARY_DIR}/completion/${shell}
+    COMMAND ${NYX_PROGRAMS}/nyxctl completion ${shell} > ${file}
+    DEPENDS nyxctl
+    COMMENT "Writing the completion script for ${shell}"
+    VERBATIM)
+  install(FILES ${file} DESTINATION ${CMAKE_INSTALL_DATADIR}/${folder} COMPONENT client)
+  set(written ${written} ${file} PARENT_SCOPE)
+endfunction()
+
+nyx_completion(bash bash-completion/completions nyxctl)
+nyx_completion(zsh zsh/vendor-completions _nyxctl)
+nyx_completion(fish fish/vendor_completions.d nyxctl.fish)
+add_custom_target(manuals ALL DEPENDS ${written})

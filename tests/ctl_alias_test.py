@@ -15,6 +15,12 @@ from agent import BIN, PATIENCE_S
 NOWHERE = "unix:/nonexistent/nyx.sock"
 COMPLETE = """source <("$0" completion bash); COMP_WORDS=("$0" "$@"); COMP_CWORD=$#; _nyxctl
 printf '%s\\n' "${COMPREPLY[@]}" """
+# Both run the script's function with what their line editors would set; zsh's compadd exists only there.
+COMPLETE_ZSH = """compadd() { while [[ $1 != -- ]]; do shift; done; shift; print -rl -- "$@" }
+_files() { print FILES }
+source <("$0" completion zsh); words=("$0" "$@"); CURRENT=$#words; PREFIX=$words[-1]; _nyxctl"""
+COMPLETE_FISH = """set -gx PATH (dirname $argv[1]) $PATH; nyxctl completion fish | source
+complete -C (string join -- ' ' nyxctl $argv[2..-1])"""
 KINDS = {
     "uplink": ["port_id=01"],
     "l3": ["prefix=10.0.0.1/24", "prefix=2001:db8::1/64", "encap.type=dot1q", "encap.value.val_vlan=7"],
@@ -179,6 +185,31 @@ class AliasTest(agent.SharedAgentTestCase):
             self.assertEqual(self.complete(*words), [wanted])
         self.assertNotIn("__complete", self.complete(""))
         self.assertIn("completion", self.complete(""))
+
+    def test_zsh_and_fish_offer_the_same(self):
+        for words in (["descr"], ["call", "flow_infoC"], ["set", "trace-level", "v"], ["set", "port", "1", "flag_a=y"],
+                      ["set", "port", "1", "set"], ["--grpc", self.agent.grpc, "show", "port", ""]):
+            wanted = sorted(agent.run("nyxctl", "__complete", "--", *words).stdout.split())
+            self.assertGreater(len(wanted), 0)
+            for shell in (["zsh", "-fc", COMPLETE_ZSH], ["fish", "--no-config", "-c", COMPLETE_FISH, "--"]):
+                result = subprocess.run([*shell, BIN / "nyxctl", *words], capture_output=True, text=True,
+                                        timeout=PATIENCE_S, check=True)
+                self.assertEqual(sorted(line.split("\t")[0] for line in result.stdout.split()), wanted, result.stderr)
+
+    def test_objects_complete_from_the_agent_and_without_one_to_nothing(self):
+        at = ["--grpc", self.agent.grpc]
+        for words, wanted in ((["show", "port", ""], "1 2 3"), (["show", "interface", "host"], "host0 host1"),
+                              (["clear", "lif-stats", "mgm"], "mgmt-lif"), (["del", "interface", "host0", "host1"], "host1"),
+                              (["set", "port", "0a000000-0000-4000-8000-000000010002"], "0a000000-0000-4000-8000-000000010002")):
+            self.assertEqual(agent.run("nyxctl", "__complete", "--", *at, *words).stdout.split(), wanted.split())
+        self.assertEqual(agent.run("nyxctl", "__complete", "--", "--grpc", NOWHERE, "show", "port", "").stdout.split(), [])
+
+    def test_objects_are_found_by_the_beginning_of_their_ids(self):
+        self.ctl("show", "port", "0A0000000000400080000000000100 03".replace(" ", ""))
+        self.ctl("add", "interface", "loopback", "id=c5d6", "prefix=10.9.0.1/32")
+        self.ctl("show", "interface", "c5d60")
+        self.assertIn("several ports", self.ctl("show", "port", "0a0", code=5).stderr)
+        self.ctl("del", "interface", "c")
 
     def test_manuals_name_every_command_and_have_no_faults(self):
         manuals = [BIN.parent / "man" / name for name in ("man1/nyxctl.1", "man8/nyx-agent.8")]

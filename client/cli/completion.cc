@@ -3,12 +3,15 @@
 #include <google/protobuf/descriptor.h>
 
 #include <algorithm>
+#include <cstdlib>
 
+#include "client/cli/commands.h"
 #include "client/core/field_value.h"
 #include "client/core/fields.h"
 #include "client/core/labels.h"
 #include "client/core/symbols.h"
 #include "client/table/record_layout.h"
+#include "client/view/find_object.h"
 #include "nyx/interface.pb.h"
 #include "nyx/port.pb.h"
 
@@ -149,6 +152,7 @@ struct place_s {
     std::vector<std::string> arguments = {};  // of that command, without options
     const argument_s *option = nullptr;       // whose value comes next
     size_t option_values = 0;                 // that are still to come
+    given_s given = {};                       // values of options
 };
 
 // A command, its group, and the program.
@@ -205,11 +209,12 @@ size_t values_of(const argument_s &option) {
 void step(const commands_t &commands, const std::string &word, place_s *place) {
     if (place->option_values > 0) {
         place->option_values--;
+        place->given.values[place->option->key()].push_back(word);
     } else if (word.size() > 1 && word.starts_with('-')) {
         place->option = find_option(commands, *place->command, word);
         place->option_values = place->option ? values_of(*place->option) : 0;
     } else if (const command_s *command = find_command(commands, *place->command, word)) {
-        *place = {.command = command};
+        *place = {.command = command, .given = std::move(place->given)};
     } else {
         place->arguments.push_back(word);
     }
@@ -230,6 +235,25 @@ const argument_s *next_argument(const place_s &place) {
         left--;
     }
     return nullptr;
+}
+
+// Asks the agent that the command line and the environment name; a shell does not wait for long.
+void add_objects(const commands_t &commands, const argument_s &argument, given_s given,
+                 const std::string &current, names_t *found) {
+    constexpr double k_patience_seconds = 0.3;
+    for (const argument_s &option : commands.front().arguments) {
+        const char *variable = option.variable.empty() ? nullptr : std::getenv(option.variable.c_str());
+        std::vector<std::string> &values = given.values[option.key()];
+        if (values.empty() && (variable || !option.initial.empty())) {
+            values = {variable ? variable : option.initial};
+        }
+    }
+    global_options_s global = global_options(given);
+    global.timeout_seconds = k_patience_seconds;
+    for (const std::string &kind : argument.choices) {
+        const names_t names = object_names(global, kind, current);
+        found->insert(found->end(), names.begin(), names.end());
+    }
 }
 
 void add_names(const argument_s &argument, const names_t &before, const std::string &current,
@@ -298,7 +322,10 @@ names_t all_names(const commands_t &commands, const place_s &place, const std::s
     if (place.option_values == 0 && place.arguments.empty()) {
         add_commands(commands, *place.command, &found);
     }
-    if (const argument_s *argument = next_argument(place)) {
+    const argument_s *argument = next_argument(place);
+    if (argument && argument->kind == KIND_ID) {
+        add_objects(commands, *argument, place.given, current, &found);
+    } else if (argument) {
         add_names(*argument, place.arguments, current, &found);
     }
     return found;

@@ -15,7 +15,7 @@ constexpr char k_files[] = ":files";
 
 // What fits in the place of the last word, which may be empty or a beginning: commands, options, choices, and names from
 // the descriptors, in alphabetical order. `words` follow the program's name. What ends in '=', '.' or '[0]' is to be
-// continued without a blank. Needs no agent.
+// continued without a blank. Only names of objects, which are KIND_ID with their kind as choice, come from the agent.
 std::vector<std::string> completions(const commands_t &commands, std::span<const std::string> words);
 
 }  // namespace nyxctl

@@ -179,7 +179,7 @@ commands_t interface_commands() {
         {"del interface",
          "Delete interfaces: all of them or none",
          "Example:\n  nyxctl del interface 0a 0b",
-         {{"ID", "Id, name, MAC address or if_index", KIND_ID, COUNT_SOME}},
+         {{"ID", "Id, name, MAC address or if_index", KIND_ID, COUNT_SOME, "", {"interface"}}},
          del_interface},
     };
 }

@@ -74,7 +74,7 @@ view_s element_view(const element_view_s &view) {
     return {view.name,
             view.help,
             view.example,
-            {{"ID", "Its id or another name of it"}},
+            {{"ID", "Its id or another name of it", KIND_ID, COUNT_ONE, "", {view.name}}},
             [&view](const given_s &given, shown_s *shown) {
                 return read_element_view(given.global, view, given.one("ID"), shown);
             }};

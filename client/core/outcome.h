@@ -10,8 +10,8 @@ namespace nyxctl {
 // Exit codes of the program, listed in its --help.
 enum exit_code_e : int {
     NYXCTL_EXIT_OK = 0,
-    NYXCTL_EXIT_LOCAL = 1,          // a file, the output, or an agent that closed without an answer
-    NYXCTL_EXIT_DEGRADED = 1,       // the verdicts of health
+    NYXCTL_EXIT_LOCAL = 1,     // a file, the output, or an agent that closed without an answer
+    NYXCTL_EXIT_DEGRADED = 1,  // the verdicts of health
     NYXCTL_EXIT_FAILED = 2,
     NYXCTL_EXIT_USAGE = 2,          // the command line or the JSON is wrong; nothing was sent
     NYXCTL_EXIT_UNREACHABLE = 3,    // nobody answers at the address or on the socket

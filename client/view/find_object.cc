@@ -4,7 +4,8 @@
 #include <fmt/ranges.h>
 
 #include <algorithm>
-#include <vector>
+#include <cctype>
+#include <iterator>
 
 #include "base/nearest_names.h"
 #include "client/core/bytes_text.h"
@@ -61,10 +62,29 @@ elements_t elements_with(const element_view_s &view, const elements_t &elements,
     return found;
 }
 
+// Elements whose ids begin with these digits.
+elements_t elements_below(const element_view_s &view, const elements_t &elements, std::string digits) {
+    const auto erase_dashes = [](std::string text) {
+        std::erase(text, '-');
+        return text;
+    };
+    std::ranges::transform(digits, digits.begin(), [](unsigned char c) { return std::tolower(c); });
+    digits = erase_dashes(std::move(digits));
+    elements_t found;
+    std::ranges::copy_if(elements, std::back_inserter(found), [&](const pb::Message *element) {
+        const names_t handles = handles_of(view, *element);
+        return !digits.empty() && !handles.empty() && erase_dashes(handles.front()).starts_with(digits);
+    });
+    return found;
+}
+
 // A text that is both a name and a short id is taken as the name.
 elements_t elements_meant(const element_view_s &view, const elements_t &elements, const std::string &given) {
-    const elements_t found = elements_with(view, elements, handle_text(given, k_id_size));
-    return found.empty() ? elements_with(view, elements, handle_text(given, 1)) : found;
+    elements_t found = elements_with(view, elements, handle_text(given, k_id_size));
+    if (found.empty()) {
+        found = elements_with(view, elements, handle_text(given, 1));
+    }
+    return found.empty() ? elements_below(view, elements, given) : found;
 }
 
 // "1, 2, ...": of each element the handle at `position`, or the last before it that it has.
@@ -116,6 +136,26 @@ outcome_s find_object(const global_options_s &global, const element_view_s &view
         return outcome;
     }
     return meant.empty() ? unknown_element(view, elements, given) : ambiguous_element(view, meant, given);
+}
+
+std::vector<std::string> object_names(const global_options_s &global, std::string_view kind,
+                                      const std::string &begin) {
+    const auto view = std::ranges::find(element_views(), kind, &element_view_s::name);
+    std::unique_ptr<pb::Message> response;
+    names_t names;
+    if (view == element_views().end() || !read_method(global, view->method, "{}", &response).ok()) {
+        return names;
+    }
+    for (const pb::Message *element : elements_at(*response, "response")) {
+        const names_t handles = handles_of(*view, *element);
+        if (begin.empty() && !handles.empty()) {
+            names.push_back(handles[std::min<size_t>(1, handles.size() - 1)]);
+        } else {
+            std::ranges::copy_if(handles, std::back_inserter(names),
+                                 [&](const std::string &handle) { return handle.starts_with(begin); });
+        }
+    }
+    return names;
 }
 
 outcome_s find_id(const global_options_s &global, std::string_view kind, const std::string &given,

@@ -9,6 +9,7 @@ usage: operating_test.py FOLDER-OF-PROGRAMS REPOSITORY [unittest options]
 import os
 import pathlib
 import re
+import shutil
 import signal
 import subprocess
 import sys
@@ -95,6 +96,16 @@ class OperatingTest(unittest.TestCase):
             else:
                 printed = self.run_shell(text)
                 self.carry_out()
+
+    @unittest.skipUnless(shutil.which("systemd-analyze"), "systemd is not installed")
+    def test_units_of_the_metrics_have_no_faults(self):
+        units = []
+        for name in ("nyx-metrics.service", "nyx-metrics.timer"):
+            units.append(self.folder / name)
+            text = (ROOT / "packaging/prometheus" / name).read_text(encoding="utf-8")
+            units[-1].write_text(text.replace("/usr/bin/nyxctl", str(BIN / "nyxctl")), encoding="utf-8")
+        result = subprocess.run(["systemd-analyze", "verify", "--man=no", *units], capture_output=True, text=True)
+        self.assertEqual([line for line in result.stderr.splitlines() if "nyx-" in line], [])
 
 
 if __name__ == "__main__":

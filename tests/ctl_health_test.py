@@ -112,6 +112,14 @@ class HealthTest(agent.ClientTestCase):
         self.sysconfig.rmdir()
         self.assertEqual(self.reasons(verdict="degraded"), {("MAC file folder", str(self.sysconfig))})
 
+    def test_shipped_labels_know_when_a_table_is_nearly_full(self):
+        options = ("--fault-service", "--scenario", "filling", "--speed", "0")
+        self.agent = self.enterContext(agent.Agent(self.sysconfig, *options, socket_name=f"{self.folder}/other"))
+        self.ctl("health", "--interval", "0")
+        self.ctl("scenario", "advance", "80")
+        lines = self.ctl("health", "--interval", "0", exit_code=1).stdout.splitlines()
+        self.assertEqual(lines[1], "degraded  table flow: 60000 entries, warning above 52000")
+
     def test_hung_read_leaves_the_others_their_time(self):
         self.ctl("fault", "add", "nyx_lif_read_all:delay=5000")
         found = self.reasons("--timeout", "1", interval="0", verdict="degraded")

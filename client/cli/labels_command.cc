@@ -61,6 +61,7 @@ class known_keys {
         for (const std::string &table : table_names()) {
             table_layout_s layout{};
             (void)find_table(table, &layout);
+            add(table + ".entries");  // only limits, for health
             for (const record_field_s &field : layout.fields) {
                 add(fmt::format("{}.{}", table, field.short_name()));
             }

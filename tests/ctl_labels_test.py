@@ -53,6 +53,8 @@ class LabelsTest(agent.SharedAgentTestCase):
         rows = self.json("show", "port", "1", "--labels", labels, "--labels", "json")["port"]
         self.assertIn({"field": "spec.number_a", "field_text": "spec.frame limit", "value": 9216,
                        "value_text": "9216 octets"}, rows)
+        link = self.json("call", "PortGet", "--labels", labels, "--labels", "json")["response"][0]["status"]["link_status"]
+        self.assertEqual((link["link_state"], link["link_state_text"]), ("PORT_LINK_STATE_2", "carrier"))
         self.assertRegex(self.ctl("show", "port", "1", "--labels", "none").stdout, r"(?m)^spec\.number_a +9216$")
 
     def test_words_take_what_views_show(self):
@@ -67,6 +69,17 @@ class LabelsTest(agent.SharedAgentTestCase):
         self.assertEqual(offered, ["speed="])
         self.assertIn("speed=100g", self.ctl("__complete", "--", "set", "port", "1", "speed=").stdout.split())
         self.assertIn("//   number_a mtu [bytes]\n", self.ctl("describe", "PortSpec").stdout)
+
+    def test_words_of_table_entries(self):
+        entry = ("src=2001:db8::1", "dport=80", "proto=tcp")
+        self.ctl("table", "add", "flow", *entry, "d1=5")
+        fields = self.json("table", "get", "flow", "k13=2001:db8::1", "k12=80", "k2=6", "--labels", "json")["fields"]
+        self.assertIn({"field": "k2", "field_text": "proto (k2)", "value": 6, "value_text": "tcp"}, fields)
+        self.assertRegex(self.ctl("show", "table", "flow", *entry).stdout, r"(?m)^dport \(k12\) +80$")
+        self.assertRegex(self.ctl("explain", "flow").stdout, r"(?m)^ +50 +16 +src \(k13\) ")
+        self.assertIn("nearest: dport", self.ctl("table", "add", "flow", "dprt=80", exit_code=2).stderr)
+        self.assertIn("k12 is given twice", self.ctl("table", "get", "flow", "k12=1", "dport=2", exit_code=2).stderr)
+        self.assertEqual(self.ctl("__complete", "--", "table", "get", "flow", "dp").stdout, "dport=\n")
 
     def test_check_names_what_fits_nothing(self):
         self.assertRegex(self.ctl("labels", "check").stdout, "^[0-9]{2,} entries, all of them fit\n$")

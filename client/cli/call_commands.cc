@@ -128,7 +128,9 @@ outcome_s run_call(const given_s &given) {
     if (outcome_s outcome = find_method(given.one("METHOD"), &method); !outcome.ok()) {
         return outcome;
     }
-    const json_style_e style = given.has("--canonical") ? json_style_e::canonical : json_style_e::people;
+    const json_style_e style = given.has("--canonical")  ? json_style_e::canonical
+                               : given.global.json_texts ? json_style_e::labelled
+                                                         : json_style_e::people;
     const auto request = new_message(method->input_type());
     if (outcome_s outcome = read_request(given, style, request.get()); !outcome.ok()) {
         return outcome;

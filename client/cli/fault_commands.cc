@@ -45,8 +45,8 @@ Examples:
 constexpr char k_clear_footer[] = R"(Shows the faults that were removed, with their last counts.
 
 Examples:
-  nyxctl fault clear        all of them
-  nyxctl fault clear 1      the one with this id)";
+  nyxctl fault clear 1      the one with this id
+  nyxctl fault clear        all of them)";
 
 constexpr char k_scenario_footer[] =
     R"(A scenario lets the card live: traffic moves its counters, links flap, sensors

@@ -6,6 +6,7 @@
 #include "client/core/bytes_text.h"
 #include "client/core/field_value.h"
 #include "client/core/json_reader.h"
+#include "client/core/labels.h"
 #include "client/core/message_plan.h"
 #include "client/core/record_width.h"
 
@@ -38,12 +39,12 @@ outcome_s message_to_canonical(const pb::Message &message, std::string *json) {
     return {};
 }
 
-void write_message(const pb::Message &message, std::string *json);
+void write_message(const pb::Message &message, json_style_e style, std::string *json);
 
 void write_element(const pb::Message &message, const pb::FieldDescriptor *field, int index,
-                   std::string *json) {
+                   json_style_e style, std::string *json) {
     if (field->message_type()) {
-        write_message(message_at(message, field, index), json);
+        write_message(message_at(message, field, index), style, json);
         return;
     }
     const value_s value = element_value(message, field, index);
@@ -68,7 +69,15 @@ void write_plainly(const pb::Message &message, const field_plan_s &plan, std::st
     json->append(is_wide ? "\"" : "").append(digits.data(), digits.size()).append(is_wide ? "\"" : "");
 }
 
-void write_field(const pb::Message &message, const field_plan_s &plan, std::string *json) {
+void write_label(const pb::Message &message, const pb::FieldDescriptor *field, std::string *json) {
+    const value_s value = field->is_repeated() ? value_s() : labelled(field_value(message, field), field);
+    if (!value.shown().empty()) {
+        *json += fmt::format(",\"{}_text\":{}", field->name(), json_text(value_s(value.shown())));
+    }
+}
+
+void write_field(const pb::Message &message, const field_plan_s &plan, json_style_e style,
+                 std::string *json) {
     const pb::FieldDescriptor *field = plan.field;
     *json += json->back() == '{' ? "" : ",";
     *json += plan.json_name;
@@ -78,17 +87,20 @@ void write_field(const pb::Message &message, const field_plan_s &plan, std::stri
     *json += field->is_repeated() ? "[" : "";
     for (int i = 0; i < element_count(message, field); i++) {
         *json += i > 0 ? "," : "";
-        write_element(message, field, i, json);
+        write_element(message, field, i, style, json);
     }
     *json += field->is_repeated() ? "]" : "";
 }
 
-void write_message(const pb::Message &message, std::string *json) {
+void write_message(const pb::Message &message, json_style_e style, std::string *json) {
     *json += '{';
     for (const field_plan_s &plan : plan_of(message.GetDescriptor()).fields) {
         // Of a oneof only the member that is set; absent messages are left out as well.
         if (!plan.field->has_presence() || message.GetReflection()->HasField(message, plan.field)) {
-            write_field(message, plan, json);
+            write_field(message, plan, style, json);
+            if (style == json_style_e::labelled) {
+                write_label(message, plan.field, json);
+            }
         }
     }
     *json += '}';
@@ -97,7 +109,7 @@ void write_message(const pb::Message &message, std::string *json) {
 }  // namespace
 
 outcome_s json_to_message(std::string_view json, pb::Message *message, json_style_e style, fit_e fit) {
-    if (style == json_style_e::people) {
+    if (style != json_style_e::canonical) {
         return read_json(json, message, fit);
     }
     outcome_s outcome = canonical_to_message(json, message);
@@ -108,13 +120,13 @@ outcome_s message_to_json(const pb::Message &message, std::string *json, json_st
     if (style == json_style_e::canonical) {
         return message_to_canonical(message, json);
     }
-    *json = indented(message_json(message));
+    *json = indented(message_json(message, style));
     return {};
 }
 
-std::string message_json(const pb::Message &message) {
+std::string message_json(const pb::Message &message, json_style_e style) {
     std::string json;
-    write_message(message, &json);
+    write_message(message, style, &json);
     return json;
 }
 

@@ -14,7 +14,8 @@
 namespace nyxctl {
 
 enum class json_style_e {
-    people,  // names of the .proto files, values as field_value.h has them, 64-bit numbers as texts
+    people,    // names of the .proto files, values as field_value.h has them, 64-bit numbers as texts
+    labelled,  // for people, and what the dictionary calls a value beside it: "link_state_text": "up"
     canonical,  // protobuf's mapping to the letter: bytes in base64, names in lowerCamelCase, addresses as numbers
 };
 
@@ -29,6 +30,6 @@ outcome_s message_to_json(const google::protobuf::Message &message, std::string 
                           json_style_e style = json_style_e::people);
 
 // For people, in one line.
-std::string message_json(const google::protobuf::Message &message);
+std::string message_json(const google::protobuf::Message &message, json_style_e style = json_style_e::people);
 
 }  // namespace nyxctl

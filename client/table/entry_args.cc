@@ -17,13 +17,19 @@ namespace nyxctl {
 
 const char k_entry_words_help[] =
     R"(An entry is written in words:
-  k1=7            a field of the key, also key.k1=7; a key field that is not given is zero
-  mask.k1=255     a field of the mask (ternary tables), also key_mask.k1=255; makes the mask valid
-  action=0        the action; when it is left out, the only action of the table that has data, else 0
-  d1=5            a field of the action's data, also with the name of its message: flow_info_a_data.d1=5
-Numbers are decimal or 0x and hex digits. Bytes are hex digits ("00a1ff", "00:a1:ff"), MAC or IPv6 text
-where the field holds an address, or "base64:" and base64; missing bytes are zero. A value that does not
-fit in its field is refused unless --cut is given. nyxctl explain TABLE shows the fields.)";
+  k1=7            a field of the key, also key.k1=7; the others are zero
+  mask.k1=255     a field of the mask (ternary tables), also key_mask.k1=255;
+                  makes the mask valid
+  action=0        the action; without it the only one of the table that has
+                  data, else 0
+  d1=5            a field of the action's data, also with the name of its
+                  message: flow_info_a_data.d1=5
+What the dictionary calls fields and values will do, too: dport=80 for k12=80,
+proto=tcp for k2=6. Numbers are decimal or 0x and hex digits. Bytes are hex
+digits ("00a1ff", "00:a1:ff"), MAC or IPv6 text where the field holds an
+address, or "base64:" and base64; missing bytes are zero. A value that does not
+fit in its field is refused unless --cut is given. nyxctl explain TABLE shows
+the fields.)";
 
 namespace {
 
@@ -177,13 +183,22 @@ entry_columns::column_s entry_columns::find(const std::string &name) const {
             column.targets.push_back({&field, plan_of_field(field.field)});
         }
     }
+    const bool is_known = !column.targets.empty();  // the contract's names win over labels
+    for (const record_field_s &field : layout_.fields) {
+        const bool fits = !is_known && (!is_key_ || field.part == RECORD_KEY);
+        if (fits && !name.empty() && name == field.label()) {
+            column.targets.push_back({&field, plan_of_field(field.field)});
+        }
+    }
     return column;
 }
 
 outcome_s entry_columns::unknown(const std::string &name) const {
     std::vector<std::string> names;
     for (const record_field_s &field : layout_.fields) {
-        if (!is_key_ || field.part == RECORD_KEY) names.push_back(field.short_name());
+        if (is_key_ && field.part != RECORD_KEY) continue;
+        names.push_back(field.short_name());
+        if (const std::string label = field.label(); !label.empty()) names.push_back(label);
     }
     return usage_failure(fmt::format("{}: no such field in the {} of {}{}; see nyxctl explain {}", name,
                                      is_key_ ? "key" : "entries", layout_.name,

@@ -10,6 +10,7 @@
 #include <optional>
 
 #include "client/core/field_value.h"
+#include "client/core/labels.h"
 #include "client/table/record_codec.h"
 #include "nyx/types/options.pb.h"
 
@@ -33,8 +34,17 @@ value_s count_value(const std::string &bytes) {
 value_s value_of(const pb::Message &message, const record_field_s &field, bool numbers) {
     const bool count = numbers && field.part == RECORD_DATA && field.width == k_count_size &&
                        field.field->type() == pb::FieldDescriptor::TYPE_BYTES;
-    return count ? count_value(message.GetReflection()->GetString(message, field.field))
-                 : field_value(message, field.field);
+    return labelled(count ? count_value(message.GetReflection()->GetString(message, field.field))
+                          : field_value(message, field.field),
+                    field.field);
+}
+
+// "k1", which people read with its label: "src (k1)".
+value_s name_of(const record_field_s &field) {
+    const std::string name = field.short_name();
+    const label_s *label = label_of(field.field);
+    return label && !label->name.empty() ? value_s(name).shown_as(fmt::format("{} ({})", label->name, name))
+                                         : name;
 }
 
 std::string type_text(const pb::FieldDescriptor *field) {
@@ -49,7 +59,7 @@ row_t layout_row(const record_field_s &field) {
     const bool data = field.part == RECORD_DATA;
     return {field.offset,
             field.width,
-            field.short_name(),
+            name_of(field),
             type_text(field.field),
             field.part == RECORD_KEY ? value_s(field.offset - 1) : value_s(),
             data ? value_s(field.action_id) : value_s(),
@@ -158,10 +168,10 @@ rows_s spec_rows(const table_layout_s &layout, const pb::Message &spec, bool num
     const pb::Reflection &get = *spec.GetReflection();
     for (const record_field_s &field : layout.fields) {
         if (!field.member) {
-            rows.rows.push_back({field.short_name(), field_value(spec, field.field)});
+            rows.rows.push_back({name_of(field), field_value(spec, field.field)});
         } else if (field.part == RECORD_KEY || get.HasField(spec, field.member)) {
             rows.rows.push_back(
-                {field.short_name(), value_of(get.GetMessage(spec, field.member), field, numbers)});
+                {name_of(field), value_of(get.GetMessage(spec, field.member), field, numbers)});
         }
     }
     return rows;
@@ -171,7 +181,7 @@ rows_s key_rows(const table_layout_s &layout, const pb::Message &key) {
     rows_s rows = empty_rows();
     for (const record_field_s &field : layout.fields) {
         if (field.part == RECORD_KEY) {
-            rows.rows.push_back({field.short_name(), field_value(key, field.field)});
+            rows.rows.push_back({name_of(field), labelled(field_value(key, field.field), field.field)});
         }
     }
     return rows;

@@ -33,8 +33,8 @@ Exit codes:
   3   no agent reachable; nothing was sent
   4   no answer within --timeout
   5   the agent answered, and an api_status is not API_STATUS_OK
-  6   table: a part of the entries was sent; then Ctrl-C, a lost agent or a wrong
-      line ended it, or --keep-going passed over wrong lines
+  6   table: a part of the entries was sent; then Ctrl-C, a lost agent or a
+      wrong line ended it, or --keep-going passed over wrong lines
   64+ gRPC status of the call plus 64: 76 for UNIMPLEMENTED (12), 78 when the
       connection was lost and the agent may have carried out the request)";
 

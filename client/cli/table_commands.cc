@@ -53,7 +53,7 @@ const table_command_s k_commands[] = {
      {VERDICT_DELETED},
      "",
      "  nyxctl table del flow_info k1=7\n"
-     "  printf '{\"k1\": 7}\\n{\"k1\": 8}\\n' | nyxctl table del flow_info -",
+     "  printf '{\"k1\": 8}\\n{\"k1\": 9}\\n' | nyxctl table del flow_info -",
      true},
     {"get",
      OPERATION_GET,
@@ -69,10 +69,10 @@ const table_command_s k_commands[] = {
      "Make a P4 table hold the entries of a file",
      "applied",
      {VERDICT_ADDED, VERDICT_UPDATED, VERDICT_UNCHANGED, VERDICT_DELETED},
-     "Adds entries that the table does not have, replaces those that differ, and leaves\n"
-     "the others alone. With --previous, entries that OLD has and FILE has not are\n"
-     "deleted; that takes 8 bytes of memory for each entry of FILE. Entries whose keys\n"
-     "are in neither file stay: the agent can't list them.",
+     "Adds entries that the table does not have, replaces those that differ, and\n"
+     "leaves the others alone. With --previous, entries that OLD has and FILE has not\n"
+     "are deleted; that takes 8 bytes of memory for each entry of FILE. Entries whose\n"
+     "keys are in neither file stay: the agent can't list them.",
      "  nyxctl table apply flow_info entries.jsonl\n"
      "  nyxctl table apply flow_info new.csv --previous old.csv --dry-run",
      false,
@@ -90,13 +90,13 @@ const table_command_s k_commands[] = {
 };
 
 constexpr char k_files_help[] =
-    R"(Many entries come from a file, or - for stdin, of any size: one JSON object of the
-message {0} in each line, or one JSON array of them (nyxctl describe {0}),
-or CSV under a line of field names, in which an empty value is not given. They go
-in requests of 1000, several at a time. Their keys are read before, and again after
-a request that failed, so that each entry is counted as what became of it. A wrong
-line ends it, and nothing of its request is sent. Ctrl-C ends it after the requests
-under way; --from goes on.)";
+    R"(Many entries come from a file, or - for stdin, of any size: one JSON object in
+each line, or one JSON array of them (nyxctl describe {0}), or CSV
+under a line of field names, in which an empty value is not given. They go in
+requests of 1000, several at a time. Their keys are read before, and again after
+a request that failed, so that each entry is counted as what became of it. A
+wrong line ends it, and nothing of its request is sent. Ctrl-C ends it after the
+requests under way; --from goes on.)";
 
 constexpr char k_words_help[] = "\n\nFILE is given as @FILE instead of the words. ";
 

@@ -84,6 +84,8 @@ number_a = { name = "MTU" }
                     HasSubstr("file:7: nyx: unknown \"PortSpec\"; put the whole key")));
     EXPECT_EQ(book.find("a")->help, "kept");
     EXPECT_THAT(book.add("[b]\nname =", "file"), ElementsAre(HasSubstr("file:2: ")));
+    EXPECT_THAT(book.add("[[\n", "file"),
+                ElementsAre(HasSubstr("file:")));  // on which the reader would assert
     EXPECT_FALSE(book.find("b"));
 }
 

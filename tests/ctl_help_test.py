@@ -21,7 +21,7 @@ INTERFACES = ["nyxctl add interface uplink id=0a port_id=01", "nyxctl add interf
               "nyxctl add interface loopback id=0c prefix=10.0.0.2/32"]
 PREPARED = {
     "show table": [ENTRY], "watch table": [ENTRY], "table get": [ENTRY],
-    "table diff": ["nyxctl table apply flow_info entries.jsonl"],
+    "table diff": ["nyxctl table apply flow_info entries.jsonl"], "table apply": [ENTRY],
     "table update": [ENTRY, "nyxctl table add flow_info @entries.jsonl"],
     "table del": ["nyxctl table add flow_info @entries.jsonl", "nyxctl table add flow_info k1=8", ENTRY],
     "fault clear": ["nyxctl fault add nyx_tbl_flow_create:full=1000"],
@@ -34,8 +34,8 @@ FILES = {
     "keys.jsonl": '{"k1": 7}\n',
     "entries.csv": "k1,d1\n7,6\n",
     "new.csv": "k1,d1\n7,6\n",
-    "old.csv": "k1\n8\n",
-    "my.toml": 'name = "mine"\n',
+    "old.csv": "k1\n7\n",
+    "my.toml": 'title = "mine"\n',
     "before.json": "{}",
     "after.json": "{}",
 }

@@ -1,9 +1,9 @@
-// The TOML of labels.h. Its reader is large to compile, so no other file includes it.
+// The TOML of labels.h.
 
 #include <fmt/format.h>
-#include <toml++/toml.h>
 
 #include "base/nearest_names.h"
+#include "base/toml.h"
 #include "client/core/labels.h"
 
 namespace nyxctl {
@@ -83,6 +83,8 @@ std::vector<std::string> label_book::add(std::string_view toml, const std::strin
         entries = toml::parse(toml, file);
     } catch (const toml::parse_error &error) {
         return {fmt::format("{}:{}: {}", file, error.source().begin.line, error.description())};
+    } catch (const std::invalid_argument &error) {
+        return {fmt::format("{}: {}", file, error.what())};
     }
     std::vector<std::string> problems;
     for (const auto &[key, node] : entries) {

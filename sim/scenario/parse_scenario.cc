@@ -9,29 +9,9 @@
 
 #include "base/nearest_names.h"
 #include "base/text.h"
+#include "base/toml.h"
 #include "sim/card/table_info.h"
 #include "sim/scenario/scenario.h"
-
-namespace sim {
-
-namespace {
-
-constexpr void check_toml(bool holds) {
-    if (!holds) {
-        throw std::invalid_argument("the text is not TOML");
-    }
-}
-
-}  // namespace
-
-}  // namespace sim
-
-// toml++ asserts what some texts that are not TOML do not fulfil ("[[" and a line break), and with NDEBUG relies on it.
-#pragma push_macro("NDEBUG")
-#undef NDEBUG
-#define TOML_ASSERT(condition) sim::check_toml(static_cast<bool>(condition))
-#include <toml++/toml.h>
-#pragma pop_macro("NDEBUG")
 
 namespace sim {
 

@@ -25,7 +25,7 @@ PREPARED = {
     "table update": [ENTRY, "nyxctl table add flow_info @entries.jsonl"],
     "table del": ["nyxctl table add flow_info @entries.jsonl", "nyxctl table add flow_info k1=8", ENTRY],
     "fault clear": ["nyxctl fault add nyx_tbl_flow_create:full=1000"],
-    "del": INTERFACES, "del interface": INTERFACES, "set interface": INTERFACES,
+    "del": INTERFACES, "del interface": INTERFACES,
 }
 FILES = {
     "entries.json": '{"request": [{"key": {"k12": 80}}]}',

@@ -19,18 +19,24 @@ rx_mirror_session) and of the kind: nyxctl describe UplinkSpec, L3IfSpec,
 LoopbackIfSpec, ControlIfSpec, HostIfSpec.
 
 Examples:
-  nyxctl {1} interface uplink id=0a admin_status=up port_id=01
-  nyxctl {1} interface l3 id=0b admin_status=up prefix=10.0.0.1/24 \
+{1})";
+
+constexpr char k_set_examples[] = R"(  nyxctl set interface uplink admin_status=down \
+      id=0a000000-0000-4000-8000-000000020001
+  nyxctl set interface host name=host0 mac_address=00:1a:2b:3c:4d:5e)";
+
+constexpr char k_add_examples[] = R"(  nyxctl add interface uplink id=0a admin_status=up port_id=01
+  nyxctl add interface l3 id=0b admin_status=up prefix=10.0.0.1/24 \
       mac_address=00:1a:2b:3c:4d:5e encap.type=dot1q encap.value.val_vlan=100
-  nyxctl {1} interface loopback id=0c prefix=2001:db8::1/128
-  nyxctl {1} interface host {2}name=h1 mac_address=00:1a:2b:3c:4d:5e)";
+  nyxctl add interface loopback id=0c prefix=2001:db8::1/128
+  nyxctl add interface host id=0d name=h1 mac_address=00:1a:2b:3c:4d:5e)";
 
 constexpr char k_set[] =
     R"(The service replaces the whole specification. So nyxctl reads the interface,
 changes the fields that are given, sends all of them back, and prints what
 changed; a change made by somebody else in between is lost. A list that is given
-replaces the one before. id takes any name of the interface. The MAC address of a
-host interface that is given by its name changes at the agent's next start.
+replaces the one before. id takes any name of the interface. The MAC address of
+a host interface that is given by its name changes at the agent's next start.
 
 )";
 
@@ -171,9 +177,9 @@ commands_t interface_commands() {
         {"--new", "Store the MAC address of a host interface that is not known", KIND_FLAG});
     return {
         {"set interface", "Change settings of an interface and keep the others",
-         fmt::format(k_footer, k_set, "set", ""), set_arguments, set_interface},
+         fmt::format(k_footer, k_set, k_set_examples), set_arguments, set_interface},
         {"add", "Create interfaces", "Example:\n  nyxctl add interface loopback id=0c prefix=10.0.0.1/32"},
-        {"add interface", "Create an interface", fmt::format(k_footer, k_add, "add", "id=0d "), arguments,
+        {"add interface", "Create an interface", fmt::format(k_footer, k_add, k_add_examples), arguments,
          add_interface},
         {"del", "Delete interfaces", "Example:\n  nyxctl del interface 0a 0b"},
         {"del interface",

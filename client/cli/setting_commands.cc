@@ -20,8 +20,8 @@ namespace {
 constexpr char k_port_footer[] =
     R"(The service replaces all settings of a port. So nyxctl reads the port, changes
 the named settings, sends all of them back, and prints what changed; a change
-made by somebody else in between is lost. The settings are the fields of nyx.PortSpec, see nyxctl
-describe PortSpec.
+made by somebody else in between is lost. The settings are the fields of
+nyx.PortSpec, see nyxctl describe PortSpec.
 
 Examples:
   nyxctl set port 1 number_a=1500

@@ -55,6 +55,7 @@ def commands(page):
     for block in EXAMPLES.findall(page):
         for command in re.findall(r"^  (\S(?:.*\\\n)*.*)$", block, re.MULTILINE):
             command = re.sub(r"(?<=\S) {2,}[a-z].*$", "", command)
+            command = command.removesuffix(" | source")  # as only fish has it
             yield command + (" --count 1" if " watch " in command and "--count" not in command else "")
 
 

@@ -13,6 +13,7 @@ void add_conversion(ratio_table *table);
 void add_grpc(ratio_table *table);
 void add_mac_file(ratio_table *table);
 void add_start(ratio_table *table);
+void add_table_stream(ratio_table *table);
 
 // The service thread must outlive the table.
 void add_socket(ratio_table *table, service_thread *service);

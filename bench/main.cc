@@ -83,6 +83,7 @@ void measure(const options_s &options, bench::service_thread *service) {
     bench::add_socket(&table, service);
     bench::add_page_faults(&table, service);
     bench::add_start(&table);
+    bench::add_table_stream(&table);
     table.filter(options.filter);
     table.measure(options.rounds, options.slice);
     table.print(stdout);

@@ -11,6 +11,10 @@ namespace pb = google::protobuf;
 
 namespace nyxctl {
 
+const pb::Reflection *reflection_of(const pb::Descriptor *type) {
+    return pb::MessageFactory::generated_factory()->GetPrototype(type)->GetReflection();
+}
+
 std::unique_ptr<pb::Message> new_message(const pb::Descriptor *type) {
     return std::unique_ptr<pb::Message>(pb::MessageFactory::generated_factory()->GetPrototype(type)->New());
 }

@@ -11,6 +11,10 @@
 
 namespace nyxctl {
 
+// How fields of messages of a type of the generated pool are reached. A message has the same answer, but takes a lock's
+// time for it.
+const google::protobuf::Reflection *reflection_of(const google::protobuf::Descriptor *type);
+
 // An empty message of a type of the generated pool.
 std::unique_ptr<google::protobuf::Message> new_message(const google::protobuf::Descriptor *type);
 

@@ -58,7 +58,7 @@ void write_element(const pb::Message &message, const pb::FieldDescriptor *field,
 void write_plainly(const pb::Message &message, const field_plan_s &plan, std::string *json) {
     if (plan.plain == PLAIN_BYTES) {
         std::string scratch;
-        const auto &bytes = message.GetReflection()->GetStringReference(message, plan.field, &scratch);
+        const auto &bytes = plan.reflection->GetStringReference(message, plan.field, &scratch);
         *json += '"';
         *json += bytes_to_text(bytes, plan.bytes_form);
         *json += '"';
@@ -96,7 +96,7 @@ void write_message(const pb::Message &message, json_style_e style, std::string *
     *json += '{';
     for (const field_plan_s &plan : plan_of(message.GetDescriptor()).fields) {
         // Of a oneof only the member that is set; absent messages are left out as well.
-        if (!plan.field->has_presence() || message.GetReflection()->HasField(message, plan.field)) {
+        if (!plan.field->has_presence() || plan.reflection->HasField(message, plan.field)) {
             write_field(message, plan, style, json);
             if (style == json_style_e::labelled) {
                 write_label(message, plan.field, json);

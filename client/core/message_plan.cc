@@ -8,6 +8,7 @@
 #include <memory>
 
 #include "client/core/bytes_text.h"
+#include "client/core/fields.h"
 #include "client/core/record_width.h"
 
 namespace pb = google::protobuf;
@@ -44,7 +45,6 @@ std::unique_ptr<message_plan_s> make_plan(const pb::Descriptor *type) {
 }  // namespace
 
 void field_plan_s::set_number(pb::Message *message, uint64_t number) const {
-    const pb::Reflection *reflection = message->GetReflection();
     if (plain == PLAIN_UINT64) {
         reflection->SetUInt64(message, field, number);
     } else {
@@ -53,7 +53,6 @@ void field_plan_s::set_number(pb::Message *message, uint64_t number) const {
 }
 
 uint64_t field_plan_s::number(const pb::Message &message) const {
-    const pb::Reflection *reflection = message.GetReflection();
     return plain == PLAIN_UINT64 ? reflection->GetUInt64(message, field)
                                  : reflection->GetUInt32(message, field);
 }
@@ -80,6 +79,7 @@ field_plan_s plan_of_field(const pb::FieldDescriptor *field) {
     const uint64_t most =
         plain == PLAIN_UINT32 ? std::numeric_limits<uint32_t>::max() : std::numeric_limits<uint64_t>::max();
     return {.field = field,
+            .reflection = reflection_of(field->containing_type()),
             .plain = plain,
             .json_name = "\"" + field->name() + "\":",
             .largest = std::min(most, largest_number(field)),
@@ -104,7 +104,7 @@ bool set_plainly(const field_plan_s &plan, std::string_view text, pb::Message *m
         (plan.width != 0 && bytes.size() > plan.width)) {
         return false;
     }
-    message->GetReflection()->SetString(message, plan.field, std::move(bytes));
+    plan.reflection->SetString(message, plan.field, std::move(bytes));
     return true;
 }
 

@@ -20,6 +20,7 @@ enum plain_e { PLAIN_NONE, PLAIN_UINT32, PLAIN_UINT64, PLAIN_BYTES };
 
 struct field_plan_s {
     const google::protobuf::FieldDescriptor *field;
+    const google::protobuf::Reflection *reflection;  // of messages that have the field
     plain_e plain;
     std::string json_name;  // "\"k1\":"
     uint64_t largest;       // number that the field and its record hold

@@ -26,6 +26,7 @@ struct batch_entry_s {
     key_hash_t key = 0;
     step_e step = STEP_NONE;
     verdict_e verdict = VERDICT_UNKNOWN;
+    bool has_zero_key = false;
     bool was_there = false;
     std::string_view reason = {};  // in `reasons` of the batch, or constant
 
@@ -45,8 +46,8 @@ struct entry_batch_s {
     google::protobuf::Message *add_message();
     void drop_message();
 
-    // Appends the entry of the last message. `record` is what encode_record() makes of it, or encode_key().
-    void add(const batch_entry_s &entry, std::string_view text, std::string_view record);
+    // Appends the entry of the last message.
+    void add(const batch_entry_s &entry, std::string_view text);
 
     // Sets `keys` to those of the entries.
     void copy_keys();
@@ -58,8 +59,8 @@ struct entry_batch_s {
     google::protobuf::Message *spec(size_t index);
     const google::protobuf::Message &key(size_t index) const;
 
-    // The record that an entry is to become.
-    std::string_view wanted(size_t index) const;
+    // Whether what was read has the record that the entry is to become.
+    bool is_right(size_t index, const google::protobuf::Message &read) const;
 
     // Puts what an entry's text gives over what was read.
     void merge(size_t index, entry_source *source);
@@ -69,7 +70,6 @@ struct entry_batch_s {
     const bool has_only_keys;
     std::vector<batch_entry_s> entries;
     std::string texts;
-    std::string records;
     message_t specs;   // a request with all entries
     message_t keys;    // a request for all keys
     message_t before;  // what was read

@@ -50,6 +50,8 @@ struct batch_s : entry_batch_s {
     std::unique_ptr<call_s> call;
 };
 
+bool is_zero(std::string_view record) { return record.find_first_not_of('\0') == record.npos; }
+
 verdict_e verdict_of(step_e step) {
     return step == STEP_CREATE ? VERDICT_ADDED : step == STEP_UPDATE ? VERDICT_UPDATED : VERDICT_DELETED;
 }
@@ -161,24 +163,25 @@ class stream {
             entry.verdict = VERDICT_INVALID;
             entry.reason = batch->reasons.emplace_back(outcome.text);
         }
-        const std::string record =
-            source_.is_key() ? encode_key(layout_, *message) : encode_record(layout_, *message);
-        if (outcome.ok() && !claim(record, &entry)) {
+        const std::string key = encode_key(
+            layout_,
+            source_.is_key() ? *message : message->GetReflection()->GetMessage(*message, layout_.key_field));
+        entry.has_zero_key = is_zero(key);
+        if (outcome.ok() && !claim(key, &entry)) {
             batch->drop_message();
             return hold(text, entry.key);
         }
-        batch->add(entry, text.text, record);
+        batch->add(entry, text.text);
         held_.reset();
         return true;
     }
 
     // Two writes of one key must not be under way at once.
-    bool claim(const std::string &record, batch_entry_s *entry) {
+    bool claim(const std::string &key, batch_entry_s *entry) {
         if (reads_only_ && !options_.wants) {
             return true;
         }
-        const size_t begin = source_.is_key() ? 0 : 1;
-        entry->key = std::hash<std::string_view>()({record.data() + begin, layout_.key_size});
+        entry->key = std::hash<std::string>()(key);
         return (!options_.wants || options_.wants(entry->key)) && under_way_.insert(entry->key).second;
     }
 
@@ -262,17 +265,24 @@ class stream {
         return step == STEP_DELETE ? batch->delete_answer.get() : batch->write_answer.get();
     }
 
-    // Sets `record` to what was read. The answer to a key of zeros is ambiguous among answers that failed.
-    bool is_there(const batch_s &batch, const pb::Message &response, bool failed, size_t i,
-                  std::string *record) const {
-        const pb::Message &spec = methods_.get.spec(response, i);
-        *record = encode_record(layout_, spec);
-        if (!failed || record->find_first_not_of('\0') != record->npos) {
+    // The answer to a key of zeros is ambiguous among answers that failed.
+    bool is_there(const batch_s &batch, const pb::Message &response, bool failed, size_t i) {
+        if (!failed || !is_absent(methods_.get.spec(response, i))) {
             return true;
         }
         const auto alone = new_message(layout_.spec);
-        return encode_key(layout_, batch.key(i)).find_first_not_of('\0') == std::string::npos &&
-               get_entry(global_, layout_, batch.key(i), alone.get()).ok();
+        return batch.entries[i].has_zero_key && get_entry(global_, layout_, batch.key(i), alone.get()).ok();
+    }
+
+    // Whether it is the answer of a read that failed: a record of zeros, which an agent always sends with the same bytes.
+    bool is_absent(const pb::Message &spec) {
+        std::string bytes = spec.SerializeAsString();
+        if (bytes == absent_) {
+            return true;
+        }
+        const bool is_it = is_zero(encode_record(layout_, spec));
+        absent_ = is_it ? std::move(bytes) : absent_;
+        return is_it;
     }
 
     bool answers_all(batch_s *batch, const pb::Message &response) {
@@ -286,15 +296,14 @@ class stream {
 
     void judge_before(batch_s *batch) {
         const bool failed = failed_api_status(*batch->before).has_value();
-        std::string record;
         if (!answers_all(batch, *batch->before)) {
             return;
         }
         for (size_t i = 0; i < batch->entries.size(); i++) {
             batch_entry_s &entry = batch->entries[i];
             if (entry.verdict != VERDICT_INVALID) {
-                entry.was_there = is_there(*batch, *batch->before, failed, i, &record);
-                plan(batch, i, record);
+                entry.was_there = is_there(*batch, *batch->before, failed, i);
+                plan(batch, i);
                 if (options_.dry_run && entry.step != STEP_NONE) {
                     entry.verdict = entry.was_there || entry.step == STEP_CREATE ? verdict_of(entry.step)
                                                                                  : VERDICT_ABSENT;
@@ -304,8 +313,8 @@ class stream {
         }
     }
 
-    // Decides what to do with an entry, of which `record` was read.
-    void plan(batch_s *batch, size_t i, const std::string &record) {
+    // Decides what to do with an entry that was read.
+    void plan(batch_s *batch, size_t i) {
         batch_entry_s &entry = batch->entries[i];
         const auto settle = [&](verdict_e verdict) { entry.verdict = verdict; };
         switch (options_.operation) {
@@ -321,7 +330,7 @@ class stream {
             default:
                 break;
         }
-        if (entry.was_there && record == batch->wanted(i)) {
+        if (entry.was_there && batch->is_right(i, methods_.get.spec(*batch->before, i))) {
             return settle(VERDICT_UNCHANGED);
         }
         if (options_.operation == OPERATION_ADD && entry.was_there) {
@@ -346,7 +355,6 @@ class stream {
 
     void judge_after(batch_s *batch) {
         const bool failed = failed_api_status(*batch->after).has_value();
-        std::string record;
         if (!answers_all(batch, *batch->after)) {
             return;
         }
@@ -355,11 +363,11 @@ class stream {
             if (entry.verdict != VERDICT_UNKNOWN) {
                 continue;
             }
-            const bool is_left = is_there(*batch, *batch->after, failed, i, &record);
+            const bool is_left = is_there(*batch, *batch->after, failed, i);
             if (entry.step == STEP_DELETE) {
                 entry.verdict = is_left ? VERDICT_FAILED : entry.was_there ? VERDICT_DELETED : VERDICT_ABSENT;
             } else {
-                const bool is_right = is_left && record == batch->wanted(i);
+                const bool is_right = is_left && batch->is_right(i, methods_.get.spec(*batch->after, i));
                 entry.verdict = is_right                                ? verdict_of(entry.step)
                                 : !is_left && entry.step == STEP_UPDATE ? VERDICT_ABSENT
                                                                         : VERDICT_FAILED;
@@ -413,6 +421,7 @@ class stream {
     std::deque<std::unique_ptr<batch_s>> window_;
     std::vector<std::unique_ptr<batch_s>> unused_;
     std::unordered_set<key_hash_t> under_way_;
+    std::string absent_;  // the bytes of an entry that could not be read
     std::optional<std::pair<std::string, size_t>> held_;
     bool is_at_end_ = false;
     bool is_lost_ = false;  // nothing more is sent

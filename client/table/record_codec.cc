@@ -11,30 +11,28 @@ namespace {
 
 constexpr size_t k_key_offset = 1;  // of the key in the entry record
 
-uint64_t get_number(const pb::Message &message, const pb::FieldDescriptor *field) {
-    const pb::Reflection &get = *message.GetReflection();
-    return field->type() == pb::FieldDescriptor::TYPE_UINT64 ? get.GetUInt64(message, field)
-                                                             : get.GetUInt32(message, field);
+uint64_t get_number(const pb::Message &message, const record_field_s &field) {
+    return field.type == pb::FieldDescriptor::TYPE_UINT64 ? field.reflection->GetUInt64(message, field.field)
+                                                          : field.reflection->GetUInt32(message, field.field);
 }
 
-void set_number(pb::Message *message, const pb::FieldDescriptor *field, uint64_t number) {
-    const pb::Reflection &set = *message->GetReflection();
-    if (field->type() == pb::FieldDescriptor::TYPE_UINT64) {
-        set.SetUInt64(message, field, number);
+void set_number(pb::Message *message, const record_field_s &field, uint64_t number) {
+    if (field.type == pb::FieldDescriptor::TYPE_UINT64) {
+        field.reflection->SetUInt64(message, field.field, number);
     } else {
-        set.SetUInt32(message, field, static_cast<uint32_t>(number));
+        field.reflection->SetUInt32(message, field.field, static_cast<uint32_t>(number));
     }
 }
 
 // Writes the value as it is in the record, at most `width` bytes.
 void put_value(const pb::Message &message, const record_field_s &field, char *bytes) {
-    if (field.field->type() == pb::FieldDescriptor::TYPE_BYTES) {
+    if (field.type == pb::FieldDescriptor::TYPE_BYTES) {
         std::string scratch;
-        const auto &value = message.GetReflection()->GetStringReference(message, field.field, &scratch);
+        const auto &value = field.reflection->GetStringReference(message, field.field, &scratch);
         value.copy(bytes, field.width);
         return;
     }
-    uint64_t number = get_number(message, field.field);
+    uint64_t number = get_number(message, field);
     if (field.part == RECORD_MASK_FLAG) {
         number = number != 0;
     }
@@ -44,15 +42,15 @@ void put_value(const pb::Message &message, const record_field_s &field, char *by
 }
 
 void set_value(pb::Message *message, const record_field_s &field, std::string_view bytes) {
-    if (field.field->type() == pb::FieldDescriptor::TYPE_BYTES) {
-        message->GetReflection()->SetString(message, field.field, std::string(bytes));
+    if (field.type == pb::FieldDescriptor::TYPE_BYTES) {
+        field.reflection->SetString(message, field.field, std::string(bytes));
         return;
     }
     uint64_t number = 0;
     for (size_t i = bytes.size(); i > 0; i--) {
         number = number << 8 | static_cast<unsigned char>(bytes[i - 1]);
     }
-    set_number(message, field.field, field.part == RECORD_MASK_FLAG ? number != 0 : number);
+    set_number(message, field, field.part == RECORD_MASK_FLAG ? number != 0 : number);
 }
 
 const record_field_s *flag_field(const table_layout_s &layout) {
@@ -82,7 +80,7 @@ outcome_s check_size(const table_layout_s &layout, std::string_view record, cons
 std::string encode_record(const table_layout_s &layout, const pb::Message &spec) {
     std::string record(layout.record_size, '\0');
     const auto *flag = flag_field(layout);
-    const bool masked = flag && get_number(spec, flag->field) != 0;
+    const bool masked = flag && get_number(spec, *flag) != 0;
     const pb::FieldDescriptor *member = nullptr;
     const pb::Message *holder = &spec;
     for (const record_field_s &field : layout.fields) {

@@ -6,6 +6,7 @@
 #include <algorithm>
 
 #include "base/nearest_names.h"
+#include "client/core/fields.h"
 #include "client/core/labels.h"
 #include "nyx/types/options.pb.h"
 
@@ -30,6 +31,8 @@ record_field_s make_field(record_part_e part, const pb::FieldDescriptor *member,
     return {.part = part,
             .member = member,
             .field = field,
+            .reflection = reflection_of(field->containing_type()),
+            .type = field->type(),
             .offset = field->options().GetExtension(types::record_offset),
             .width = field->options().GetExtension(types::record_width),
             .action_id = part == RECORD_DATA ? action_of(member) : 0};
@@ -53,6 +56,7 @@ bool stands_before(const record_field_s &a, const record_field_s &b) {
 }
 
 void read_layout(table_layout_s *layout) {
+    layout->key_field = layout->spec->FindFieldByName("key");
     layout->record_size = layout->spec->options().GetExtension(types::record_size);
     layout->key_size = layout->key->options().GetExtension(types::record_size);
     for (int i = 0; i < layout->spec->field_count(); i++) {

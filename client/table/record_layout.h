@@ -22,6 +22,8 @@ struct record_field_s {
     const google::protobuf::FieldDescriptor
         *member;  // of the Spec; holds `field`, null for fields of the Spec itself
     const google::protobuf::FieldDescriptor *field;
+    const google::protobuf::Reflection *reflection;  // of messages that have `field`
+    google::protobuf::FieldDescriptor::Type type;    // of `field`
     size_t offset;       // in the entry record; in the key record a key field is one byte earlier
     size_t width;        // bytes
     uint32_t action_id;  // that a data field goes with
@@ -35,10 +37,11 @@ struct record_field_s {
 
 struct table_layout_s {
     std::string name;
-    const google::protobuf::Descriptor *spec;  // nyx.NAMESpec
-    const google::protobuf::Descriptor *key;   // nyx.NAME_key_t
-    size_t record_size;                        // bytes of the entry record
-    size_t key_size;                           // bytes of the key record
+    const google::protobuf::Descriptor *spec;            // nyx.NAMESpec
+    const google::protobuf::Descriptor *key;             // nyx.NAME_key_t
+    const google::protobuf::FieldDescriptor *key_field;  // of the Spec
+    size_t record_size;                                  // bytes of the entry record
+    size_t key_size;                                     // bytes of the key record
     std::vector<record_field_s>
         fields;  // by offset up to the data; then the data of one action after the other
     std::vector<const google::protobuf::FieldDescriptor *> data;  // members of the Spec, by action_id

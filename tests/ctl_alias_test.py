@@ -106,6 +106,8 @@ class AliasTest(agent.SharedAgentTestCase):
         wanted = before | {"admin_status": "STATE_DOWN", "l3_if_spec": before["l3_if_spec"] | {"prefix": prefix}}
         self.assertEqual(self.interface("b1"), wanted)
         self.assertIn('"b1" is l3, not uplink', self.ctl("set", "interface", "uplink", "id=b1", code=2).stderr)
+        self.assertEqual(self.ctl("set", "interface", "uplink", "id=uplink1", "admin_status=down").stdout,
+                         "admin_status up -> down\n")
 
         key = next(row["spec"]["id"] for row in self.call("InterfaceGet")["response"]
                    if row["status"].get("host_if_status", {}).get("name") == "host0")

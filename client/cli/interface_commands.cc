@@ -21,8 +21,7 @@ LoopbackIfSpec, ControlIfSpec, HostIfSpec.
 Examples:
 {1})";
 
-constexpr char k_set_examples[] = R"(  nyxctl set interface uplink admin_status=down \
-      id=0a000000-0000-4000-8000-000000020001
+constexpr char k_set_examples[] = R"(  nyxctl set interface uplink id=uplink1 admin_status=down
   nyxctl set interface host name=host0 mac_address=00:1a:2b:3c:4d:5e)";
 
 constexpr char k_add_examples[] = R"(  nyxctl add interface uplink id=0a admin_status=up port_id=01
@@ -82,18 +81,23 @@ outcome_s send_interface(const given_s &given, const char *method, const nyx::In
     return with_id(change(given.global, method, request), spec);
 }
 
-// Reads the words, without sending anything.
-outcome_s read_words(const given_s &given, nyx::InterfaceSpec *spec) {
-    outcome_s outcome = set_fields(interface_parts(spec, message_of(given.one("KIND"))), given.all("FIELD"));
-    return outcome.ok() && spec->id().empty() && !spec->has_host_if_spec()
-               ? usage_failure(
-                     fmt::format("interface {}: an id is missing; give id=UUID or id=HEX", given.one("KIND")))
-               : outcome;
+// Reads words, without sending anything.
+outcome_s read_words(const given_s &given, words_t words, nyx::InterfaceSpec *spec) {
+    return set_fields(interface_parts(spec, message_of(given.one("KIND"))), words);
+}
+
+// Only host interfaces may do without.
+outcome_s check_id(const given_s &given, const nyx::InterfaceSpec &spec, bool has_id) {
+    return has_id || spec.has_host_if_spec()
+               ? outcome_s()
+               : usage_failure(fmt::format("interface {}: an id is missing; give id=UUID or id=HEX",
+                                           given.one("KIND")));
 }
 
 outcome_s add_interface(const given_s &given) {
     nyx::InterfaceSpec spec;
-    outcome_s outcome = read_words(given, &spec);
+    outcome_s outcome = read_words(given, given.all("FIELD"), &spec);
+    outcome = outcome.ok() ? check_id(given, spec, !spec.id().empty()) : outcome;
     return outcome.ok() ? send_interface(given, "nyx.IfSvc.InterfaceCreate", spec) : outcome;
 }
 
@@ -117,12 +121,14 @@ outcome_s unlike(const given_s &given, const std::string &name, const nyx::Inter
 
 // A MAC address goes with a name: the agent stores both for its next start. All other settings are changed by id.
 outcome_s set_interface(const given_s &given) {
+    std::vector<std::string> words = given.all("FIELD");
+    const std::string id = given.has("--new") ? "" : take_word("id", &words);
     nyx::InterfaceSpec words_spec;
-    if (outcome_s outcome = read_words(given, &words_spec); !outcome.ok()) {
+    outcome_s outcome = read_words(given, words, &words_spec);
+    outcome = outcome.ok() ? check_id(given, words_spec, !id.empty()) : outcome;
+    if (!outcome.ok()) {
         return outcome;
     }
-    std::vector<std::string> words = given.all("FIELD");
-    const std::string id = take_word("id", &words);
     const std::string name = id.empty() ? take_word("name", &words) : id;
     const bool stores_mac = id.empty() && words_spec.host_if_spec().mac_address() != 0;
     if (name.empty()) {
@@ -133,7 +139,7 @@ outcome_s set_interface(const given_s &given) {
     }
     nyx::InterfaceRequest request;
     nyx::InterfaceSpec *spec = request.add_request();
-    if (outcome_s outcome = read_spec(given.global, "interface", name, spec); !outcome.ok()) {
+    if (outcome = read_spec(given.global, "interface", name, spec); !outcome.ok()) {
         return id.empty() ? with_hint(outcome, "--new stores the name and its MAC address all the same")
                           : outcome;
     }

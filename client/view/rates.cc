@@ -98,7 +98,8 @@ void keep_changed(const shown_s &before, size_t count, shown_s *now) {
     const std::vector<const row_t *> olds = rows_before(before, *now);
     std::vector<size_t> order(olds.size());
     std::iota(order.begin(), order.end(), 0);
-    std::ranges::stable_partition(order, [&](size_t i) { return olds[i] && *olds[i] != now->rows.rows[i]; });
+    std::stable_partition(order.begin(), order.end(),
+                          [&](size_t i) { return olds[i] && *olds[i] != now->rows.rows[i]; });
     order.resize(std::min(count, order.size()));
     std::ranges::sort(order);
     std::vector<row_t> kept;

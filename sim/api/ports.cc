@@ -34,7 +34,7 @@ sdk::sdk_ret_t clear_counters(if_records_s &records, const nyx_obj_key_s &key) {
     for (auto &[port_key, info] : records.ports) {
         if (!key.valid() || memcmp(&port_key, &key, sizeof(key)) == 0) {
             clear_counters(&info);
-            g_counts.with([&](auto &counts) { counts.erase(port_key); });
+            g_counts.with([&key = port_key](auto &counts) { counts.erase(key); });
         }
     }
     return sdk::SDK_RET_OK;

@@ -76,7 +76,7 @@ class entry_columns::row {
                 gives_action_ = true;
                 return outcome;
             }
-            if (is_data(place) && columns_.columns_[i].name == full_name(*place)) {
+            if (layout_.data.size() > 1 && is_data(place) && columns_.columns_[i].name == full_name(*place)) {
                 action_ = place->action_id;
             }
         }

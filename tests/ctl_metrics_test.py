@@ -102,13 +102,15 @@ class MetricsTest(agent.SharedAgentTestCase):
         asked = {dict(key[1:])["method"] for key in samples if key[0] == "nyx_read_failed"}
         self.assertGreater(len(asked), 12)
         for method in asked:
-            calls = [value for key, value in samples.items()
+            # Calls with INTERNAL are the agent's own, which free memory; under a sanitizer it needs them.
+            found = [(dict(key[1:])["grpc_code"] in ("13", "INTERNAL"), value) for key, value in samples.items()
                      if key[0] == "nyx_agent_calls_total" and ("method", method) in key]
-            self.assertEqual(calls, [1], method)
+            self.assertEqual([value for is_own, value in found if not is_own], [1], method)
+            own = sum(value for is_own, value in found if is_own)
             buckets = [(dict(key[1:])["le"], value) for key, value in samples.items()
                        if key[0] == "nyx_agent_call_duration_seconds_bucket" and ("method", method) in key]
             self.assertEqual([value for _, value in buckets], sorted(value for _, value in buckets))
-            self.assertEqual(buckets[-1], ("+Inf", 1), method)
+            self.assertEqual(buckets[-1], ("+Inf", 1 + own), method)
 
     def test_what_fails_is_reported_and_the_file_is_replaced(self):
         self.start("--fault", "debug::nyx_slab_get:code=6", "--fault", "nyx_if_read_all:code=10,after=2",

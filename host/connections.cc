@@ -26,10 +26,10 @@ constexpr size_t k_mib = 1024 * 1024;
 constexpr size_t k_worth_a_trim = 32 * k_mib;
 // What may have no explanation. Headers cost nine times their bytes while they come in, and when the connection ends, gRPC
 // makes three copies of them: this must stay well below the 512 MiB that an attack may cost.
-constexpr size_t k_unexplained = 96 * k_mib;
+constexpr size_t k_unexplained = NYX_UNEXPLAINED_MIB * k_mib;
 // What calls, requests that are coming in and open connections explain, at most and together.
 constexpr size_t k_calls = 128 * k_mib, k_received = 96 * k_mib, k_connection = 40 * 1024;
-constexpr size_t k_allowed = 400 * k_mib;
+constexpr size_t k_allowed = k_unexplained + 304 * k_mib;
 constexpr int k_questions = 3;
 constexpr auto k_until_a_close_helps = std::chrono::seconds(1);
 

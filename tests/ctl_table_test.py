@@ -79,7 +79,7 @@ class TableTest(agent.ClientTestCase):
         self.assertEqual(deleted["absent"], 500)
 
     def test_failure_names_lines_and_reasons(self):
-        self.start("--fault", "nyx_tbl_flow_info_create:code=6,nth=1500")
+        self.start("--fault", "nyx_tbl_flow_info_create:code=6,key=dc05")  # 1500
         specs = [{"key": {"k1": n}, "flow_info_a_data": {"d1": n}} for n in range(1, 2201)]
         result = self.ctl("table", "add", "flow_info", self.file(specs), exit_code=5)
         self.assertIn("2200 entries: 2199 added, 1 failed", result.stderr)

@@ -118,7 +118,9 @@ class AgentTest(unittest.TestCase):
         with self.agent.faults("nyx_tbl_flow_delete:code=7,every=10"):
             with self.assertRaises(nyx.EntriesFailed) as raised:
                 table.delete(item["key"] for item in flows(5000))
-        self.assertEqual(raised.exception.failed, [flow(i)["key"] for i in range(9, 5000, 10)])
+        keys = [item["key"] for item in flows(5000)]  # which tenth it is depends on the order of requests under way
+        left = [key for key, read in zip(keys, table.get(keys)) if read]
+        self.assertEqual((raised.exception.failed, len(left)), (left, 500))
 
     def test_too_many_failures_end_an_endless_stream(self):
         with self.agent.faults("nyx_tbl_flow_create:full=2000"):

@@ -98,6 +98,8 @@ class Table:
                 done, failed = self._settle([self._entry.normalise(spec) for spec in request.request], work)
                 counts.update(done)
                 work.count(len(given), [given[i] for i in failed])
+                if not work.goes_on:
+                    break
         return Applied(**counts)
 
     def _write(self, method: Method, items: Entry | Iterable[Entry], max_failed: int) -> int:
@@ -133,6 +135,8 @@ class Table:
                 waiting.append((given, request, method.start(request)))
                 if len(waiting) == _IN_FLIGHT:
                     yield *waiting[0][:2], work.finish(method, waiting.popleft()[2])
+                if not work.goes_on:
+                    break
             while waiting:
                 yield *waiting[0][:2], work.finish(method, waiting.popleft()[2])
         finally:
@@ -203,6 +207,7 @@ class _Work:
 
     def __init__(self, agent: Agent, name: str, max_failed: int = 0) -> None:
         self.done = 0
+        self.goes_on = True  # False: too many failed; what is under way is still counted
         self._agent = agent
         self._name = name
         self._max_failed = max_failed
@@ -215,7 +220,7 @@ class _Work:
     def __exit__(self, kind: object, *_: object) -> None:
         self._agent.tell_restart()
         if kind is None and self._failed:
-            self._raise(complete=True)
+            raise errors.EntriesFailed(self._name, status_pb2.API_STATUS_ERROR, self.done, self._failed, self.goes_on)
 
     def finish(self, method: Method, call: Any) -> Any:
         """The response, or None if the outcome is unknown."""
@@ -237,15 +242,11 @@ class _Work:
         """Notes the outcome of a request."""
         self.done += entries - len(failed)
         self._failed += failed
-        if len(self._failed) > self._max_failed:
-            self._raise(complete=False)
+        self.goes_on = len(self._failed) <= self._max_failed
 
     def _check(self) -> None:
         if self._agent.restarts != self._restarts:
             raise errors.Restarted(f"{self._name}: the agent at {self._agent.address} restarted")
-
-    def _raise(self, complete: bool) -> None:
-        raise errors.EntriesFailed(self._name, status_pb2.API_STATUS_ERROR, self.done, self._failed, complete)
 
 
 def _several(items: Entry | Iterable[Entry]) -> Iterable[Entry]:

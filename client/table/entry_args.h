@@ -32,7 +32,8 @@ class entry_columns {
 
     size_t size() const { return columns_.size(); }
 
-    // Sets what has a value; std::string_view() is none. Usage failures name the column, the value and what is allowed.
+    // Sets the columns that have a value; std::string_view() means no value. Usage failures name the column, the value and
+    // what is allowed.
     outcome_s fill(std::span<const std::string_view> values, google::protobuf::Message *message) const;
 
  private:

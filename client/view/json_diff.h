@@ -25,7 +25,7 @@ using member_types_t = std::map<std::string, const google::protobuf::Descriptor 
 // the options types.counter and types.volatile in members of `types` are left out.
 differences_s json_differences(const json_t &before, const json_t &after, const member_types_t &types = {});
 
-// A line for each: "path: old -> new (+3)", or that there are none.
+// A line for each: "path: old -> new (+3)", or a line that says that nothing differs.
 std::string differences_text(const differences_s &differences);
 
 // Lists with ids in the order of these.

@@ -142,7 +142,7 @@ std::vector<column_s> columns_of(const list_view_s &view, const pb::Descriptor *
     return columns;
 }
 
-// The column of a counter, new if there is none of its name.
+// The column of a counter; adds one if no column has its name.
 size_t counter_column(const std::string &name, const label_s &label, rows_s *rows) {
     const auto found = std::ranges::find(rows->columns, label.name, &column_s::title);
     const auto index = static_cast<size_t>(found - rows->columns.begin());

@@ -111,6 +111,21 @@ class call_server::state {
     class call;
     class tick;
 
+    // While it lives, shutdown() waits.
+    class open_count {
+     public:
+        explicit open_count(state *server) : server_(server) { server_->open_++; }
+        open_count(const open_count &) = delete;
+        open_count &operator=(const open_count &) = delete;
+        ~open_count() {
+            server_->open_--;
+            server_->open_.notify_all();
+        }
+
+     private:
+        state *server_;
+    };
+
     void begin();
     bool poll();
     bool begin_polling();
@@ -153,13 +168,8 @@ class call_server::state {
 // event that gRPC is done with it, because it was answered or its client has left. It is deleted after both.
 class call_server::state::call final : event {
  public:
-    call(state *server, served_method_s *method) : server_(server), method_(method) {
+    call(state *server, served_method_s *method) : server_(server), method_(method), open_(server) {
         context_.AsyncNotifyWhenDone(static_cast<event *>(&left_));
-        server_->open_++;
-    }
-    ~call() {
-        server_->open_--;
-        server_->open_.notify_all();
     }
 
     // After the operation: an id that changed meanwhile must reach the client, because what it wrote may be lost.
@@ -181,6 +191,13 @@ class call_server::state::call final : event {
 
  private:
     friend class state;
+
+    // What a call needs while it runs.
+    struct memory_s {
+        grpc::ByteBuffer bytes;  // of the request
+        budget_share share;      // for the request as a message, and the texts that parsing puts on the heap
+        std::optional<google::protobuf::Arena> arena;
+    };
 
     class left final : public event {
      public:
@@ -220,11 +237,15 @@ class call_server::state::call final : event {
         alarm_.Set(server_->queue_.get(), std::chrono::system_clock::now(), static_cast<event *>(this));
     }
 
+    // The answer is sent as early as it can be: memory is freed and the next call awaited after it.
     void serve() {
+        state *const server = server_;
+        served_method_s *const method = method_;
+        const open_count still_open(server);
+        memory_s memory;
+        memory.bytes.Swap(&request_);
         grpc::ByteBuffer bytes;
-        const grpc::Status status = run_and_report(&bytes);
-        request_.Clear();
-        server_->has_run(method_);
+        const grpc::Status status = run_and_report(&memory, &bytes);
         name_instance();
         answered_ = true;
         hand_over();
@@ -233,6 +254,8 @@ class call_server::state::call final : event {
         } catch (const std::bad_alloc &) {
             finish(bytes, no_memory());  // its text needs no memory
         }
+        // From here on, another thread may have deleted this call.
+        server->has_run(method);
     }
 
     void finish(const grpc::ByteBuffer &bytes, const grpc::Status &status) {
@@ -243,15 +266,14 @@ class call_server::state::call final : event {
         }
     }
 
-    grpc::Status run_and_report(grpc::ByteBuffer *bytes) {
-        std::optional<google::protobuf::Arena> arena;
+    grpc::Status run_and_report(memory_s *memory, grpc::ByteBuffer *bytes) {
         call_facts_s facts = {.method = method_->descriptor,
                               .context = &context_,
                               .request = nullptr,
                               .status = {},
                               .api_status = types::API_STATUS_OK,
                               .duration = {}};
-        facts.status = status_of([&] { return run(&arena, &facts, bytes); });
+        facts.status = status_of([&] { return run(memory, &facts, bytes); });
         facts.duration = clock::now() - arrived_;
         method_->counters.count(facts);
         SVC_TRACE_DEBUG("{}: gRPC status {}, {}, {} us", method_->descriptor->full_name(),
@@ -263,8 +285,7 @@ class call_server::state::call final : event {
         return std::move(facts.status);
     }
 
-    grpc::Status run(std::optional<google::protobuf::Arena> *arena, call_facts_s *facts,
-                     grpc::ByteBuffer *bytes) {
+    grpc::Status run(memory_s *memory, call_facts_s *facts, grpc::ByteBuffer *bytes) {
         if (server_->host_.observer) {
             auto status = server_->host_.observer->admit(*method_->descriptor, context_);
             if (!status.ok()) {
@@ -277,17 +298,17 @@ class call_server::state::call final : event {
         if (context_.IsCancelled()) {
             return grpc::Status::CANCELLED;
         }
-        budget_share request_bytes;  // the message, and the texts that parsing puts on the heap
-        if (const size_t length = request_.Length(); length > k_small_request) {
-            request_bytes.take(2 * length);
+        if (const size_t length = memory->bytes.Length(); length > k_small_request) {
+            memory->share.take(2 * length);
         }
-        auto *request = method_->method->request().New(&arena->emplace(counted_arena()));
-        grpc::ProtoBufferReader reader(&request_);
+        auto *arena = &memory->arena.emplace(counted_arena());
+        auto *request = method_->method->request().New(arena);
+        grpc::ProtoBufferReader reader(&memory->bytes);
         if (!reader.status().ok() || !request->ParseFromZeroCopyStream(&reader)) {
             return {grpc::INTERNAL, "The request can't be parsed as " + request->GetTypeName()};
         }
         facts->request = request;
-        auto *response = method_->method->response().New(&**arena);
+        auto *response = method_->method->response().New(arena);
         grpc::Status status = method_->method->run(method_->object, &context_, *request, response);
         facts->api_status = api_status_of(*response);
         return status.ok() ? write(*response, bytes) : status;
@@ -324,6 +345,7 @@ class call_server::state::call final : event {
 
     state *server_;
     served_method_s *method_;
+    const open_count open_;
     grpc::ServerContext context_;
     grpc::ByteBuffer request_;
     grpc::ServerAsyncResponseWriter<grpc::ByteBuffer> answer_{&context_};
@@ -456,16 +478,20 @@ void call_server::state::await_calls(served_method_s *method) {
     }
 }
 
-// False when as many calls of the method run as may, so that this one may have waited.
+// False when as many calls of the method run as may, so that this one may have waited. While another call is awaited,
+// the next one can wait until this one is answered.
 bool call_server::state::arrived(served_method_s *method) {
-    bool has_room = true;
+    bool has_room = true, is_last = true;
     {
         const std::lock_guard lock(method->mutex);
         method->awaited--;
         method->running++;
         has_room = method->running + 1 < limits_.calls_of_a_method;
+        is_last = method->awaited == 0;
     }
-    await_calls(method);
+    if (is_last) {
+        await_calls(method);
+    }
     return has_room;
 }
 

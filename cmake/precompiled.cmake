@@ -1,5 +1,5 @@
 # Half of the time that a unit takes to compile goes into the headers of other projects. With NYX_PRECOMPILE they are
-# compiled once. A missing #include then goes unnoticed: presets of the long round and of what is shipped leave it OFF.
+# compiled once. A missing #include then goes unnoticed: the presets asan and release leave it OFF.
 
 option(NYX_PRECOMPILE "Precompile the headers of other projects" OFF)
 if(NYX_PRECOMPILE AND CCACHE) # which otherwise keeps nothing that uses precompiled headers

@@ -111,7 +111,7 @@ class call_server::state {
     class call;
     class tick;
 
-    // While it lives, shutdown() waits.
+    // While it lives, shutdown() leaves the queue open. Whoever adds to the queue takes one, and then asks for stopping_.
     class open_count {
      public:
         explicit open_count(state *server) : server_(server) { server_->open_++; }
@@ -197,6 +197,15 @@ class call_server::state::call final : event {
         grpc::ByteBuffer bytes;  // of the request
         budget_share share;      // for the request as a message, and the texts that parsing puts on the heap
         std::optional<google::protobuf::Arena> arena;
+
+        void free_if_large() {
+            constexpr size_t k_large = 4 * 1024 * 1024;
+            if (bytes.Length() > k_large || (arena && arena->SpaceAllocated() > k_large)) {
+                bytes.Clear();
+                arena.reset();
+                share.give_back_all();
+            }
+        }
     };
 
     class left final : public event {
@@ -237,15 +246,16 @@ class call_server::state::call final : event {
         alarm_.Set(server_->queue_.get(), std::chrono::system_clock::now(), static_cast<event *>(this));
     }
 
-    // The answer is sent as early as it can be: memory is freed and the next call awaited after it.
+    // The answer is sent as early as it can be: the next call is awaited after it, and memory is freed. A client that has
+    // its answer finds the budget as it was, but for a small amount.
     void serve() {
         state *const server = server_;
         served_method_s *const method = method_;
-        const open_count still_open(server);
         memory_s memory;
         memory.bytes.Swap(&request_);
         grpc::ByteBuffer bytes;
         const grpc::Status status = run_and_report(&memory, &bytes);
+        memory.free_if_large();
         name_instance();
         answered_ = true;
         hand_over();
@@ -458,12 +468,16 @@ void call_server::state::begin() {
     for (const auto &method : methods_) {
         await_calls(method.get());
     }
-    tick_->start();
+    const open_count open(this);
+    if (!stopping_) {
+        tick_->start();
+    }
 }
 
 // Two at a time, so that the second of two clients need not wait until the first one's call is replaced.
 void call_server::state::await_calls(served_method_s *method) {
     constexpr unsigned k_awaited = 2;
+    const open_count open(this);
     const std::lock_guard lock(method->mutex);
     while (!stopping_ && method->awaited < k_awaited &&
            method->awaited + method->running < limits_.calls_of_a_method) {

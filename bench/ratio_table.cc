@@ -54,8 +54,9 @@ void ratio_table::throughput_at_least(double goal, const std::string &what, cons
 }
 
 void ratio_table::figure_at_least(double goal, const std::string &what,
-                                  const std::function<double(nanoseconds slice)> &figure) {
+                                  const std::function<double(nanoseconds slice)> &figure, int most_rounds) {
     figures_.push_back({what, false, goal, [figure](nanoseconds slice, bool) { return figure(slice); }});
+    figures_.back().most_rounds = most_rounds;
 }
 
 void ratio_table::count_at_most(double goal, const std::string &what, const std::function<double()> &count) {
@@ -70,6 +71,9 @@ void ratio_table::filter(const std::string &regex) {
 void ratio_table::measure(int rounds, nanoseconds slice) {
     for (int round = 0; round <= rounds; round++) {
         for (auto &figure : figures_) {
+            if (round > figure.most_rounds) {
+                continue;
+            }
             const double sample = figure.sample(slice, round % 2 == 1);
             if (round > 0) {
                 figure.samples.push_back(sample);

@@ -7,6 +7,7 @@
 #pragma once
 
 #include <chrono>
+#include <climits>
 #include <cstdio>
 #include <functional>
 #include <string>
@@ -59,9 +60,9 @@ class ratio_table {
     void throughput_at_least(double goal, const std::string &what, const cost &subject, const cost &baseline,
                              const chart_point_s &point = {});
 
-    // A ratio of throughputs that `figure` computes.
+    // A ratio of throughputs that `figure` computes, in the first `most_rounds` rounds.
     void figure_at_least(double goal, const std::string &what,
-                         const std::function<double(nanoseconds slice)> &figure);
+                         const std::function<double(nanoseconds slice)> &figure, int most_rounds = INT_MAX);
 
     // A count, or an absolute time.
     void count_at_most(double goal, const std::string &what, const std::function<double()> &count);
@@ -83,6 +84,7 @@ class ratio_table {
         double goal;
         std::function<double(nanoseconds slice, bool baseline_first)> sample;
         chart_point_s point = {};
+        int most_rounds = INT_MAX;
         std::vector<double> samples = {};
 
         double quantile(double part) const;

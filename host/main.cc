@@ -17,13 +17,13 @@
 #include "agent_api/trace_logger.h"
 #include "base/standard_descriptors.h"
 #include "host/agent_log.h"
-#include "host/grpc_door.h"
+#include "host/debug_socket.h"
+#include "host/grpc_server.h"
 #include "host/journal.h"
 #include "host/library_logs.h"
 #include "host/options.h"
 #include "host/service_manager.h"
 #include "host/setup_error.h"
-#include "host/socket_door.h"
 #include "sim/card/host_interfaces.h"
 #include "sim/scenario/running.h"
 #include "sim/scenario/scenario_files.h"
@@ -77,7 +77,7 @@ struct logs_s {
 };
 
 // A debug command or a peer can hold a server open for as long as it likes. What has not stopped in time is abandoned.
-void stop_in_time(host::grpc_door &grpc, host::socket_door &socket, logs_s &logs) {
+void stop_in_time(host::grpc_server &grpc, host::debug_socket &socket, logs_s &logs) {
     constexpr auto k_patience = std::chrono::milliseconds(850);
     const auto deadline = std::chrono::steady_clock::now() + k_patience;
     const auto grpc_stopped = std::async(std::launch::async, [&] { grpc.stop(); });
@@ -109,7 +109,7 @@ void restore_host_interfaces(const std::string &sysconfig) {
 
 // A card that starts anew has lost everything, as with a new start of the agent. Other threads use the path of the file
 // meanwhile, and stderr may have no reader.
-void start_scenario(const host::options_s &options, host::grpc_door *grpc) {
+void start_scenario(const host::options_s &options, host::grpc_server *grpc) {
     sim::on_card_restart([grpc] {
         std::string error;
         if (!sim::load_host_interfaces(g_host_if_mac_file, &error)) {
@@ -140,7 +140,7 @@ void check_folders(const host::options_s &options) {
 }
 
 // Certificates and log level; what else has changed takes a restart. What is wrong is reported, and the old stays.
-void reload(int argc, char **argv, host::grpc_door &grpc, spdlog::logger &log) {
+void reload(int argc, char **argv, host::grpc_server &grpc, spdlog::logger &log) {
     const host::parsed_s parsed = host::parse_command_line(argc, argv);
     try {
         if (!parsed.options) {
@@ -155,10 +155,10 @@ void reload(int argc, char **argv, host::grpc_door &grpc, spdlog::logger &log) {
 }
 
 int serve(const host::options_s &options, const sigset_t &signals, logs_s &logs,
-          const std::function<void(host::grpc_door &)> &on_hangup) {
+          const std::function<void(host::grpc_server &)> &on_hangup) {
     check_folders(options);
-    host::grpc_door grpc(options, logs.audit.logger());
-    host::socket_door socket(options.socket, options.socket_group);
+    host::grpc_server grpc(options, logs.audit.logger());
+    host::debug_socket socket(options.socket, options.socket_group);
     start_scenario(options, &grpc);
     const auto ready = fmt::format("grpc {} socket {}", grpc.address(), options.socket);
     fmt::print("nyx-agent ready: {}\n", ready);
@@ -233,7 +233,7 @@ int main(int argc, char **argv) {
     restore_host_interfaces(parsed.options->sysconfig);
     const int exit_code = or_complain([&] {
         return serve(*parsed.options, signals, logs,
-                     [&](host::grpc_door &grpc) { reload(argc, argv, grpc, *logs.trace.logger()); });
+                     [&](host::grpc_server &grpc) { reload(argc, argv, grpc, *logs.trace.logger()); });
     });
     core::g_trace_logger = nullptr;
     if (!logs.drain()) {

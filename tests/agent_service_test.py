@@ -85,8 +85,8 @@ class ServiceTestCase(unittest.TestCase):
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
 
-    def start(self, *options, **doors):
-        return self.enterContext(Agent(self.folder, *options, **doors))
+    def start(self, *options, **addresses):
+        return self.enterContext(Agent(self.folder, *options, **addresses))
 
 
 class IdentityTest(ServiceTestCase):

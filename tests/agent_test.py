@@ -24,8 +24,8 @@ class AgentTest(unittest.TestCase):
     def setUp(self):
         self.folder = self.enterContext(tempfile.TemporaryDirectory())
 
-    def start(self, *options, **doors):
-        return self.enterContext(Agent(self.folder, *options, **doors))
+    def start(self, *options, **addresses):
+        return self.enterContext(Agent(self.folder, *options, **addresses))
 
     def ctl(self, agent, *arguments):
         return agent.ctl(*arguments)
@@ -40,7 +40,7 @@ class AgentTest(unittest.TestCase):
         options = {"grpc": FREE_PORT, "socket": f"{self.folder}/other.sock", "sysconfig": self.folder} | changes
         return [text for name, value in options.items() for text in (f"--{name}", value)]
 
-    def test_both_doors_serve_and_share_the_tables(self):
+    def test_both_servers_answer_and_share_the_tables(self):
         agent = self.start()
         entry = {"request": [{"key": {"k1": 7}, "flow_info_a_data": {"d2": "0102030405060708"}}]}
         self.assertEqual(self.ctl(agent, "call", "flow_infoCreate", json.dumps(entry)).returncode, 0)
@@ -151,7 +151,7 @@ class AgentTest(unittest.TestCase):
         self.assertEqual(agent.stop()[0], 0)
         self.assertTrue(os.path.exists(lock))
 
-    def test_second_agent_on_the_same_door_is_refused(self):
+    def test_second_agent_at_the_same_address_is_refused(self):
         first = self.start()
         self.assert_refused(f"{first.grpc}: in use", *self.free_options(grpc=first.grpc))
         self.assert_refused(f"{first.socket}: in use", *self.free_options(socket=first.socket))

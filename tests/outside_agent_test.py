@@ -43,7 +43,7 @@ def setUpModule():
 
 
 class Agent:
-    """An outside agent with its doors, its files and its log in a folder of its own, and the client for it."""
+    """An outside agent with its sockets, its files and its log in a folder of its own, and the client for it."""
 
     def __enter__(self):
         self.folder = pathlib.Path(tempfile.mkdtemp(dir=TMP))

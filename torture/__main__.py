@@ -8,11 +8,11 @@ import collections
 import sys
 import time
 
-import grpc_door
+import grpc_server
 import grpc_memory
 import life
 import slow_files
-import socket_door
+import debug_socket
 import soak
 import strangers
 from agent import LOG_LINE, SPARE_THREADS, Agent, Failed, check
@@ -41,14 +41,14 @@ WITHOUT_AGENT = {
 }
 ATTACKS = {
     "log-forging": Attack(life.log_forging, 20, 1, 20000, ("--log-limit", "0")),
-    "descriptor-storm": Attack(socket_door.descriptor_storm, 1, 60),
-    "vanishing-peers": Attack(socket_door.vanishing_peers, 1000, 10),
-    "silent-peers": Attack(socket_door.silent_peers, 8000, 400),
-    "silent-peers-few-files": Attack(socket_door.silent_peers, 400, 400, 200, (), True),
-    "prefixes-and-splits": Attack(socket_door.prefixes_and_splits, 20, 1),
-    "size-limits": Attack(socket_door.size_limits, 100, 2000),
-    "stalled-outputs": Attack(socket_door.stalled_outputs, 60, 20),
-    "descriptor-limit": Attack(socket_door.descriptor_limit, 20, 2, 200, (), True),
+    "descriptor-storm": Attack(debug_socket.descriptor_storm, 1, 60),
+    "vanishing-peers": Attack(debug_socket.vanishing_peers, 1000, 10),
+    "silent-peers": Attack(debug_socket.silent_peers, 8000, 400),
+    "silent-peers-few-files": Attack(debug_socket.silent_peers, 400, 400, 200, (), True),
+    "prefixes-and-splits": Attack(debug_socket.prefixes_and_splits, 20, 1),
+    "size-limits": Attack(debug_socket.size_limits, 100, 2000),
+    "stalled-outputs": Attack(debug_socket.stalled_outputs, 60, 20),
+    "descriptor-limit": Attack(debug_socket.descriptor_limit, 20, 2, 200, (), True),
     "out-of-band": Attack(strangers.out_of_band, 5, 2),
     "buried-descriptors": Attack(strangers.buried_descriptors, 5, 2),
     "unknown-fields": Attack(strangers.unknown_fields, 900, 400),
@@ -57,15 +57,15 @@ ATTACKS = {
     "garbage": Attack(strangers.garbage, 10, 2),
     "hanging-file-system": Attack(slow_files.hanging_file_system, 5, 1),
     "fragmented-files": Attack(slow_files.fragmented_files, 3000, None),
-    "vanishing-clients": Attack(grpc_door.vanishing_clients, 1, 20),
-    "silent-clients": Attack(grpc_door.silent_clients, 8000, 400),
-    "silent-clients-few-files": Attack(grpc_door.silent_clients, 400, 400, 200, (), True),
-    "http2-garbage": Attack(grpc_door.http2_garbage, 10_000, 200),
-    "floods": Attack(grpc_door.floods, 5, None, 20000, (), True),
-    "large-metadata": Attack(grpc_door.large_metadata, 20, 1),
-    "message-limits": Attack(grpc_door.message_limits, 2, 1),
-    "many-streams": Attack(grpc_door.many_streams, 5000, 400, 20000, SLOW_PORTS, True),
-    "slow-readers": Attack(grpc_door.slow_readers, 100, 10),
+    "vanishing-clients": Attack(grpc_server.vanishing_clients, 1, 20),
+    "silent-clients": Attack(grpc_server.silent_clients, 8000, 400),
+    "silent-clients-few-files": Attack(grpc_server.silent_clients, 400, 400, 200, (), True),
+    "http2-garbage": Attack(grpc_server.http2_garbage, 10_000, 200),
+    "floods": Attack(grpc_server.floods, 5, None, 20000, (), True),
+    "large-metadata": Attack(grpc_server.large_metadata, 20, 1),
+    "message-limits": Attack(grpc_server.message_limits, 2, 1),
+    "many-streams": Attack(grpc_server.many_streams, 5000, 400, 20000, SLOW_PORTS, True),
+    "slow-readers": Attack(grpc_server.slow_readers, 100, 10),
     "closed-windows": Attack(grpc_memory.closed_windows, 1000, 20),
     "cancelled-calls": Attack(grpc_memory.cancelled_calls, 32, 16, 20000, grpc_memory.SLOW_UPDATES),
     "blocked-operations": Attack(grpc_memory.blocked_operations, 8, 8, 20000, grpc_memory.BLOCKED),

@@ -12,7 +12,7 @@ import threading
 import processes
 import wire
 from agent import Agent, check
-from grpc_door import card_id
+from grpc_server import card_id
 
 CREATE, UPDATE, DELETE = (f"/nyx.IfSvc/Interface{verb}" for verb in ("Create", "Update", "Delete"))
 MAC_NAMES = 20  # of each writer

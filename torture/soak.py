@@ -10,7 +10,7 @@ import time
 import processes
 import wire
 from agent import Agent, check
-from grpc_door import CALL, card_id, garbage
+from grpc_server import CALL, card_id, garbage
 
 WORKERS = 4
 STEP = 10_000  # requests between samples

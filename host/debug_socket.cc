@@ -1,4 +1,4 @@
-#include "host/socket_door.h"
+#include "host/debug_socket.h"
 
 #include <grp.h>
 #include <sys/stat.h>
@@ -36,16 +36,16 @@ void restrict_to_group(const std::string &path, const std::string &name) {
 
 }  // namespace
 
-socket_door::executor_s::executor_s() : threads(k_max_workers) {
+debug_socket::executor_s::executor_s() : threads(k_max_workers) {
     svc::set_executor([this](std::function<void()> work) { return threads.run(std::move(work)); });
 }
 
-socket_door::executor_s::~executor_s() {
+debug_socket::executor_s::~executor_s() {
     threads.stop();
     svc::set_executor({});
 }
 
-socket_door::socket_door(const std::string &path, const std::string &group)
+debug_socket::debug_socket(const std::string &path, const std::string &group)
     : file_(path),
       path_(path),
       thread_("svc_server",
@@ -64,9 +64,9 @@ socket_door::socket_door(const std::string &path, const std::string &group)
     }
 }
 
-socket_door::~socket_door() { stop(); }
+debug_socket::~debug_socket() { stop(); }
 
-void socket_door::stop() {
+void debug_socket::stop() {
     file_.remove();
     thread_.stop();
     executor_.threads.stop();

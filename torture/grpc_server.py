@@ -9,7 +9,7 @@ import time
 import processes
 import wire
 from agent import check
-from socket_door import hold
+from debug_socket import hold
 
 MOST_MESSAGE = 16 << 20
 IDS = 3000  # as many as a connection takes at its beginning

@@ -149,7 +149,7 @@ def size_limits(agent, step):
 
 
 def keep_full(number, agent, seconds):
-    """Fills the agent with connections at both doors, and opens new ones where old ones are closed."""
+    """Fills the agent with connections at both servers, and opens new ones where old ones are closed."""
     resource.setrlimit(resource.RLIMIT_NOFILE, (1000, 20000))
     peers, deadline, tried = [], time.monotonic() + seconds, 0
     while time.monotonic() < deadline:

@@ -12,11 +12,11 @@ namespace host {
 
 // Serves from construction to destruction. There is one at a time: its threads are the library's executor. Owned by
 // one thread.
-class socket_door {
+class debug_socket {
  public:
     // Any user may connect, or this group only when one is given. Throws setup_error.
-    socket_door(const std::string &path, const std::string &group);
-    ~socket_door();
+    debug_socket(const std::string &path, const std::string &group);
+    ~debug_socket();
 
     // Takes no more peers, and waits for the command that runs and for work that waits for a peer, for as long as
     // that takes. Does nothing when called again.

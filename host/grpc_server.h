@@ -41,12 +41,12 @@ class connections;
 
 // Serves from construction to destruction. Clients are accepted by a loop of its own, because gRPC's listener
 // never accepts again once the process was out of descriptors. Owned by one thread.
-class grpc_door {
+class grpc_server {
  public:
     // Records connections that may change something, and changes, to `audit` if given. Throws setup_error.
-    explicit grpc_door(const options_s &options, std::shared_ptr<spdlog::logger> audit = nullptr);
+    explicit grpc_server(const options_s &options, std::shared_ptr<spdlog::logger> audit = nullptr);
 
-    ~grpc_door();
+    ~grpc_server();
 
     // Takes no more clients, and closes all connections after half a second: clients get UNAVAILABLE for calls that still
     // run then. It may never return: gRPC can't let

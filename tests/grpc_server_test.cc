@@ -1,6 +1,6 @@
 // The host's gRPC server, in this process.
 
-#include "host/grpc_door.h"
+#include "host/grpc_server.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -27,25 +27,25 @@ using testing::HasSubstr;
 
 constexpr const char *k_reflection = "/grpc.reflection.v1alpha.ServerReflection/ServerReflectionInfo";
 
-class GrpcDoor : public testing::Test {
+class GrpcServer : public testing::Test {
  protected:
     // Taken and never given back: after a large request a client's gRPC library takes ten seconds to shut
     // down.
     static void SetUpTestSuite() { grpc_init(); }
 
-    GrpcDoor() { start(true); }
+    GrpcServer() { start(true); }
 
     void start(bool with_options) {
         host::options_s options = {};
         options.grpc = {"127.0.0.1:0"};
         options.fault_service = options.reflection = with_options;
-        door_.emplace(options);
+        server_.emplace(options);
     }
 
     std::shared_ptr<grpc::Channel> channel() const {
         grpc::ChannelArguments arguments;
         arguments.SetInt(GRPC_ARG_USE_LOCAL_SUBCHANNEL_POOL, 1);  // a connection of its own
-        return grpc::CreateCustomChannel(door_->address(), grpc::InsecureChannelCredentials(), arguments);
+        return grpc::CreateCustomChannel(server_->address(), grpc::InsecureChannelCredentials(), arguments);
     }
 
     static grpc::Status get_ports(const std::shared_ptr<grpc::Channel> &channel, int patience_s) {
@@ -54,7 +54,7 @@ class GrpcDoor : public testing::Test {
                                 std::chrono::seconds(patience_s));
     }
 
-    std::optional<host::grpc_door> door_;
+    std::optional<host::grpc_server> server_;
 };
 
 grpc::ByteBuffer to_buffer(const std::string &bytes) {
@@ -124,7 +124,7 @@ std::string ask(const std::shared_ptr<grpc::Channel> &channel, const std::string
     return open_stream(channel, method).ask(request);
 }
 
-TEST_F(GrpcDoor, ReflectionAndHealthKnowTheServices) {
+TEST_F(GrpcServer, ReflectionAndHealthKnowTheServices) {
     const std::string list_services("\x3a\x00", 2);
     EXPECT_THAT(ask(channel(), k_reflection, list_services),
                 testing::AllOf(HasSubstr("nyx.NyxTblSvc"), HasSubstr("grpc.health.v1.Health")));
@@ -135,7 +135,7 @@ TEST_F(GrpcDoor, ReflectionAndHealthKnowTheServices) {
     EXPECT_EQ(ask(channel(), "/grpc.health.v1.Health/Check", ""), "\x08\x01");  // SERVING
 }
 
-TEST_F(GrpcDoor, ReflectionDescribesExtensionsAndSaysWhatItDoesNotKnow) {
+TEST_F(GrpcServer, ReflectionDescribesExtensionsAndSaysWhatItDoesNotKnow) {
     const std::string options = "google.protobuf.FieldOptions";
     EXPECT_THAT(ask(channel(), k_reflection, "\x32" + std::string(1, char(options.size())) + options),
                 HasSubstr(options + "\x12"));  // numbers follow
@@ -146,7 +146,7 @@ TEST_F(GrpcDoor, ReflectionDescribesExtensionsAndSaysWhatItDoesNotKnow) {
     EXPECT_THAT(ask(channel(), k_reflection, ""), HasSubstr("asks for nothing"));
 }
 
-TEST_F(GrpcDoor, OpenReflectionStreamsTakeNoThreadAndTheOldestGivesWay) {
+TEST_F(GrpcServer, OpenReflectionStreamsTakeNoThreadAndTheOldestGivesWay) {
     constexpr int k_more_than_it_keeps = 66;
     const auto threads = [] {
         return std::distance(std::filesystem::directory_iterator("/proc/self/task"), {});
@@ -166,7 +166,7 @@ TEST_F(GrpcDoor, OpenReflectionStreamsTakeNoThreadAndTheOldestGivesWay) {
     EXPECT_EQ(streams.back().ask("\x1a\x81\x20" + std::string(4097, 'x')), "");
 }
 
-TEST_F(GrpcDoor, FaultsAndReflectionAreServedOnlyWhenAskedFor) {
+TEST_F(GrpcServer, FaultsAndReflectionAreServedOnlyWhenAskedFor) {
     const auto unimplemented = [this](const std::string &method) {
         grpc::TemplatedGenericStub<grpc::ByteBuffer, grpc::ByteBuffer> stub(channel());
         grpc::ClientContext context;
@@ -190,7 +190,7 @@ TEST_F(GrpcDoor, FaultsAndReflectionAreServedOnlyWhenAskedFor) {
     }
 }
 
-TEST_F(GrpcDoor, RequestsOfUpTo16MebibytesAreTaken) {
+TEST_F(GrpcServer, RequestsOfUpTo16MebibytesAreTaken) {
     const auto connection = channel();
     const auto delete_with_key_of = [&](size_t size) {
         nyx::flowDeleteRequest request;
@@ -203,7 +203,7 @@ TEST_F(GrpcDoor, RequestsOfUpTo16MebibytesAreTaken) {
     EXPECT_EQ(delete_with_key_of(16 * k_mebibyte), grpc::StatusCode::RESOURCE_EXHAUSTED);
 }
 
-TEST_F(GrpcDoor, ServesNewClientsAgainAfterItWasOutOfDescriptors) {
+TEST_F(GrpcServer, ServesNewClientsAgainAfterItWasOutOfDescriptors) {
     const auto before = channel();
     EXPECT_TRUE(get_ports(before, 30).ok());
     rlimit limit;
@@ -227,9 +227,9 @@ TEST_F(GrpcDoor, ServesNewClientsAgainAfterItWasOutOfDescriptors) {
     setrlimit(RLIMIT_NOFILE, &limit);
 }
 
-TEST_F(GrpcDoor, StopEndsCallsThatWouldGoOnForEver) {
+TEST_F(GrpcServer, StopEndsCallsThatWouldGoOnForEver) {
     open_stream stream(channel(), k_reflection);
-    door_.reset();
+    server_.reset();
     EXPECT_FALSE(stream.finish().ok());
 }
 

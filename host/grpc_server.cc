@@ -1,4 +1,4 @@
-#include "host/grpc_door.h"
+#include "host/grpc_server.h"
 
 #include <google/protobuf/descriptor.h>
 #include <grpc/grpc.h>
@@ -139,7 +139,7 @@ int first_reserved_fd() {
 
 }  // namespace
 
-grpc_door::grpc_door(const options_s &options, std::shared_ptr<spdlog::logger> audit)
+grpc_server::grpc_server(const options_s &options, std::shared_ptr<spdlog::logger> audit)
     : audit_(std::move(audit)),
       policy_(options.certificate_roles, audit_),
       stop_(eventfd(0, EFD_CLOEXEC)),
@@ -180,7 +180,7 @@ grpc_door::grpc_door(const options_s &options, std::shared_ptr<spdlog::logger> a
 }
 
 // The transport of a connection is all that a call shows of how it came in: call_policy.h.
-void grpc_door::open_entrances(const options_s &options, grpc::ServerBuilder *builder) {
+void grpc_server::open_entrances(const options_s &options, grpc::ServerBuilder *builder) {
     for (const std::string &address : options.grpc) {
         listener_s listener = listen_on(address, certificates_.has_value());
         auto credentials = listener.is_unix() ? grpc::experimental::LocalServerCredentials(UDS)
@@ -194,16 +194,16 @@ void grpc_door::open_entrances(const options_s &options, grpc::ServerBuilder *bu
     }
 }
 
-void grpc_door::add_entrance(listener_s listener, bool may_change,
-                             std::shared_ptr<grpc::ServerCredentials> credentials,
-                             grpc::ServerBuilder *builder) {
+void grpc_server::add_entrance(listener_s listener, bool may_change,
+                               std::shared_ptr<grpc::ServerCredentials> credentials,
+                               grpc::ServerBuilder *builder) {
     auto acceptor = builder->experimental().AddExternalConnectionAcceptor(
         grpc::ServerBuilder::experimental_type::ExternalConnectionType::FROM_FD, std::move(credentials));
     entrances_.push_back(
         {.listener = std::move(listener), .may_change = may_change, .acceptor = std::move(acceptor)});
 }
 
-std::string grpc_door::address() const {
+std::string grpc_server::address() const {
     std::string all;
     for (const auto &entrance : entrances_) {
         if (entrance.may_change) {
@@ -213,20 +213,20 @@ std::string grpc_door::address() const {
     return all;
 }
 
-void grpc_door::reload_certificates() {
+void grpc_server::reload_certificates() {
     if (certificates_) {
         certificates_->reload();
     }
 }
 
-grpc_door::~grpc_door() { stop(); }
+grpc_server::~grpc_server() { stop(); }
 
-void grpc_door::renew_instance() {
+void grpc_server::renew_instance() {
     instance_.renew();
     calls_.set_instance_id(instance_.get().id);
 }
 
-void grpc_door::stop() {
+void grpc_server::stop() {
     if (!accept_thread_.joinable()) {
         return;
     }
@@ -250,7 +250,7 @@ void grpc_door::stop() {
 }
 
 // One descriptor for each entrance, and the last two: connections have news, the server must stop. False when it must.
-bool grpc_door::wait(std::vector<pollfd> *waiting, bool for_clients, int timeout_ms) const {
+bool grpc_server::wait(std::vector<pollfd> *waiting, bool for_clients, int timeout_ms) const {
     for (size_t i = 0; i < entrances_.size(); i++) {
         (*waiting)[i].fd = for_clients ? entrances_[i].listener.fd.get() : -1;
     }
@@ -260,7 +260,7 @@ bool grpc_door::wait(std::vector<pollfd> *waiting, bool for_clients, int timeout
     return waiting->back().revents == 0;
 }
 
-void grpc_door::accept_until_stopped() {
+void grpc_server::accept_until_stopped() {
     base::accept_reserve reserve;
     std::vector<pollfd> waiting(entrances_.size(), {.fd = -1, .events = POLLIN, .revents = 0});
     waiting.push_back({.fd = open_->kept_fd(), .events = POLLIN, .revents = 0});
@@ -278,7 +278,7 @@ void grpc_door::accept_until_stopped() {
     }
 }
 
-void grpc_door::accept_one(entrance_s *entrance, base::accept_reserve *reserve) {
+void grpc_server::accept_one(entrance_s *entrance, base::accept_reserve *reserve) {
     const int listening = entrance->listener.fd.get();
     grpc::experimental::ExternalConnectionAcceptor::NewConnectionParameters connection;
     connection.fd = accept4(listening, nullptr, nullptr, SOCK_NONBLOCK | SOCK_CLOEXEC);
@@ -300,7 +300,7 @@ void grpc_door::accept_one(entrance_s *entrance, base::accept_reserve *reserve) 
 }
 
 // Calls over a Unix socket do not show whose they are.
-void grpc_door::record(const entrance_s &entrance, int fd) const {
+void grpc_server::record(const entrance_s &entrance, int fd) const {
     ucred peer = {};
     socklen_t size = sizeof(peer);
     if (audit_ && entrance.may_change && entrance.listener.is_unix() &&

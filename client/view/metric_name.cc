@@ -80,7 +80,7 @@ unit_s metric_unit(const pb::FieldDescriptor *field, const label_s *label, std::
     for (const std::string_view in_name : {"_ns", "_ms"}) {
         if (unit.empty() && name->ends_with(in_name)) {
             unit = in_name.substr(1);
-            name->resize(name->size() - in_name.size());
+            name->erase(name->size() - in_name.size());
         }
     }
     const auto *known = std::ranges::find(k_units, unit, &unit_s::unit);

@@ -38,7 +38,7 @@ struct options_s {
 bool parse(int argc, char **argv, options_s *options) {
     for (int i = 1; i < argc; i++) {
         if (strcmp(argv[i], "--quick") == 0) {
-            options->rounds = 3;
+            options->rounds = 1;
             options->slice = std::chrono::milliseconds(20);
         } else if (strcmp(argv[i], "--filter") == 0 && i + 1 < argc) {
             options->filter = argv[++i];

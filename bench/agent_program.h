@@ -10,10 +10,10 @@
 #include <unistd.h>
 
 #include <filesystem>
-#include <fstream>
 #include <string>
 
 #include "bench/figures.h"
+#include "bench/parts.h"
 #include "nyx/tables/flow.pb.h"
 #include "tests/grpc_fixture.h"
 
@@ -63,11 +63,7 @@ class agent_program {
 
     std::string address() const { return "unix:" + socket_; }
 
-    double resident_mib() const {
-        size_t size = 0, resident = 0;
-        std::ifstream("/proc/" + std::to_string(pid_) + "/statm") >> size >> resident;
-        return static_cast<double>(resident) * 4096 / (1024 * 1024);
-    }
+    double resident_mib() const { return status_mib("VmRSS", std::to_string(pid_)); }
 
  private:
     const std::string socket_;

@@ -6,6 +6,7 @@
 #include <fstream>
 
 #include "bench/objects.h"
+#include "bench/parts.h"
 #include "bench/platform.h"
 #include "bench/ratio_table.h"
 #include "host/server_settings.h"
@@ -83,16 +84,6 @@ double cpu_seconds() {
     timespec time = {};
     clock_gettime(CLOCK_PROCESS_CPUTIME_ID, &time);
     return static_cast<double>(time.tv_sec) + static_cast<double>(time.tv_nsec) / 1e9;
-}
-
-double status_mib(const std::string &name) {
-    std::ifstream status("/proc/self/status");
-    for (std::string line; std::getline(status, line);) {
-        if (line.starts_with(name + ":")) {
-            return std::stod(line.substr(name.size() + 1)) / 1024;
-        }
-    }
-    fail("no " + name + " in /proc/self/status");
 }
 
 double forget_peak() {

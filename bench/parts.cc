@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <filesystem>
+#include <fstream>
 #include <iostream>
 #include <map>
 #include <memory>
@@ -116,6 +117,16 @@ double ask(const std::string &part, const std::string &question) {
         running = std::make_unique<running_part>(part, "");
     }
     return running->ask(question);
+}
+
+double status_mib(const std::string &name, const std::string &process) {
+    std::ifstream status("/proc/" + process + "/status");
+    for (std::string line; std::getline(status, line);) {
+        if (line.starts_with(name + ":")) {
+            return std::stod(line.substr(name.size() + 1)) / 1024;
+        }
+    }
+    return 0;
 }
 
 double ask_once(const std::string &part, const std::string &environment) {

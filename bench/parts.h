@@ -20,4 +20,7 @@ double ask(const std::string &part, const std::string &question);
 // Asks a part that runs only for this question, with these environment variables.
 double ask_once(const std::string &part, const std::string &environment = "");
 
+// Memory of a process by a line of its /proc/PID/status: "VmRSS", "VmHWM". 0 once it has ended.
+double status_mib(const std::string &name, const std::string &process = "self");
+
 }  // namespace bench

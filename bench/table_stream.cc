@@ -2,17 +2,18 @@
 
 #include <arpa/inet.h>
 #include <fmt/format.h>
-#include <sys/resource.h>
 #include <sys/wait.h>
 
 #include <algorithm>
 #include <fstream>
 #include <memory>
+#include <thread>
 #include <vector>
 
 #include "bench/agent_program.h"
 #include "bench/entries.h"
 #include "bench/figures.h"
+#include "bench/parts.h"
 
 namespace pb = google::protobuf;
 
@@ -115,13 +116,18 @@ run_s run_nyxctl(const agent_program &agent, const std::string &arguments) {
         execl("/bin/sh", "sh", "-c", command.c_str(), nullptr);
         _exit(127);
     }
+    // What the kernel reports of a child that ended begins with this process's own memory, from before its exec.
     int status = 0;
-    rusage usage = {};
-    if (wait4(pid, &status, 0, &usage) != pid || status != 0) {
+    double peak_mib = 0;
+    pid_t ended = 0;
+    for (; ended == 0; ended = waitpid(pid, &status, WNOHANG)) {
+        peak_mib = std::max(peak_mib, status_mib("VmHWM", std::to_string(pid)));
+        std::this_thread::sleep_for(std::chrono::milliseconds(5));
+    }
+    if (ended != pid || status != 0) {
         fail(command);
     }
-    return {.seconds = seconds(std::chrono::steady_clock::now() - begin).count(),
-            .peak_mib = static_cast<double>(usage.ru_maxrss) / 1024};
+    return {.seconds = seconds(std::chrono::steady_clock::now() - begin).count(), .peak_mib = peak_mib};
 }
 
 struct command_s {

@@ -51,7 +51,7 @@ function(nyx_install_end)
   nyx_install_pkgconfig(nyx_proto)
   nyx_install_pkgconfig(svc_quill)
   install(FILES docs/clients.md docs/integrating.md docs/life-of-a-request.md docs/life-of-a-request.svg
-                docs/performance.md docs/reliability.md docs/tables.md
+                docs/performance.md docs/performance.svg docs/reliability.md docs/tables.md
           DESTINATION ${CMAKE_INSTALL_DATADIR}/doc/libsvc-quill-dev)
   foreach(language dev:libsvc-quill-dev:cc python:python3-nyx:py)
     string(REPLACE ":" ";" language ${language})
